@@ -1,0 +1,21 @@
+# Compiler and linker flags that every target shares.
+include(CheckCXXCompilerFlag)
+
+add_library(zot_options INTERFACE)
+target_compile_options(zot_options INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Werror)
+
+if(ZOT_SANITIZE)
+  target_compile_options(zot_options INTERFACE
+    -fsanitize=${ZOT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zot_options INTERFACE -fsanitize=${ZOT_SANITIZE})
+else()
+  # The agent runs as root and reads bytes from the network: every mitigation that costs nothing.
+  target_compile_options(zot_options INTERFACE
+    -fstack-protector-strong $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+  check_cxx_compiler_flag(-fcf-protection=full ZOT_HAS_CF_PROTECTION)
+  if(ZOT_HAS_CF_PROTECTION)
+    target_compile_options(zot_options INTERFACE -fcf-protection=full)
+  endif()
+  target_link_options(zot_options INTERFACE -pie LINKER:-z,relro LINKER:-z,now)
+endif()

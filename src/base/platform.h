@@ -1,0 +1,25 @@
+// The one seam for operating-system differences: every function here has one implementation per
+// system under platform/, chosen by the build. The rest of the program never asks where it runs.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zot {
+
+// Writes the system's message for the error number into `buffer`, NUL-terminated.
+// Returns 1, or 0 (with an empty text) when the system has no message for it.
+int SystemErrorText(int errorNumber, char* buffer, size_t size);
+
+// Reports a broken internal rule as the C library's assert does and aborts the process.
+[[noreturn]] void AssertionFailure(const char* function, const char* file, int line,
+                                   const char* expression);
+
+// Sizes in bytes of the file system that holds `path`. Returns 0 with errno set on failure.
+// `available` (what the agent may use) can be negative where a reserve is in use.
+int FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available);
+
+// The process environment as execve takes it.
+char** ProcessEnvironment();
+
+}  // namespace zot
