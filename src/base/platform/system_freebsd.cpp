@@ -1,8 +1,7 @@
-#include <sys/param.h>
-#include <sys/mount.h>
-
 #include <assert.h>
 #include <string.h>
+#include <sys/mount.h>
+#include <sys/param.h>
 
 #include "base/platform.h"
 

@@ -1,3 +1,5 @@
+// <assert.h> declares the failure routine only while assertions are on.
+#undef NDEBUG
 #include <assert.h>
 #include <string.h>
 #include <sys/vfs.h>

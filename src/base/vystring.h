@@ -1,0 +1,157 @@
+// VyString and VyStringList: the byte string and the list of texts that the whole agent speaks.
+//
+// A VyString is a length, a capacity and a buffer of bytes; it is not a NUL-terminated text unless
+// Terminate was called. Positions are 1-based. Out-of-range positions are not errors: such calls
+// do nothing or give an empty text. A const string may be read by any number of threads.
+//
+// std::string_view is the cheap view of a VyString: functions that only read take one, and the
+// ...View operations return one instead of a copy. A view dies with the next change of its string.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace zot {
+
+class VyString {
+  public:
+    // An empty string that owns no memory and grows as needed.
+    VyString() noexcept = default;
+    VyString(std::string_view text);  // NOLINT: texts become strings without ceremony
+    VyString(const char* text);       // NOLINT
+    VyString(const VyString& other);
+    VyString(VyString&& other) noexcept;
+    // Assigning to a string of fixed capacity cuts the text to that capacity and keeps it fixed.
+    VyString& operator=(const VyString& other);
+    VyString& operator=(VyString&& other) noexcept;
+    VyString& operator=(std::string_view text);
+    VyString& operator=(const char* text) { return *this = std::string_view(text); }
+    ~VyString();
+
+    // An empty string whose capacity is exactly `capacity` bytes (not 0): what does not fit is cut.
+    static VyString Fixed(uint32_t capacity);
+
+    int32_t Length() const noexcept { return length_; }
+    bool Empty() const noexcept { return length_ == 0; }
+    uint32_t Capacity() const noexcept { return capacity_; }
+    bool IsFixed() const noexcept { return fixed_; }
+    const char* Data() const noexcept { return data_; }
+    char* Data() noexcept { return data_; }
+    std::string_view View() const noexcept { return {data_, static_cast<size_t>(length_)}; }
+    operator std::string_view() const noexcept { return View(); }  // NOLINT: the cheap view
+    // The character at a position, NUL when out of range.
+    char At(int32_t position) const noexcept {
+        return position >= 1 && position <= length_ ? data_[position - 1] : '\0';
+    }
+
+    // Changes the capacity for a request of n bytes: n rounded down to a multiple of 128, plus 128;
+    // exactly n when fixed. 0 frees the buffer and makes the string growable. New bytes are zero;
+    // a text longer than the new capacity is cut. Throws std::length_error past 2 GiB and
+    // std::bad_alloc without memory.
+    void SetCapacity(size_t n);
+    // Makes room for n bytes in all, so that appending up to there allocates once.
+    void Reserve(size_t n);
+    void Clear() noexcept { length_ = 0; }
+    // Empties the string after overwriting its buffer: for texts that are secrets.
+    void Wipe() noexcept;
+    // Shortens the text to at most n bytes.
+    void Cut(int32_t n) noexcept;
+
+    void Assign(std::string_view text);
+    void Append(std::string_view text);
+    void Append(char c) { Append(std::string_view(&c, 1)); }
+    static VyString Concat(std::string_view a, std::string_view b);
+
+    bool Equals(std::string_view text) const noexcept { return View() == text; }
+    // 1-based position of the first occurrence; 0 if absent or if either side is empty.
+    int32_t Pos(std::string_view text) const noexcept;
+    // Up to `count` bytes from `start`, which is clipped to the text.
+    VyString Copy(int32_t start, int32_t count) const { return CopyView(start, count); }
+    std::string_view CopyView(int32_t start, int32_t count) const noexcept;
+    // Removes up to `count` bytes from `start`; an out-of-range start is ignored.
+    void Delete(int32_t start, int32_t count) noexcept;
+    // Replaces one character; out of range is ignored.
+    void Set(int32_t position, char c) noexcept;
+    // Removes all bytes with code 32 or below (as unsigned) from both ends.
+    void Trim() noexcept;
+    void LowerCase() noexcept;
+    // Reduces every run of two or more `c` to one.
+    void CollapseRuns(char c) noexcept;
+    // A new string with every occurrence of `from` replaced by `to`; an empty `from` changes
+    // nothing.
+    VyString ReplaceAll(std::string_view from, std::string_view to, bool caseSensitive) const;
+    // The n-th piece (from 1) between occurrences of the separator; empty beyond the last.
+    VyString Field(int32_t n, char separator) const { return FieldView(n, separator); }
+    std::string_view FieldView(int32_t n, char separator) const noexcept;
+    // 1-based position of the last byte that belongs to `set`, 0 if none.
+    int32_t LastDelimiter(std::string_view set) const noexcept;
+    // Copies at most size - 1 bytes and a NUL. Async-signal-safe.
+    void CopyToBuffer(char* buffer, size_t size) const noexcept;
+    // Decimal text, right-aligned in at least six places ("%6lld").
+    static VyString FormatInt64(int64_t value);
+    // Makes the buffer NUL-terminated, zeroes what lies behind the text, and returns it.
+    const char* Terminate();
+
+  private:
+    // Hidden friends: found only where one side is a VyString.
+    friend bool operator==(const VyString& a, const VyString& b) noexcept {
+        return a.View() == b.View();
+    }
+    friend bool operator==(const VyString& a, std::string_view b) noexcept { return a.Equals(b); }
+    friend bool operator==(const VyString& a, const char* b) noexcept { return a.Equals(b); }
+
+    int32_t length_ = 0;
+    uint32_t capacity_ = 0;
+    char* data_ = nullptr;
+    bool fixed_ = false;
+};
+
+// 1-based position of `pattern` in `text` at or after the 1-based `start`; 0 if absent or empty.
+// The second form ignores the case of ASCII letters.
+int64_t FindInBuffer(std::string_view text, std::string_view pattern, int64_t start = 1) noexcept;
+int64_t FindInBufferNoCase(std::string_view text, std::string_view pattern,
+                           int64_t start = 1) noexcept;
+
+// A view without the bytes of code 32 or below at both ends.
+std::string_view TrimView(std::string_view text) noexcept;
+// The n-th piece (from 1) of `text` between separators; empty beyond the last piece.
+std::string_view FieldOf(std::string_view text, int32_t n, char separator) noexcept;
+
+// A list of texts, 0-based. An item of length 0 or 1 lives in its slot, a longer one in a heap
+// copy. An index outside the list is a broken rule of the program and stops it by assertion.
+class VyStringList {
+  public:
+    VyStringList() noexcept = default;
+    VyStringList(const VyStringList& other);
+    VyStringList(VyStringList&& other) noexcept;
+    VyStringList& operator=(VyStringList other) noexcept;
+    ~VyStringList();
+
+    int32_t Count() const noexcept { return count_; }
+    bool Empty() const noexcept { return count_ == 0; }
+    void Add(char c) { Add(std::string_view(&c, 1)); }
+    void Add(std::string_view text);
+    // REQUIRES 0 <= index < Count() ("Replace"). The text may be a view of an item of this list.
+    void Replace(int32_t index, char c) { Replace(index, std::string_view(&c, 1)); }
+    void Replace(int32_t index, std::string_view text);
+    // REQUIRES 0 <= index < Count() ("Delete").
+    void Delete(int32_t index);
+    // REQUIRES 0 <= index < Count() ("operator[]").
+    VyString operator[](int32_t index) const { return ItemView(index); }
+    // The same without a copy; the view dies with the next change of the list.
+    std::string_view ItemView(int32_t index) const;
+    void Clear() noexcept;
+
+  private:
+    static uint64_t MakeSlot(std::string_view text);
+    void FreeItem(int32_t index) noexcept;
+    void Grow();
+
+    int32_t count_ = 0;
+    int32_t capacity_ = 0;
+    int32_t* lengths_ = nullptr;
+    uint64_t* slots_ = nullptr;
+};
+
+}  // namespace zot
