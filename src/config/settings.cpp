@@ -1,0 +1,40 @@
+#include "config/settings.h"
+
+#include <utility>
+
+namespace zot {
+
+SettingsStore::SettingsStore() { Publish(std::make_shared<const AgentSettings>()); }
+
+SettingsStore::~SettingsStore() = default;
+
+SettingsSnapshot SettingsStore::Snapshot() const {
+    std::lock_guard<std::mutex> lock(snapshotMutex_);
+    return current_;
+}
+
+int SettingsStore::Change(const std::function<int(AgentSettings&)>& change) {
+    std::lock_guard<std::mutex> lock(configMutex_);
+    auto fresh = std::make_shared<AgentSettings>(*Snapshot());
+    int result = change(*fresh);
+    Publish(std::move(fresh));
+    return result;
+}
+
+void SettingsStore::Publish(SettingsSnapshot fresh) {
+    latest_.store(fresh.get());
+    {
+        std::lock_guard<std::mutex> lock(snapshotMutex_);
+        std::swap(current_, fresh);
+    }
+    // The crash handler first raises its flag and then reads `latest_`; here it is the other way
+    // round. So either it sees the new record, or the old one is kept for it.
+    if (crashing_.load()) new SettingsSnapshot(std::move(fresh));
+}
+
+const AgentSettings& SettingsStore::ForCrashHandler() noexcept {
+    crashing_.store(true);
+    return *latest_.load();
+}
+
+}  // namespace zot

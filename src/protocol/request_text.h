@@ -1,0 +1,53 @@
+// Reading a request: positional lines, name=value lines, numbers and flags, and the escaping of
+// line breaks that request and reply share. Everything returned is a view into the request text.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "base/vystring.h"
+
+namespace zot {
+
+// The number of line feeds in the text.
+int32_t LineCount(std::string_view text);
+
+// Line n (from 1) as it stands, without its line feed; empty beyond the last line.
+std::string_view RawLine(std::string_view text, int32_t n);
+
+// Line n (from 1) without blanks at its ends. An empty or blank line n yields the next line that
+// is not blank: the skip of leading blanks crosses line feeds, and optional parameters rely on it.
+std::string_view GetLine(std::string_view text, int32_t n);
+
+// The value of the first line name=value with exactly this name, among the lines that end with a
+// line feed; empty without a match. Name and value are trimmed.
+std::string_view GetValue(std::string_view text, std::string_view name);
+
+// Plain conversions: leading digits count, text that is no number gives 0, numbers too large for
+// the type give its limit.
+int32_t ToInt(std::string_view text);
+int64_t ToInt64(std::string_view text);
+double ToDouble(std::string_view text);
+
+// Checked conversions: true only when the whole text is an optional sign and decimal digits;
+// otherwise `value` stays as it is. Numbers too large for the type give its limit.
+bool ParseInt(std::string_view text, int32_t& value);
+bool ParseInt64(std::string_view text, int64_t& value);
+
+// True only for exactly "1".
+inline bool IsFlagSet(std::string_view text) { return text == "1"; }
+
+// A date as requests carry it: the month counts from 1 and the year is written in full, unlike
+// the broken-down time that Reply::AppendDate takes.
+struct RequestDate {
+    int32_t day = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
+};
+// Reads DDMMYYYYhhmmss; any other length gives all fields 0.
+RequestDate ParseDate(std::string_view text);
+
+// LF becomes "%0A" and CR "%0D", and back; only these upper-case forms are read back.
+VyString Escape(std::string_view text);
+void AppendEscaped(VyString& result, std::string_view text);
+VyString Unescape(std::string_view text);
+
+}  // namespace zot
