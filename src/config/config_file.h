@@ -1,0 +1,24 @@
+// The configuration file: key=value lines, loaded into AgentSettings and written back by
+// SetSettings.
+#pragma once
+
+#include "base/vystring.h"
+#include "config/settings.h"
+
+namespace zot {
+
+// Fills `settings` from the file named by its configPath. Returns 1, or 0 with the reasons in
+// `errorText`; what was applied before a failure stays. A warning alone leaves the result 1.
+int LoadConfig(AgentSettings& settings, VyString& errorText);
+
+// Writes the settings back into the file, keeping comments, unknown keys and the order of lines.
+// Returns 1, or 0 with `errorText`; the old file stays whole until the new one is on the disk.
+int SaveConfig(AgentSettings& settings, VyString& errorText);
+
+// Derives activeFilter, script paths and tmpDir, and exports TMPDIR when its value changes.
+void PostProcessConfig(AgentSettings& settings, VyString& errorText);
+
+// The same as one change of the published settings, under the configuration mutex.
+int LoadConfigLocked(SettingsStore& store, VyString& errorText);
+
+}  // namespace zot
