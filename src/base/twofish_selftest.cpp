@@ -1,0 +1,115 @@
+// The start-up test of Twofish against the published values.
+#include <cstring>
+
+#include "base/twofish_internal.h"
+
+namespace zot {
+namespace {
+
+struct Vector {
+    size_t keySize;
+    uint8_t key[32];
+    uint8_t plain[16];
+    uint8_t cipher[16];
+};
+
+constexpr Vector kKnownAnswers[] = {
+    {16,
+     {0x9F, 0x58, 0x9F, 0x5C, 0xF6, 0x12, 0x2C, 0x32, 0xB6, 0xBF, 0xEC, 0x2F, 0x2A, 0xE8, 0xC3,
+      0x5A},
+     {0xD4, 0x91, 0xDB, 0x16, 0xE7, 0xB1, 0xC3, 0x9E, 0x86, 0xCB, 0x08, 0x6B, 0x78, 0x9F, 0x54,
+      0x19},
+     {0x01, 0x9F, 0x98, 0x09, 0xDE, 0x17, 0x11, 0x85, 0x8F, 0xAA, 0xC3, 0xA3, 0xBA, 0x20, 0xFB,
+      0xC3}},
+    {24,
+     {0x88, 0xB2, 0xB2, 0x70, 0x6B, 0x10, 0x5E, 0x36, 0xB4, 0x46, 0xBB, 0x6D,
+      0x73, 0x1A, 0x1E, 0x88, 0xEF, 0xA7, 0x1F, 0x78, 0x89, 0x65, 0xBD, 0x44},
+     {0x39, 0xDA, 0x69, 0xD6, 0xBA, 0x49, 0x97, 0xD5, 0x85, 0xB6, 0xDC, 0x07, 0x3C, 0xA3, 0x41,
+      0xB2},
+     {0x18, 0x2B, 0x02, 0xD8, 0x14, 0x97, 0xEA, 0x45, 0xF9, 0xDA, 0xAC, 0xDC, 0x29, 0x19, 0x3A,
+      0x65}},
+    {32,
+     {0xD4, 0x3B, 0xB7, 0x55, 0x6E, 0xA3, 0x2E, 0x46, 0xF2, 0xA2, 0x82,
+      0xB7, 0xD4, 0x5B, 0x4E, 0x0D, 0x57, 0xFF, 0x73, 0x9D, 0x4D, 0xC9,
+      0x2C, 0x1B, 0xD7, 0xFC, 0x01, 0x70, 0x0C, 0xC8, 0x21, 0x6F},
+     {0x90, 0xAF, 0xE9, 0x1B, 0xB2, 0x88, 0x54, 0x4F, 0x2C, 0x32, 0xDC, 0x23, 0x9B, 0x26, 0x35,
+      0xE6},
+     {0x6C, 0xB4, 0x56, 0x1C, 0x40, 0xBF, 0x0A, 0x97, 0x05, 0x93, 0x1C, 0xB6, 0xD4, 0x08, 0xE7,
+      0xFA}},
+};
+
+struct Sequence {
+    size_t keySize;
+    uint8_t last[16];
+};
+
+// Results of step 49, counted from all zeros.
+constexpr Sequence kSequences[] = {
+    {16,
+     {0x5D, 0x9D, 0x4E, 0xEF, 0xFA, 0x91, 0x51, 0x57, 0x55, 0x24, 0xF1, 0x15, 0x81, 0x5A, 0x12,
+      0xE0}},
+    {24,
+     {0xE7, 0x54, 0x49, 0x21, 0x2B, 0xEE, 0xF9, 0xF4, 0xA3, 0x90, 0xBD, 0x86, 0x0A, 0x64, 0x09,
+      0x41}},
+    {32,
+     {0x37, 0xFE, 0x26, 0xFF, 0x1C, 0xF6, 0x61, 0x75, 0xF5, 0xDD, 0xF4, 0xC3, 0x3B, 0x97, 0xA2,
+      0x05}},
+};
+
+void TestKnownAnswer(const TwofishFunctions& functions, const Vector& vector) {
+    TwofishKey key;
+    uint8_t block[16];
+    functions.prepare(key, {vector.key, vector.keySize});
+    functions.encrypt(key, vector.plain, block);
+    if (memcmp(block, vector.cipher, 16) != 0) TwofishFatal("Twofish encryption failure");
+    functions.decrypt(key, block, block);
+    if (memcmp(block, vector.plain, 16) != 0) TwofishFatal("Twofish decryption failure");
+}
+
+// Every step encrypts the result of the one before it, under a key that the plaintext before that
+// is pushed into from the front.
+void TestSequence(const TwofishFunctions& functions, const Sequence& sequence) {
+    TwofishKey key;
+    uint8_t bytes[32] = {};
+    uint8_t plain[16] = {};
+    uint8_t cipher[16];
+    uint8_t back[16];
+    for (int step = 1; step <= 49; step++) {
+        functions.prepare(key, {bytes, sequence.keySize});
+        functions.encrypt(key, plain, cipher);
+        functions.decrypt(key, cipher, back);
+        if (memcmp(back, plain, 16) != 0) {
+            TwofishFatal("Twofish decryption failure in sequence");
+        }
+        memmove(bytes + 16, bytes, sequence.keySize - 16);
+        memcpy(bytes, plain, 16);
+        memcpy(plain, cipher, 16);
+    }
+    if (memcmp(cipher, sequence.last, 16) != 0) {
+        TwofishFatal("Twofish encryption failure in sequence");
+    }
+}
+
+void TestOddSizedKeys(const TwofishFunctions& functions) {
+    TwofishKey shorter;
+    TwofishKey padded;
+    uint8_t bytes[32] = {};
+    for (size_t size = 0; size <= 32; size++) {
+        if (size > 0) bytes[size - 1] = static_cast<uint8_t>(size);
+        functions.prepare(shorter, {bytes, size});
+        functions.prepare(padded, {bytes, size <= 16 ? size_t{16} : size <= 24 ? 24 : 32});
+        if (memcmp(&shorter.Schedule(), &padded.Schedule(), sizeof(TwofishSchedule)) != 0) {
+            TwofishFatal("Odd sized keys do not expand properly");
+        }
+    }
+}
+
+}  // namespace
+
+void TwofishSelfTest(const TwofishFunctions& functions) {
+    for (const Vector& vector : kKnownAnswers) TestKnownAnswer(functions, vector);
+    for (const Sequence& sequence : kSequences) TestSequence(functions, sequence);
+    TestOddSizedKeys(functions);
+}
+
+}  // namespace zot
