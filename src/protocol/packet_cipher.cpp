@@ -1,0 +1,30 @@
+#include "protocol/packet_cipher.h"
+
+#include <cstring>
+
+#include "base/ciplib.h"
+#include "base/twofish_cfb8.h"
+#include "base/wipe.h"
+
+namespace zot {
+
+PacketCipher::PacketCipher(std::string_view keyString) {
+    Sha1Hash hash;
+    key_.Prepare(
+        hash.GetHash({reinterpret_cast<const uint8_t*>(keyString.data()), keyString.size()}));
+    WipeMemory(&hash, sizeof(hash));
+    memset(initialRegister_, 0xFF, sizeof(initialRegister_));
+    key_.EncryptBlock(initialRegister_, initialRegister_);
+}
+
+PacketCipher::~PacketCipher() { WipeMemory(initialRegister_, sizeof(initialRegister_)); }
+
+void PacketCipher::Encrypt(std::span<const uint8_t> in, uint8_t* out) const {
+    TwofishCfb8Encrypt(key_, initialRegister_, in, out);
+}
+
+void PacketCipher::Decrypt(std::span<const uint8_t> in, uint8_t* out) const {
+    TwofishCfb8Decrypt(key_, initialRegister_, in, out);
+}
+
+}  // namespace zot

@@ -1,0 +1,31 @@
+// The cipher of the packets: Twofish in 8-bit cipher feedback under the SHA-1 of a key string.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "base/twofish.h"
+
+namespace zot {
+
+// Prepared once for a key string and used for both directions. Wipes itself.
+class PacketCipher {
+  public:
+    // Takes any key string, also an empty one. Needs TwofishInitialise to have run.
+    explicit PacketCipher(std::string_view keyString);
+    PacketCipher(const PacketCipher&) = delete;
+    PacketCipher& operator=(const PacketCipher&) = delete;
+    ~PacketCipher();
+
+    // Every packet starts from the same register. Both write in.size() bytes to `out`, which may be
+    // where `in` begins but must not overlap it otherwise.
+    void Encrypt(std::span<const uint8_t> in, uint8_t* out) const;
+    void Decrypt(std::span<const uint8_t> in, uint8_t* out) const;
+
+  private:
+    TwofishKey key_;
+    uint8_t initialRegister_[kTwofishBlockSize];
+};
+
+}  // namespace zot
