@@ -1,0 +1,83 @@
+// IPv4 socket helpers for the network tests, the actions and the agent's own listener.
+//
+// Each client call returns a result code and fills the caller's error text, which is empty on
+// success. Nothing is shared: any number of threads may call at once. Waits are measured on the
+// monotonic clock and signals do not shorten them. Every socket is close-on-exec from its
+// creation, and no call raises SIGPIPE.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "base/owners.h"
+#include "base/vystring.h"
+
+namespace zot {
+
+// Results above 0 are successes: 1, or a number of bytes where a call says so. The codes are part
+// of the replies.
+enum NetResult : int32_t {
+    kNetOk = 1,
+    kNetTimeout = 0,
+    kNetResolveFailed = -2,
+    kNetSocketFailed = -3,
+    kNetSendFailed = -4,
+    kNetReceiveFailed = -5,
+    kNetConnectFailed = -6,
+};
+
+// How long a TCP peer is waited for where a request does not limit it.
+inline constexpr int32_t kDefaultTcpTimeoutMs = 120000;
+
+// Turns a name or a dotted address into an IPv4 address in network byte order. A dotted address
+// never reaches the resolver. Returns 1 or kNetResolveFailed.
+int32_t ResolveHost(std::string_view name, uint32_t& address, VyString& errorText);
+
+// The IPv4 address, in network byte order, that this machine's own name resolves to; 0 if none.
+uint32_t LocalHostAddress();
+
+// Resolves the host and creates a datagram socket that is bound and connected to nothing, so that
+// refusals by the peer's machine are not reported. Only the low 16 bits of the port count.
+// Returns 1, kNetResolveFailed or kNetSocketFailed.
+int32_t UdpOpen(UniqueFd& socket, sockaddr_in& address, std::string_view host, int32_t port,
+                VyString& errorText);
+
+// Sends one datagram. Returns the number of bytes sent or kNetSendFailed.
+int32_t UdpSend(int socket, const sockaddr_in& address, std::string_view data, VyString& errorText);
+
+// Sends `sendData`, if any, as one datagram and, if `receiveBuffer` has room, waits up to
+// `timeoutSeconds` for one datagram, of which what does not fit is lost. Returns the number of
+// bytes received, or of bytes sent when nothing was to be received; 0 comes without a text when
+// the answer was an empty datagram, and as a time-out at once when `timeoutSeconds` is negative.
+int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
+                   std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText);
+
+// Connects within `timeoutMs`; 0 leaves the limit to the system, a negative one is an error of the
+// wait. Only the low 16 bits of the port count. Returns 1, 0 on time-out, or an error code. The
+// socket is handed back whatever the result; on success it is non-blocking unless `timeoutMs`
+// was 0.
+int32_t TcpConnect(UniqueFd& socket, std::string_view host, int32_t port, int32_t timeoutMs,
+                   VyString& errorText);
+
+// Sends the data to the end, waiting up to `timeoutMs` whenever the peer does not take more.
+// Returns the number of bytes sent if there were any, else 0 on time-out or kNetSendFailed.
+int32_t TcpSend(int socket, std::string_view data, int32_t timeoutMs, VyString& errorText);
+
+// Tells whether a connection succeeds: TcpConnect's result, with the socket closed again.
+int32_t TcpCheck(std::string_view host, int32_t port, int32_t timeoutMs, VyString& errorText);
+
+// Connects, sends `sendData`, if any, with one call and, if `receiveBuffer` has room, waits for the
+// first bytes of the answer. The connection and the answer each have `timeoutMs`. Returns the
+// number of bytes received (0 without a text when the peer closed first), or 1 when nothing was to
+// be received.
+int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
+                    std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText);
+
+// Opens a listening TCP socket on a local address (a name or dotted; empty means all) and a port
+// number or service name. Returns the socket, or an empty owner with the reason in the error text.
+UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText);
+
+}  // namespace zot
