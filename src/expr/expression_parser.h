@@ -1,0 +1,32 @@
+// The lexer and the parser of both small languages: infix text in, a list of postfix tokens out,
+// by the shunting-yard method with two priorities per operator. Which language it is depends on
+// the operator table alone. Time and memory grow with the length of the text only; nothing
+// recurses.
+#pragma once
+
+#include <string_view>
+
+#include "base/vystring.h"
+#include "expr/operator_table.h"
+
+namespace zot {
+
+// One object per parse.
+struct ExpressionParser {
+    explicit ExpressionParser(OperatorTable operators) : table(operators) {}
+
+    OperatorTable table;
+    VyStringList output;  // the postfix tokens, in the order of evaluation
+    VyString errorText;   // empty, or what was wrong with the last text
+};
+
+// Parses the text and returns 1; on failure returns 0 and sets `errorText`. The view moves past
+// what was read. With `checkOnly` the output is left as it is. An unmatched "(" is no failure: it
+// ends in the output, where the evaluators fail on it. Throws only std::bad_alloc.
+int ParseExpression(ExpressionParser& parser, std::string_view& expressionText, bool checkOnly);
+
+// Takes the next token off the front of the text. It is a view of the text or an operator's
+// keyword; empty at the end of the text and, with `errorText` set, where a literal has no end.
+std::string_view NextToken(ExpressionParser& parser, std::string_view& expressionText);
+
+}  // namespace zot
