@@ -1,0 +1,17 @@
+// How the condition language reads numbers: whole, decimal, binary ("101B") and with a unit
+// ("10 kb"). No locale and no allocation is involved.
+#pragma once
+
+#include <string_view>
+
+namespace zot {
+
+// Reads a number from a text that may stand in quotes; returns 1 and sets `value`, or 0. A decimal
+// number gives the nearest double, which is infinite when the number is too large for one.
+int ParseNumber(std::string_view text, double& value) noexcept;
+
+// By what a number with this unit (in lower case) is multiplied: 0 without a unit, -1 when the
+// unit is unknown.
+double UnitMultiplier(std::string_view unitText) noexcept;
+
+}  // namespace zot
