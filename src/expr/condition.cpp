@@ -1,0 +1,91 @@
+#include "expr/condition.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "expr/text_functions.h"
+
+namespace zot {
+namespace {
+
+bool FailWith(VyString& errorText, std::string_view message) {
+    errorText = message;
+    return false;
+}
+
+size_t OperandCount(const ConditionOperator& operation) { return operation.IsUnary() ? 1 : 2; }
+
+bool Finish(const std::vector<ConditionValue>& stack, size_t depth, VyString& errorText) {
+    if (depth != 1) return FailWith(errorText, "invalid expression");
+    std::string_view result = stack[0].Text();
+    if (result == "1") return true;
+    if (result == "0") return false;
+    errorText = "invalid result ";
+    errorText.Append(result);
+    return false;
+}
+
+}  // namespace
+
+ConditionProgram::ConditionProgram(const VyStringList& postfix) {
+    steps_.reserve(static_cast<size_t>(postfix.Count()));
+    size_t depth = 0;
+    size_t deepest = 0;
+    for (int32_t i = 0; i < postfix.Count(); ++i) {
+        std::string_view token = postfix.ItemView(i);
+        const ConditionOperator* operation = FindConditionOperator(token);
+        steps_.push_back({token, operation, Unquote(token) == "%data%"});
+        if (operation == nullptr) {
+            deepest = std::max(deepest, ++depth);
+        } else if (!operation->IsUnary() && depth > 0) {
+            --depth;
+        }
+    }
+    stack_.resize(deepest);
+}
+
+bool ConditionProgram::Run(const std::string_view* line, VyString& errorText) {
+    errorText.Clear();
+    try {
+        return RunSteps(line, errorText);
+    } catch (const std::exception&) {
+        return FailWith(errorText, kConditionEvalError);
+    }
+}
+
+bool ConditionProgram::RunSteps(const std::string_view* line, VyString& errorText) {
+    const ConditionOperator* lineOperation = line ? FindConditionOperator(*line) : nullptr;
+    size_t depth = 0;
+    for (const Step& step : steps_) {
+        bool isLine = step.isLine && line != nullptr;
+        const ConditionOperator* operation = isLine ? lineOperation : step.operation;
+        if (operation == nullptr) {
+            stack_[depth++].Set(isLine ? *line : step.text);
+            continue;
+        }
+        size_t operands = OperandCount(*operation);
+        if (depth < operands) return FailWith(errorText, kConditionEvalError);
+        std::string_view right = operands == 2 ? stack_[--depth].Text() : std::string_view();
+        if (operation->apply(operation->code, stack_[depth - 1], right, errorText) == 0) {
+            return false;
+        }
+    }
+    return Finish(stack_, depth, errorText);
+}
+
+bool EvaluateCondition(const ExpressionParser& parser, VyString& errorText) {
+    errorText.Clear();
+    try {
+        return ConditionProgram(parser.output).Evaluate(errorText);
+    } catch (const std::exception&) {
+        return FailWith(errorText, kConditionEvalError);
+    }
+}
+
+bool EvaluateConditionText(std::string_view expressionText, VyString& errorText) {
+    ExpressionParser parser(ConditionOperatorTable);
+    return ParseExpression(parser, expressionText, false) != 0 &&
+           EvaluateCondition(parser, errorText);
+}
+
+}  // namespace zot

@@ -1,0 +1,50 @@
+// The condition language: a text-valued expression that decides whether a line of a log raises an
+// alert.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "base/vystring.h"
+#include "expr/condition_operators.h"
+#include "expr/expression_parser.h"
+
+namespace zot {
+
+// A parsed condition made ready for many lines. Its stack is allocated once; a line is never
+// copied. One thread at a time.
+class ConditionProgram {
+  public:
+    // REQUIRES: `postfix` outlives the program and is not changed.
+    explicit ConditionProgram(const VyStringList& postfix);
+
+    // Tells whether the condition is true of the line, which stands in the place of every operand
+    // that reads %data% within its quotes. False with a message in `errorText` on failure, with an
+    // empty `errorText` otherwise. The line is put there as it stands, so that a line which spells
+    // an operator is one.
+    bool Evaluate(std::string_view line, VyString& errorText) { return Run(&line, errorText); }
+    // The same with such operands left as they are.
+    bool Evaluate(VyString& errorText) { return Run(nullptr, errorText); }
+
+  private:
+    struct Step {
+        std::string_view text;
+        const ConditionOperator* operation;  // null: an operand
+        bool isLine;
+    };
+
+    bool Run(const std::string_view* line, VyString& errorText);
+    bool RunSteps(const std::string_view* line, VyString& errorText);
+
+    std::vector<Step> steps_;
+    std::vector<ConditionValue> stack_;  // as large as it ever gets: its values do not move
+};
+
+// Evaluates the output of a parser.
+bool EvaluateCondition(const ExpressionParser& parser, VyString& errorText);
+
+// Parses a condition and evaluates it. False, with `errorText` left as it was, when it does not
+// parse.
+bool EvaluateConditionText(std::string_view expressionText, VyString& errorText);
+
+}  // namespace zot

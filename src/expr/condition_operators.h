@@ -1,0 +1,79 @@
+// The operators of the condition language: from texts to a text. Every value is a text; numbers
+// are read from texts and written back by each operator.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "base/vystring.h"
+
+namespace zot {
+
+// A place on the evaluation stack. What an operator must build is kept in the place itself, which
+// therefore stays where it is in memory while its text is in use.
+class ConditionValue {
+  public:
+    std::string_view Text() const noexcept { return text_; }
+    // The value becomes a text that lives elsewhere (or is part of the value itself).
+    void Set(std::string_view text) noexcept { text_ = text; }
+    void SetFlag(bool flag) noexcept { text_ = flag ? "1" : "0"; }
+    void SetInteger(int64_t number) noexcept;
+    // Binary digits and a "B". A negative number shows all 64 digits of its two's complement.
+    void SetBinary(int64_t number);
+    // A copy with one character replaced by another.
+    void SetReplaced(std::string_view text, char from, char to);
+    // A copy with every two double quotes replaced by one.
+    void SetUndoubled(std::string_view text);
+
+  private:
+    std::string_view text_;
+    std::array<char, 24> digits_;
+    VyString built_;
+};
+
+// A row of the operators' table.
+struct ConditionOperator {
+    enum class Code : uint8_t {
+        kNot,
+        kAnd,
+        kOr,
+        kXor,
+        kDiv,
+        kMod,
+        kAdd,
+        kSubtract,
+        kMultiply,
+        kIn,
+        kGetWord,
+        kEndWord,
+        kTsvField,
+        kCsvField,
+        kGetNumber,
+        kGetNumberWithDot,
+        kGetNumberWithComma,
+        kLess,
+        kGreater,
+        kNotLess,
+        kNotGreater,
+        kEqual,
+        kNotEqual,
+    };
+
+    std::string_view spelling;
+    Code code;
+    // Puts the result in the place of the left value and returns 1; on failure returns 0 and sets
+    // the error text. "not" has the value that it changes on its left and nothing on its right.
+    int (*apply)(Code code, ConditionValue& left, std::string_view right, VyString& errorText);
+
+    bool IsUnary() const noexcept { return code == Code::kNot; }
+};
+
+// The message of all failures that have none of their own: operands that are missing, divisions
+// by zero, results that no 64-bit integer holds, exhausted memory.
+inline constexpr std::string_view kConditionEvalError = "ConditionEval error";
+
+// The operator that a postfix token spells exactly, or null when the token is an operand.
+const ConditionOperator* FindConditionOperator(std::string_view token) noexcept;
+
+}  // namespace zot
