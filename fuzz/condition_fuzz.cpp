@@ -1,0 +1,38 @@
+// The condition language on any bytes: the text up to the first LF is the condition, the rest is
+// the line. A prepared condition must say of the line what the evaluation of its tokens says once
+// the line has been put into them.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "expr/condition.h"
+#include "expr/text_functions.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace zot;
+    std::string_view input(reinterpret_cast<const char*>(data), size);
+    std::string_view expression = input.substr(0, input.find('\n'));
+    std::string_view line = input.substr(std::min(expression.size() + 1, input.size()));
+
+    ExpressionParser parser(ConditionOperatorTable);
+    std::string_view rest = expression;
+    if (ParseExpression(parser, rest, false) == 0) {
+        if (parser.errorText.Empty()) std::abort();
+        return 0;
+    }
+    VyString errorText;
+    ConditionProgram program(parser.output);
+    // Twice, since the second line meets a stack that was used.
+    program.Evaluate(line, errorText);
+    bool result = program.Evaluate(line, errorText);
+    if (result && !errorText.Empty()) std::abort();
+
+    for (int32_t i = 0; i < parser.output.Count(); ++i) {
+        if (Unquote(parser.output.ItemView(i)) == "%data%") parser.output.Replace(i, line);
+    }
+    VyString literalError;
+    if (EvaluateCondition(parser, literalError) != result) std::abort();
+    if (literalError != errorText) std::abort();
+    return 0;
+}
