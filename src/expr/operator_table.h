@@ -18,7 +18,7 @@ struct OperatorEntry {
 using OperatorTable = std::span<const OperatorEntry>;
 
 // The first row that matches wins, so a longer spelling stands before its prefixes. Rows 17 to 19
-// repeat earlier rows and are never selected; the row numbers are those of the published table.
+// repeat earlier ones and are never selected; they stay, so that every row keeps its number.
 inline constexpr std::array<OperatorEntry, 27> ConditionOperatorTable{{
     {"(", 65535, 0},
     {"not", 65535, 0},

@@ -1,6 +1,7 @@
 #include "expr/search.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zot {
 namespace {
