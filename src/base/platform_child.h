@@ -1,0 +1,23 @@
+// The part of the system seam that child processes need: noticing the end of a child at once, and
+// leaving behind what a child must not inherit.
+#pragma once
+
+#include <sys/types.h>
+
+namespace zot {
+
+// Waits until the child process `pid` has ended, at most `timeoutMs` milliseconds. Does not reap
+// it. REQUIRES that `pid` is a child of this process that nobody has reaped yet.
+// Returns true when it has ended.
+bool WaitChild(pid_t pid, int timeoutMs);
+
+// Closes every descriptor from `first` on; does nothing where the system cannot do that in one
+// call. Async-signal-safe.
+void CloseDescriptorsFrom(int first) noexcept;
+
+// Gives the classic signals (numbers 1 to 31) their default actions and unblocks all signals. For a
+// child that may still share its memory with its parent: touches nothing of the process but the
+// kernel's view of it. Async-signal-safe.
+void ResetSignals() noexcept;
+
+}  // namespace zot
