@@ -1,0 +1,115 @@
+#include "checks/scripts/temp_name.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <mutex>
+
+namespace zot {
+namespace {
+
+constexpr size_t kRoomForName = 16;
+constexpr size_t kLongestCandidate = 1023;
+constexpr int kMaxTries = 2000;
+constexpr int32_t kLastCounter = 1000000;
+
+std::mutex tempNameLock;
+int64_t tempSequence = 0;
+int32_t tempCounter = 0;
+
+int32_t NextCounter() {
+    std::lock_guard<std::mutex> lock(tempNameLock);
+    tempCounter = tempCounter >= kLastCounter ? 1 : tempCounter + 1;
+    return tempCounter;
+}
+
+bool IsRegularFile(const char* path) {
+    struct stat info {};
+    return stat(path, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// Finds a free "DIRECTORY/tmp-ID-COUNTER".
+bool FindFreeName(const char* directory, size_t length, char* buffer, size_t size) {
+    auto id = static_cast<long long>(UniqueId());
+    for (int i = 0; i < kMaxTries; ++i) {
+        int written = std::snprintf(buffer, size, "%.*s/tmp-%lld-%d", static_cast<int>(length),
+                                    directory, id, NextCounter());
+        auto needed = static_cast<size_t>(written);
+        // A name cut short would no longer be unique.
+        if (written < 0 || needed >= size || needed > kLongestCandidate) return false;
+        if (!IsRegularFile(buffer)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+int64_t UniqueId() {
+    std::lock_guard<std::mutex> lock(tempNameLock);
+    return static_cast<int64_t>(static_cast<uint32_t>(getpid()) << 16) + ++tempSequence;
+}
+
+int MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName) {
+    if (buffer == nullptr || size == 0) return 0;
+    buffer[0] = '\0';
+    if (tmpDir.empty()) tmpDir = ".";
+    if (size < kRoomForName || tmpDir.size() + 1 > size - kRoomForName) return 0;
+    if (fixedName != nullptr) {
+        std::snprintf(buffer, size, "%.*s/%s", static_cast<int>(tmpDir.size()), tmpDir.data(),
+                      fixedName);
+        return 1;
+    }
+    if (FindFreeName(tmpDir.data(), tmpDir.size(), buffer, size)) return 1;
+    buffer[0] = '\0';
+    return 0;
+}
+
+TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view prefix) {
+    // The name is found before the file is made, so somebody else's file can come in between, and
+    // a numbered name may be left from an agent that was killed: both are passed over.
+    for (int i = 0; i < kMaxTries; ++i) {
+        char fixedName[64] = "";
+        if (!prefix.empty()) {
+            std::snprintf(fixedName, sizeof fixedName, "%.*s%lld.txt",
+                          static_cast<int>(prefix.size()), prefix.data(),
+                          static_cast<long long>(UniqueId()));
+        }
+        char candidate[sizeof path_];
+        if (!MakeTempName(tmpDir, candidate, sizeof candidate,
+                          prefix.empty() ? nullptr : fixedName)) {
+            return Result::kNoName;
+        }
+        int fd = open(candidate, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd >= 0) {
+            file_.Reset(fd);
+            std::snprintf(path_, sizeof path_, "%s", candidate);
+            return Result::kCreated;
+        }
+        if (errno != EEXIST) break;
+    }
+    return Result::kNotCreated;
+}
+
+bool TempFile::Write(std::string_view content) {
+    while (!content.empty()) {
+        ssize_t written = write(file_.Get(), content.data(), content.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        content.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+bool TempFile::SetMode(unsigned mode) {
+    return fchmod(file_.Get(), static_cast<mode_t>(mode)) == 0;
+}
+
+void TempFile::Remove() noexcept {
+    file_.Reset();
+    if (path_[0] != '\0') unlink(path_);
+}
+
+}  // namespace zot

@@ -1,0 +1,51 @@
+// Names for temporary files, and the files themselves: created exclusively, never through a link,
+// and removed with their owner.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "base/owners.h"
+
+namespace zot {
+
+// A number that no other call of this process gets: the process id in the upper bits of a 32-bit
+// value, plus a sequence number.
+int64_t UniqueId();
+
+// Writes a path in `tmpDir` ("./" when that is empty) into the buffer: with `fixedName` just that
+// name, otherwise a name of which no regular file exists. Creates nothing.
+// Returns 1, or 0 with an empty buffer when the buffer is below 16 bytes or too small for the path,
+// or when no free name was found.
+int MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName);
+
+// One temporary file of mode 0600, removed when the object goes.
+class TempFile {
+  public:
+    enum class Result { kCreated, kNoName, kNotCreated };
+
+    TempFile() = default;
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+    ~TempFile() { Remove(); }
+
+    // Creates the file, open for writing. With a `prefix` its name is prefix + unique number +
+    // ".txt", otherwise MakeTempName's own form. A name that is taken is passed over.
+    Result Create(std::string_view tmpDir, std::string_view prefix = {});
+
+    const char* Path() const noexcept { return path_; }
+    // Writes it all; false on a short write.
+    bool Write(std::string_view content);
+    // Sets the mode of the file; false with errno on failure.
+    bool SetMode(unsigned mode);
+    void Close() noexcept { file_.Reset(); }
+
+  private:
+    void Remove() noexcept;
+
+    char path_[512] = "";
+    UniqueFd file_;
+};
+
+}  // namespace zot
