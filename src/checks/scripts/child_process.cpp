@@ -1,0 +1,252 @@
+// Why vfork: the child does nothing but system calls on what was prepared, so it needs no copy of
+// the agent's memory. With fork the copying of page tables grows with the agent and, while many
+// sessions run, every other thread pays for it with page faults. The rules that vfork asks for are
+// kept: all signals are blocked until the child has reset its handlers, so none of them runs on the
+// shared memory; the child writes only to this object; and the calling thread goes on when the
+// child has executed its program or has exited. Nothing relies on the sharing, so a fork that
+// copies (as some checkers make of vfork) gives the same result.
+#include "checks/scripts/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "base/platform.h"
+#include "base/platform_child.h"
+#include "checks/scripts/temp_name.h"
+
+namespace zot {
+namespace {
+
+constexpr const char* kNullDevice = "/dev/null";
+constexpr const char* kShell = "/bin/sh";
+constexpr std::string_view kTmpDirPrefix = "TMPDIR=";
+constexpr std::string_view kPathPrefix = "PATH=";
+constexpr int kExecFailed = 255;
+
+// The environment as it was before the first thread. A reload may change TMPDIR with setenv at any
+// time, and that must not happen under the eyes of a thread that reads the array; TMPDIR is the
+// one variable that the agent sets, so it is left out here and added from the settings.
+std::vector<char*> CopyEnvironment() {
+    std::vector<char*> variables;
+    for (char** variable = ProcessEnvironment(); variable != nullptr && *variable != nullptr;
+         ++variable) {
+        if (!std::string_view(*variable).starts_with(kTmpDirPrefix)) variables.push_back(*variable);
+    }
+    return variables;
+}
+const std::vector<char*> inheritedEnvironment = CopyEnvironment();
+
+std::string SearchPath() {
+    for (const char* variable : inheritedEnvironment) {
+        std::string_view text = variable;
+        if (text.starts_with(kPathPrefix)) return std::string(text.substr(kPathPrefix.size()));
+    }
+    std::string standard(confstr(_CS_PATH, nullptr, 0), '\0');
+    confstr(_CS_PATH, standard.data(), standard.size());
+    return standard.c_str();
+}
+
+// The system's error texts, made before the fork: the routines that make them may take locks.
+class ErrorTexts {
+  public:
+    ErrorTexts() {
+        for (int i = 0; i < kCount; ++i) SystemErrorText(i, texts_[i], sizeof texts_[i]);
+    }
+    const char* Of(int errorNumber) const noexcept {
+        return errorNumber >= 0 && errorNumber < kCount ? texts_[errorNumber] : "Unknown error";
+    }
+
+  private:
+    static constexpr int kCount = 136;
+    char texts_[kCount][64];
+};
+
+const ErrorTexts& SystemErrors() {
+    static const ErrorTexts texts;
+    return texts;
+}
+
+// Puts the file on the descriptor; the null device if it cannot be opened, so that no later open
+// of the program lands on a standard stream.
+void OpenStream(const char* path, int flags, int target) noexcept {
+    flags |= O_NOCTTY;
+    int fd = open(path, flags, 0666);
+    if (fd < 0) fd = open(kNullDevice, flags, 0666);
+    if (fd < 0 || fd == target) return;
+    dup2(fd, target);
+    close(fd);
+}
+
+// A script that was written a moment ago can still be open for writing in a child that another
+// thread forked meanwhile and that has not yet come to closing its descriptors. No lock keeps the
+// two apart, since a child that hangs before its exec (a dead network file system) would then stop
+// all others; the exec is tried again until that child has run its first instructions.
+void ExecuteUnlessBusy(const char* file, char* const* arguments, char* const* environment) {
+    constexpr int kTries = 1500;
+    constexpr int kIntervalMs = 2;
+    for (int i = 0; i < kTries; ++i) {
+        execve(file, arguments, environment);
+        if (errno != ETXTBSY) return;
+        poll(nullptr, 0, kIntervalMs);
+    }
+    errno = ETXTBSY;
+}
+
+std::string PathOrNull(std::string_view path) {
+    return std::string(path.empty() ? std::string_view(kNullDevice) : path);
+}
+
+}  // namespace
+
+void MarkerName::Prepare(const ChildOptions& options) {
+    prefix_ = 0;
+    std::string directory(options.tmpDir);
+    // The child looks for it after its change of directory.
+    if (!options.workDir.empty() && !options.tmpDir.starts_with('/')) {
+        char current[sizeof path_];
+        if (getcwd(current, sizeof current) == nullptr) return;
+        directory = std::string(current) + "/" + directory;
+    }
+    if (!MakeTempName(directory, path_, sizeof path_ - kRoomForPid, "tmpSzot-")) return;
+    prefix_ = std::strlen(path_);
+}
+
+const char* MarkerName::For(pid_t pid) noexcept {
+    if (prefix_ == 0) return nullptr;
+    char digits[kRoomForPid];
+    size_t count = 0;
+    for (auto rest = static_cast<unsigned>(pid); rest != 0; rest /= 10) {
+        digits[count++] = static_cast<char>('0' + rest % 10);
+    }
+    char* end = path_ + prefix_;
+    while (count > 0) *end++ = digits[--count];
+    std::memcpy(end, ".txt", 5);
+    return path_;
+}
+
+ChildProcess::ChildProcess(char* const* arguments, const ChildOptions& options,
+                           ExecFailure onFailure)
+    : arguments_(arguments),
+      stdinPath_(PathOrNull(options.stdinPath)),
+      stdoutPath_(PathOrNull(options.stdoutPath)),
+      stderrPath_(PathOrNull(options.stderrPath)),
+      workDir_(options.workDir) {
+    PrepareEnvironment(options.tmpDir);
+    PrepareCandidates();
+    if (onFailure == ExecFailure::kMarked) {
+        marker_.Prepare(options);
+        SystemErrors();  // made now, so that the child finds them ready
+    }
+}
+
+void ChildProcess::PrepareEnvironment(std::string_view tmpDir) {
+    environment_.reserve(inheritedEnvironment.size() + 2);
+    environment_ = inheritedEnvironment;
+    if (!tmpDir.empty()) {
+        tmpDirVariable_.append(kTmpDirPrefix).append(tmpDir);
+        environment_.push_back(tmpDirVariable_.data());
+    }
+    environment_.push_back(nullptr);
+}
+
+void ChildProcess::PrepareCandidates() {
+    shellArguments_ = {const_cast<char*>(kShell), nullptr};
+    if (arguments_[0] == nullptr || arguments_[0][0] == '\0') return;
+    for (char* const* argument = arguments_; *argument != nullptr;) {
+        shellArguments_.push_back(*++argument);
+    }
+    std::string name = arguments_[0];
+    if (name.find('/') != std::string::npos) {
+        candidates_.push_back(name);
+        return;
+    }
+    std::string path = SearchPath();
+    for (size_t start = 0; start <= path.size();) {
+        size_t end = std::min(path.find(':', start), path.size());
+        // An empty entry means the directory in which the child runs.
+        std::string candidate = path.substr(start, end - start);
+        if (!candidate.empty()) candidate += '/';
+        candidates_.push_back(candidate += name);
+        start = end + 1;
+    }
+}
+
+pid_t ChildProcess::Start() {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pid_t pid = vfork();
+    if (pid == 0) RunChild();
+    int error = errno;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return pid;
+}
+
+void ChildProcess::RunChild() noexcept {
+    CloseDescriptorsFrom(0);
+    ResetSignals();
+    setsid();
+    OpenStreams();
+    if (!workDir_.empty()) {
+        // A directory that does not exist leaves the child where the agent is.
+        [[maybe_unused]] int moved = chdir(workDir_.c_str());
+    }
+    const char* marker = marker_.For(getpid());
+    if (marker != nullptr) unlink(marker);
+    int error = Execute();
+    if (marker != nullptr) WriteMarker(error, marker);
+    _exit(kExecFailed);
+}
+
+void ChildProcess::OpenStreams() const noexcept {
+    constexpr int kWrite = O_WRONLY | O_CREAT | O_TRUNC;
+    OpenStream(stdinPath_.c_str(), O_RDONLY, STDIN_FILENO);
+    OpenStream(stdoutPath_.c_str(), kWrite, STDOUT_FILENO);
+    if (stderrPath_ == stdoutPath_) {
+        dup2(STDOUT_FILENO, STDERR_FILENO);
+    } else {
+        OpenStream(stderrPath_.c_str(), kWrite, STDERR_FILENO);
+    }
+}
+
+// What execvp does, on names prepared before the fork. Returns the error number.
+int ChildProcess::Execute() noexcept {
+    int error = ENOENT;
+    bool denied = false;
+    for (const std::string& candidate : candidates_) {
+        ExecuteUnlessBusy(candidate.c_str(), arguments_, environment_.data());
+        if (errno == ENOEXEC) {
+            shellArguments_[1] = const_cast<char*>(candidate.c_str());
+            execve(kShell, shellArguments_.data(), environment_.data());
+        }
+        error = errno;
+        if (error == EACCES) {
+            denied = true;
+        } else if (error != ENOENT && error != ENOTDIR && error != ESTALE && error != ENODEV &&
+                   error != ETIMEDOUT) {
+            return error;
+        }
+    }
+    return denied ? EACCES : error;
+}
+
+void ChildProcess::WriteMarker(int errorNumber, const char* path) const noexcept {
+    constexpr char kStart[] = "exec error: ";
+    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    if (fd < 0) return;
+    const char* text = SystemErrors().Of(errorNumber);
+    // When nothing can be written the empty file still tells that the exec failed.
+    [[maybe_unused]] bool told =
+        write(fd, kStart, sizeof kStart - 1) > 0 && write(fd, text, std::strlen(text)) > 0;
+    close(fd);
+}
+
+}  // namespace zot

@@ -1,0 +1,74 @@
+// Starting one child process. All that the child will need is prepared by the constructor; between
+// fork and exec the child makes async-signal-safe calls only.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zot {
+
+struct ChildOptions {
+    std::string_view tmpDir;   // exported to the child as TMPDIR and the place of the marker file
+    std::string_view workDir;  // empty: the agent's own
+    // Regular files or devices that open at once; empty: /dev/null. The same path for output and
+    // error makes them share one open file, so that neither overwrites the other.
+    std::string_view stdinPath;
+    std::string_view stdoutPath;
+    std::string_view stderrPath;
+};
+
+// The path of the file in which a child tells that it could not execute its program.
+class MarkerName {
+  public:
+    // Prepares all but the process id. With an unusable directory there is no marker.
+    void Prepare(const ChildOptions& options);
+    // The path for a process id, nullptr when there is no marker. Async-signal-safe.
+    const char* For(pid_t pid) noexcept;
+
+  private:
+    static constexpr size_t kRoomForPid = 32;
+
+    char path_[1024 + kRoomForPid] = "";
+    size_t prefix_ = 0;  // 0: none
+};
+
+class ChildProcess {
+  public:
+    enum class ExecFailure { kSilent, kMarked };
+
+    // `arguments` is NULL-terminated and outlives the object; its first element is the program,
+    // searched for in PATH when it has no "/". Without arguments the exec fails with ENOENT.
+    ChildProcess(char* const* arguments, const ChildOptions& options, ExecFailure onFailure);
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Returns the process id, or -1 with errno. By then the child leads a session and a process
+    // group of its own. It inherits descriptors 0 to 2 and default signal actions. If the program
+    // cannot be executed the child writes the marker (kMarked) and exits with 255.
+    pid_t Start();
+
+    const char* MarkerPath(pid_t pid) noexcept { return marker_.For(pid); }
+
+  private:
+    void PrepareEnvironment(std::string_view tmpDir);
+    void PrepareCandidates();
+
+    [[noreturn]] void RunChild() noexcept;
+    void OpenStreams() const noexcept;
+    int Execute() noexcept;
+    void WriteMarker(int errorNumber, const char* path) const noexcept;
+
+    char* const* arguments_;
+    std::vector<char*> environment_;
+    std::string tmpDirVariable_;
+    std::vector<std::string> candidates_;  // files to execute, in the order of the search
+    std::vector<char*> shellArguments_;    // for a script that names no interpreter
+    std::string stdinPath_, stdoutPath_, stderrPath_, workDir_;
+    MarkerName marker_;
+};
+
+}  // namespace zot

@@ -1,0 +1,159 @@
+#include "checks/scripts/run_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+#include <vector>
+
+#include "base/owners.h"
+#include "base/platform_child.h"
+#include "checks/scripts/command_line.h"
+
+namespace zot {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr int kExecFailed = 255;
+
+// Children that nobody waits for. Only these are reaped by the main loop: a wait for any child
+// would take the status away from a session that waits for its own.
+class LeftRunning {
+  public:
+    void Add(pid_t pid) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        children_.push_back(pid);
+    }
+    void Reap() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::erase_if(children_, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<pid_t> children_;
+};
+
+LeftRunning leftRunning;
+
+// Reaps the child; with WNOHANG only if it has ended. Returns whether it is gone.
+bool Reap(pid_t pid, int flags, int& status) {
+    for (;;) {
+        pid_t result = waitpid(pid, &status, flags);
+        if (result == 0) return false;
+        if (result == pid) return true;
+        if (errno == EINTR) continue;
+        // The status is lost, so nothing good can be told about the end.
+        status = SIGKILL;
+        return true;
+    }
+}
+
+// Waits until the child has ended, at most until the deadline. Returns whether it was reaped.
+bool ReapBefore(pid_t pid, Clock::time_point deadline, int& status) {
+    for (;;) {
+        if (Reap(pid, WNOHANG, status)) return true;
+        auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) return false;
+        constexpr milliseconds kLongestWait = std::chrono::hours(1);
+        WaitChild(pid, static_cast<int>(std::min(left, kLongestWait).count()));
+    }
+}
+
+// Waits for the end of the child and kills it when the time is up. The clock of the rule
+// "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
+// second for which it holds. Returns false when the child could not be killed; it is not reaped
+// then.
+bool WaitOrKill(pid_t pid, int64_t timeoutMs, int& status) {
+    if (timeoutMs == kNoTimeout) return Reap(pid, 0, status);
+    auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
+    while (!ReapBefore(pid, deadline, status)) {
+        if (kill(pid, SIGKILL) != 0) return false;
+        // The child leads a group of its own: what it has started goes with it.
+        kill(-pid, SIGKILL);
+        deadline = Clock::now() + seconds(1);
+    }
+    return true;
+}
+
+// Looks for the marker that a child leaves when it cannot execute its program. Returns whether
+// there is one; then the reason is in `errorText` and the marker is gone.
+bool TakeMarker(const char* path, VyString& errorText) {
+    if (path == nullptr) return false;
+    UniqueFd file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file && errno == ENOENT) return false;
+    char line[254];
+    ssize_t length = file ? read(file.Get(), line, sizeof line) : 0;
+    unlink(path);
+    std::string_view text(line, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    errorText = text.empty() ? "exec error" : text.substr(0, text.find('\n'));
+    return true;
+}
+
+}  // namespace
+
+int RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
+               int& exitCode, VyString& errorText) {
+    errorText.Clear();
+    CommandLine command(commandLine);
+    ChildProcess child(command.Arguments(), options, ChildProcess::ExecFailure::kMarked);
+    pid_t pid = child.Start();
+    if (pid < 0) {
+        errorText = "fork error";
+        return 0;
+    }
+    int status = 0;
+    if (timeoutMs == kDoNotWait) {
+        if (!ReapBefore(pid, Clock::now() + seconds(1), status)) {
+            leftRunning.Add(pid);
+            exitCode = 0;
+            return 1;
+        }
+    } else if (!WaitOrKill(pid, timeoutMs, status)) {
+        leftRunning.Add(pid);
+        errorText = "cannot terminate process";
+        return 0;
+    } else if (WIFSIGNALED(status)) {
+        errorText = "abnormal termination";
+        return 0;
+    }
+    // A program that was not to be waited for and died by a signal counts as exit code 0 here:
+    // only the high byte of the status is looked at.
+    int code = (status >> 8) & 0xff;
+    if (code == kExecFailed && TakeMarker(child.MarkerPath(pid), errorText)) return 0;
+    exitCode = code;
+    return 1;
+}
+
+int RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std::string_view tmpDir,
+                    int64_t timeoutMs, int& exitCode, VyString& errorText) {
+    ChildOptions options;
+    options.tmpDir = tmpDir;
+    options.workDir = workDir;
+    return RunProcess(commandLine, options, timeoutMs, exitCode, errorText);
+}
+
+int RunShell(const char* command, std::string_view tmpDir) {
+    const char* arguments[] = {"/bin/sh", "-c", command, nullptr};
+    ChildOptions options;
+    options.tmpDir = tmpDir;
+    ChildProcess child(const_cast<char* const*>(arguments), options,
+                       ChildProcess::ExecFailure::kSilent);
+    pid_t pid = child.Start();
+    if (pid < 0) return 0;
+    int status = 0;
+    Reap(pid, 0, status);
+    return 1;
+}
+
+void ReapFinishedChildren() { leftRunning.Reap(); }
+
+}  // namespace zot

@@ -1,0 +1,38 @@
+// Running a program without a shell, with its standard streams redirected and a time-out.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "base/vystring.h"
+#include "checks/scripts/child_process.h"
+
+namespace zot {
+
+// Time-outs with a meaning of their own.
+constexpr int64_t kNoTimeout = 0;
+constexpr int64_t kDoNotWait = -1;  // start, watch for one second, leave it running
+
+// Runs a command line (split as CommandLine does) and waits for its end. `timeoutMs` counts in
+// whole seconds: a program is killed, with its process group, at the first full second that
+// exceeds it; a negative time-out other than kDoNotWait kills at once.
+// Returns 1 with the program's exit code, or 0 with `errorText`: "fork error", "exec error: " and
+// the system's text, "abnormal termination" (ended by a signal, or killed), "cannot terminate
+// process". A program that was left running has exit code 0.
+int RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
+               int& exitCode, VyString& errorText);
+
+// The same with all three streams on /dev/null.
+int RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std::string_view tmpDir,
+                    int64_t timeoutMs, int& exitCode, VyString& errorText);
+
+// Lets the shell run a command and waits for its end without limit, whatever that end is. Unlike
+// system() it leaves the signals of the process alone. Returns 1, or 0 when no child could be
+// started.
+int RunShell(const char* command, std::string_view tmpDir);
+
+// Reaps the children that were left running and have ended since. Called by the main loop once a
+// second.
+void ReapFinishedChildren();
+
+}  // namespace zot

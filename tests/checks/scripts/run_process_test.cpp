@@ -1,0 +1,227 @@
+#include "checks/scripts/run_process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/owners.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr int64_t kLong = 30000;
+
+double SecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+bool NoChildIsLeft() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
+
+class RunProcessTest : public testing::Test {
+  protected:
+    // The exit code as text, or the error text.
+    std::string Run(const std::string& command, int64_t timeoutMs = kLong) const {
+        int code = -1;
+        VyString error;
+        bool ran = RunProcessQuiet(command, {}, dir_.Path(), timeoutMs, code, error) == 1;
+        return ran ? std::to_string(code) : std::string(error.View());
+    }
+    // What the command writes to output and error.
+    std::string Output(const std::string& command, ChildOptions options = {}) const {
+        std::string file = dir_ / "output";
+        options.tmpDir = dir_.Path();
+        options.stdoutPath = file;
+        options.stderrPath = file;
+        int code = -1;
+        VyString error;
+        EXPECT_EQ(RunProcess(command, options, kLong, code, error), 1) << error.View();
+        std::string text = test::ReadFile(file);
+        fs::remove(file);
+        return text;
+    }
+
+    test::TempDir dir_;
+};
+
+TEST_F(RunProcessTest, EveryExitCode) {
+    for (int code = 0; code <= 255; ++code) {
+        std::string text = std::to_string(code);
+        ASSERT_EQ(Run("sh -c 'exit " + text + "'"), text);
+    }
+}
+
+TEST_F(RunProcessTest, WhatCannotBeExecuted) {
+    const std::string missing = "exec error: No such file or directory";
+    EXPECT_EQ(Run("/no/such/program"), missing);
+    EXPECT_EQ(Run("no-such-program-in-path"), missing);
+    EXPECT_EQ(Run(""), missing);
+    EXPECT_EQ(Run("/no/such/program", kDoNotWait), missing);
+    std::string plain = dir_.Write("plain", "exit 9");
+    EXPECT_EQ(Run(plain), "exec error: Permission denied");
+    // Like a shell: a script that names no interpreter is run by sh, with its arguments.
+    chmod(plain.c_str(), 0700);
+    EXPECT_EQ(Run(plain), "9");
+    EXPECT_EQ(Output(dir_.Write("plain", "echo $1-$2") + " 'a b' c"), "a b-c\n");
+    // A program that leaves the marker itself and ends with 255 is believed.
+    EXPECT_EQ(Run("sh -c 'echo my reason >$TMPDIR/tmpSzot-$$.txt; exit 255'"), "my reason");
+    fs::remove(plain);
+    EXPECT_TRUE(fs::is_empty(dir_.Path()));
+}
+
+TEST_F(RunProcessTest, TheChildStartsClean) {
+    // Dispositions and mask of the agent's thread, and a descriptor without close-on-exec.
+    signal(SIGPIPE, SIG_IGN);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    int leak = open("/dev/null", O_RDONLY);
+    EXPECT_EQ(Run("sh -c 'kill -PIPE $$'"), "abnormal termination");
+    EXPECT_EQ(Run("sh -c 'kill -TERM $$'"), "abnormal termination");
+    EXPECT_EQ(Output("ls /dev/fd/"), "0\n1\n2\n3\n");  // 3 is the directory that ls reads
+    EXPECT_EQ(Output("sh -c 'echo $TMPDIR'"), dir_.Path() + "\n");
+    close(leak);
+    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    signal(SIGPIPE, SIG_DFL);
+}
+
+TEST_F(RunProcessTest, StreamsAndDirectory) {
+    EXPECT_EQ(Output("sh -c 'echo one; echo two >&2; echo three'"), "one\ntwo\nthree\n");
+    std::string input = dir_.Write("input", "from a file\n");
+    ChildOptions options;
+    options.stdinPath = input;
+    EXPECT_EQ(Output("cat", options), "from a file\n");
+    options.workDir = dir_.Path();
+    EXPECT_EQ(Output("pwd", options), fs::canonical(dir_.Path()).string() + "\n");
+    options.workDir = "/no/such/directory";  // ignored
+    EXPECT_EQ(Output("cat", options), "from a file\n");
+    // The marker is found although the directories of child and agent differ.
+    options.workDir = "/";
+    options.tmpDir = ".";
+    int code = 0;
+    VyString error;
+    EXPECT_EQ(RunProcess("/no/such", options, kLong, code, error), 0);
+    EXPECT_EQ(error, "exec error: No such file or directory");
+}
+
+TEST_F(RunProcessTest, TheTimeoutCountsWholeSeconds) {
+    const struct {
+        int64_t timeoutMs;
+        double killedAfter;
+    } cases[] = {{-5, 0}, {1, 1}, {999, 1}, {1000, 2}};
+    std::vector<std::thread> threads;
+    for (const auto& one : cases) {
+        threads.emplace_back([this, one] {
+            auto start = Clock::now();
+            EXPECT_EQ(Run("sleep 60", one.timeoutMs), "abnormal termination");
+            EXPECT_GE(SecondsSince(start), one.killedAfter);
+            EXPECT_LT(SecondsSince(start), one.killedAfter + 0.95) << one.timeoutMs;
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(RunProcessTest, ATimeoutEndsTheWholeGroup) {
+    // It ignores polite requests, floods its output, and has a child that holds the pipe open.
+    std::string pipe = dir_ / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    UniqueFd reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    std::string script = dir_.Write(
+        "script", "trap '' TERM HUP\nsleep 60 >" + pipe + " &\nwhile :; do echo flood; done\n");
+    ChildOptions options;
+    std::string output = dir_ / "output";
+    options.tmpDir = dir_.Path();
+    options.stdoutPath = output;
+    int code = 0;
+    VyString error;
+    EXPECT_EQ(RunProcess("sh " + script, options, 1, code, error), 0);
+    EXPECT_EQ(error, "abnormal termination");
+    EXPECT_GT(fs::file_size(output), 1000U);
+    pollfd waited = {reader.Get(), POLLIN, 0};
+    EXPECT_EQ(poll(&waited, 1, 5000), 1);  // every writer is gone
+}
+
+TEST_F(RunProcessTest, StartedAndLeftRunning) {
+    auto start = Clock::now();
+    EXPECT_EQ(Run("sh -c 'exit 7'", kDoNotWait), "7");
+    EXPECT_EQ(Run("sh -c 'kill -9 $$'", kDoNotWait), "0");
+    EXPECT_LT(SecondsSince(start), 1.9);
+    start = Clock::now();
+    EXPECT_EQ(Run("sleep 1.2", kDoNotWait), "0");
+    EXPECT_GE(SecondsSince(start), 1.0);
+    ReapFinishedChildren();
+    EXPECT_FALSE(NoChildIsLeft());
+    siginfo_t info{};
+    waitid(P_ALL, 0, &info, WEXITED | WNOWAIT);
+    ReapFinishedChildren();
+    EXPECT_TRUE(NoChildIsLeft());
+}
+
+TEST_F(RunProcessTest, WithoutFreeDescriptors) {
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit few = before;
+    few.rlim_cur = 32;
+    setrlimit(RLIMIT_NOFILE, &few);
+    std::vector<UniqueFd> taken;
+    for (int fd; (fd = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)) >= 0;) taken.emplace_back(fd);
+    auto start = Clock::now();
+    std::string result;
+    for (int i = 0; i < 3; ++i) result += Run("sh -c 'exit 5'");
+    double took = SecondsSince(start);
+    std::string killed = Run("sleep 60", 1);
+    std::string marked = Run("/no/such/program");
+    taken.clear();
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(killed, "abnormal termination");
+    EXPECT_EQ(marked, "exec error");  // the reason cannot be read
+    EXPECT_TRUE(fs::is_empty(dir_.Path()));
+    EXPECT_EQ(result, "555");
+    EXPECT_LT(took, 2.9);
+}
+
+TEST_F(RunProcessTest, AThousandRunsUnderLoadLeaveNothing) {
+    auto descriptors = [] {
+        return std::distance(fs::directory_iterator("/dev/fd"), fs::directory_iterator());
+    };
+    const auto open = descriptors();
+    const std::pair<const char*, const char*> runs[] = {
+        {"true", "0"},
+        {"sh -c 'exit 255'", "255"},
+        {"/no/such/program", "exec error: No such file or directory"},
+        {"sh -c 'kill -9 $$'", "abnormal termination"},
+    };
+    auto start = Clock::now();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 10; ++i) {
+        threads.emplace_back([this, &runs] {
+            for (int k = 0; k < 25; ++k) {
+                for (const auto& [command, result] : runs) EXPECT_EQ(Run(command), result);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    // Polling once a second would take 100 seconds.
+    EXPECT_LT(SecondsSince(start), 50);
+    EXPECT_TRUE(NoChildIsLeft());
+    EXPECT_EQ(descriptors(), open);
+    EXPECT_TRUE(fs::is_empty(dir_.Path()));
+}
+
+}  // namespace
+}  // namespace zot
