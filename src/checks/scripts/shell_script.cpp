@@ -1,0 +1,115 @@
+#include <string>
+
+#include "checks/scripts/configured_script.h"
+#include "checks/scripts/run_process.h"
+#include "checks/scripts/script_checks.h"
+#include "checks/scripts/script_output.h"
+#include "checks/scripts/temp_name.h"
+#include "protocol/request_text.h"
+
+namespace zot {
+namespace {
+
+constexpr std::string_view kResultMark = "scriptres:";
+
+struct ScriptRequest {
+    std::string_view commandTemplate;
+    VyString script;
+    VyString parameters;
+    int64_t timeoutMs = kNoTimeout;
+    int32_t lineBudget = 0;
+};
+
+ScriptRequest ReadRequest(std::string_view params) {
+    ScriptRequest request;
+    request.commandTemplate = GetLine(params, 1);
+    request.script = Unescape(GetLine(params, 2)).ReplaceAll("\r\n", "\n", true);
+    request.parameters = Unescape(GetLine(params, 3));
+    request.parameters.Trim();
+    request.timeoutMs = int64_t{ToInt(GetLine(params, 4))} * 1000;
+    request.lineBudget = ToInt(GetLine(params, 5));
+    return request;
+}
+
+// Replaces the marker, whatever its case. The search goes on only while more than a marker's
+// length of text is left, so "%script%" alone, or a marker right behind a replaced one at the end,
+// stays as it is; templates have been written around that.
+VyString FillIn(std::string_view text, std::string_view marker, std::string_view value) {
+    VyString result;
+    while (text.size() > marker.size()) {
+        int64_t at = FindInBufferNoCase(text, marker);
+        if (at == 0) break;
+        result.Append(text.substr(0, static_cast<size_t>(at - 1)));
+        result.Append(value);
+        text.remove_prefix(static_cast<size_t>(at - 1) + marker.size());
+    }
+    result.Append(text);
+    return result;
+}
+
+// Writes the script into a new executable file; otherwise returns the message that tells why not.
+const char* WriteScript(const AgentSettings& settings, std::string_view text, TempFile& file) {
+    constexpr unsigned kScriptMode = 0775;
+    TempFile::Result created = file.Create(settings.tmpDir);
+    if (created == TempFile::Result::kNoName) return "Cannot get temp file";
+    if (created == TempFile::Result::kNotCreated) return "Cannot create temp file";
+    if (!file.Write(text)) return "cannot create temp file";
+    if (!file.SetMode(kScriptMode)) return "Cannot set exec flag for script";
+    // A file that is open for writing cannot be executed.
+    file.Close();
+    return nullptr;
+}
+
+// Reads the result line (the first one that is marked, or else the last one) and as many lines of
+// output as the budget allows.
+void ReadOutput(ScriptOutput& output, int32_t budget, VyString& result, std::string& lines) {
+    bool marked = false;
+    std::string_view piece;
+    while ((budget > 0 || !marked) && output.NextLine(piece)) {
+        std::string_view line = TrimView(piece);
+        if (line.empty()) continue;
+        if (budget > 0) {
+            lines.append(line).append("\r\n");
+            --budget;
+        }
+        if (!marked) result = line;
+        marked = marked || line.starts_with(kResultMark);
+    }
+}
+
+}  // namespace
+
+void TestShellScript(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testShellScript) return reply.Start("600", "test is not allowed");
+    const ScriptRequest request = ReadRequest(params);
+    TempFile script;
+    if (const char* error = WriteScript(settings, request.script, script)) {
+        return reply.Start("301", error);
+    }
+    TempFile file;
+    TempFile::Result created = file.Create(settings.tmpDir);
+    if (created == TempFile::Result::kNoName) return reply.Start("301", "Cannot get temp file");
+    file.Close();
+    if (created == TempFile::Result::kNotCreated) {
+        return reply.Start("301", "Cannot get script results");
+    }
+    VyString command = FillIn(request.commandTemplate, "%script%", script.Path());
+    command = FillIn(command, "%params%", request.parameters);
+    PauseBeforeScript(settings);
+    ChildOptions options = {settings.tmpDir, {}, file.Path(), file.Path(), file.Path()};
+    int exitCode = 0;
+    VyString errorText;
+    if (!RunProcess(command, options, request.timeoutMs, exitCode, errorText)) {
+        return reply.Start("301", VyString::Concat("Script execution error: ", errorText));
+    }
+    ScriptOutput output;
+    if (!output.Open(file.Path())) return reply.Start("301", "Cannot get script results");
+    VyString result;
+    std::string lines;
+    ReadOutput(output, request.lineBudget, result, lines);
+    reply.Start("200");
+    reply.AppendLine(result, Escaping::kLineBreaks);
+    reply.AppendLine(lines, Escaping::kLineBreaks);
+}
+
+}  // namespace zot

@@ -1,0 +1,188 @@
+#include "checks/scripts/script_checks.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+namespace zot {
+namespace {
+
+namespace fs = std::filesystem;
+using Handler = void (*)(std::string_view, const AgentSettings&, Reply&);
+
+class ScriptChecks : public testing::Test {
+  protected:
+    ScriptChecks() {
+        fs::create_directory(dir_ / "tmp");
+        settings_.tmpDir = dir_ / "tmp";
+        settings_.testProcess = settings_.testCpuUsage = settings_.testExternal = 1;
+        settings_.testShellScript = settings_.actExecute = 1;
+    }
+    void TearDown() override { EXPECT_TRUE(fs::is_empty(dir_ / "tmp")); }
+
+    std::string Ask(Handler handler, const std::string& params) const {
+        Reply reply;
+        handler(params, settings_, reply);
+        return std::string(reply.Text().View());
+    }
+    std::string WriteScript(const std::string& body) const {
+        std::string path = dir_.Write("script.sh", "#!/bin/sh\n" + body);
+        chmod(path.c_str(), 0700);
+        return path;
+    }
+
+    test::TempDir dir_;
+    AgentSettings settings_;
+};
+
+TEST_F(ScriptChecks, Refusals) {
+    const struct {
+        Handler handler;
+        VyString AgentSettings::*script;
+        const char* label;
+    } configured[] = {{TestProcess, &AgentSettings::procCntScript, "ProcCnt"},
+                      {GetProcessesList, &AgentSettings::procListScript, "ProcList"},
+                      {TestCpu, &AgentSettings::cpuUsageScript, "CPUUsage"}};
+    for (const auto& one : configured) {
+        std::string label = std::string("301\n") + one.label;
+        EXPECT_EQ(Ask(one.handler, "\r"), label + " script is not speified\n");
+        settings_.*one.script = dir_.Path();
+        EXPECT_EQ(Ask(one.handler, "\r"), label + " script doesn't exist\n");
+    }
+    settings_.procCntScript = WriteScript("echo 1");
+    EXPECT_EQ(Ask(TestProcess, "\n \n\r"), "501\nName of the process is not specified\n");
+    std::string usual = settings_.tmpDir.Data();
+    settings_.tmpDir = std::string(500, 'd');
+    EXPECT_EQ(Ask(TestProcess, "\nname\n\r"), "301\ncannot get temp file\n");
+    EXPECT_EQ(Ask(TestShellScript, "%script% x\necho\n\n5\n1\n\r"), "301\nCannot get temp file\n");
+    settings_.tmpDir = "/no/such/directory";
+    EXPECT_EQ(Ask(TestProcess, "\nname\n\r"), "301\nCannot get script results\n");
+    EXPECT_EQ(Ask(TestShellScript, "%script% x\necho\n\n5\n1\n\r"),
+              "301\nCannot create temp file\n");
+    settings_.tmpDir = dir_ / "tmp";
+    // No room to write the script.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    setrlimit(RLIMIT_FSIZE, &none);
+    std::string reply = Ask(TestShellScript, "%script% x\necho\n\n5\n1\n\r");
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, SIG_DFL);
+    EXPECT_EQ(reply, "301\ncannot create temp file\n");
+
+    AgentSettings off;
+    for (Handler handler : {TestProcess, GetProcessesList, TestCpu, TestExternalPrg,
+                            TestShellScript, ActExternalCmd}) {
+        Reply refusal;
+        handler("\r", off, refusal);
+        EXPECT_EQ(refusal.Text(), handler == ActExternalCmd ? "600\noperation is not allowed\n"
+                                                            : "600\ntest is not allowed\n");
+    }
+}
+
+TEST_F(ScriptChecks, ProcessCount) {
+    settings_.procCntScript = WriteScript("echo \" 7$#: $1\"");
+    EXPECT_EQ(Ask(TestProcess, "\nsome name\n\r"), "200\n72\n");
+    settings_.procCntScript = WriteScript("echo \"$1\"");
+    EXPECT_EQ(Ask(TestProcess, "\n-12x\n\r"), "200\n-12\n");
+    EXPECT_EQ(Ask(TestProcess, "\nnone\n\r"), "301\nScript error\n");
+    // The shell interprets the name.
+    EXPECT_EQ(Ask(TestProcess, "\n$((40+2))\n\r"), "200\n42\n");
+    // What keeps the shell from opening the file leaves no results.
+    EXPECT_EQ(Ask(TestProcess, "\na\"b\n\r"), "301\nCannot get script results\n");
+    EXPECT_EQ(Ask(TestProcess, "\n3 #\n\r"), "301\nCannot get script results\n");
+    settings_.procCntScript = WriteScript("rm -f " + (dir_ / "tmp/tmpPzot-*"));
+    EXPECT_EQ(Ask(TestProcess, "\nname\n\r"), "301\nCannot get script results\n");
+}
+
+TEST_F(ScriptChecks, CpuAndProcessList) {
+    settings_.cpuUsageScript = WriteScript("echo; echo 12.345 rest");
+    EXPECT_EQ(Ask(TestCpu, ""), "200\n12.3450\n");
+    settings_.cpuUsageScript = WriteScript("echo 3 >&2; exit 255");  // its own code does not matter
+    EXPECT_EQ(Ask(TestCpu, ""), "200\n3.0000\n");
+    settings_.cpuUsageScript = WriteScript("cat; echo idle");
+    EXPECT_EQ(Ask(TestCpu, ""), "301\nScript error\n");
+    settings_.cpuUsageScript = WriteScript("kill -9 $$");
+    EXPECT_EQ(Ask(TestCpu, ""), "301\nCannot execute script\n");
+
+    std::string longLine(520, 'x');
+    settings_.procListScript = WriteScript("printf 'one\\n\\ntwo\\r\\n" + longLine + "'");
+    EXPECT_EQ(Ask(GetProcessesList, ""), "200\none%0D%0A%0D%0Atwo%0D%0D%0A" +
+                                             longLine.substr(0, 511) + "%0D%0A" +
+                                             longLine.substr(511) + "%0D%0A\n");
+}
+
+TEST_F(ScriptChecks, ExternalProgramAndAction) {
+    EXPECT_EQ(Ask(TestExternalPrg, "sh -c 'exit 3'\n\n\n5000\n\r"), "200\n3\n");
+    EXPECT_EQ(Ask(TestExternalPrg, "/no/such\n\n\n5000\n\r"),
+              "301\nexec error: No such file or directory\n");
+    EXPECT_EQ(Ask(TestExternalPrg, "true\n\n\nsoon\n\r"), "501\nWrong parameter\n");
+    EXPECT_EQ(Ask(TestExternalPrg, " \n\n\n5000\n\r"), "501\n");  // no text, as it always was
+
+    EXPECT_EQ(Ask(ActExternalCmd, " sh -c 'exit 4' \n\n1\n5000\n\r"), "200\n4\n");
+    EXPECT_EQ(Ask(ActExternalCmd, "cp /dev/null made\n" + dir_.Path() + "\n1\n5000\n\r"),
+              "200\n0\n");
+    EXPECT_TRUE(fs::exists(dir_ / "made"));
+    EXPECT_EQ(Ask(ActExternalCmd, "true\n\nabc\n5000\n\r"), "501\nWrong parameter\n");
+    EXPECT_EQ(Ask(ActExternalCmd, "\n\n1\n\n\r"), "501\nWrong parameter\n");
+    EXPECT_EQ(Ask(ActExternalCmd, "\n\n1\n5000\n\r"),
+              "501\nCommand line to execute is not specified\n");
+}
+
+TEST_F(ScriptChecks, ShellScriptResultsAndBudget) {
+    const std::string script =
+        "#!/bin/sh%0D%0Aecho \"  first $* \"%0D%0A%0Aecho; echo scriptres:good; echo last "
+        ">&2%0D%0A";
+    auto ask = [&](const std::string& budget) {
+        return Ask(TestShellScript,
+                   "%SCRIPT% %Params%\n" + script + "\na 'b  c'\n5\n" + budget + "\n\r");
+    };
+    EXPECT_EQ(ask("9"), "200\nscriptres:good\nfirst a b  c%0D%0Ascriptres:good%0D%0Alast%0D%0A\n");
+    EXPECT_EQ(ask("1"), "200\nscriptres:good\nfirst a b  c%0D%0A\n");
+    EXPECT_EQ(ask("0"), "200\nscriptres:good\n\n");
+    EXPECT_EQ(Ask(TestShellScript, "sh %script%\necho one; echo two\nx\n5\n1\n\r"),
+              "200\ntwo\none%0D%0A\n");
+    EXPECT_EQ(Ask(TestShellScript, "sh %script%\n:\nx\n5\n1\n\r"), "200\n\n\n");
+    EXPECT_EQ(Ask(TestShellScript, "sh %script%\nkill -9 $$\nx\n5\n1\n\r"),
+              "301\nScript execution error: abnormal termination\n");
+    // A blank line gives way to the next one, so without parameters the time-out is one.
+    EXPECT_EQ(Ask(TestShellScript, "sh %script% %params% .\necho $1\n\n5\n1\n\r"),
+              "200\n5\n5%0D%0A\n");
+}
+
+TEST_F(ScriptChecks, TemplateMarkersAtTheEnd) {
+    auto ask = [&](const std::string& commandTemplate) {
+        return Ask(TestShellScript, commandTemplate + "\necho \"$1\"\nP\n5\n1\n\r");
+    };
+    EXPECT_EQ(ask("%script%"),
+              "301\nScript execution error: exec error: No such file or directory\n");
+    EXPECT_EQ(ask("sh %script% %params%%params%"), "200\nP%params%\nP%params%%0D%0A\n");
+    EXPECT_EQ(ask("sh %script% %params%%params%."), "200\nPP.\nPP.%0D%0A\n");
+}
+
+TEST_F(ScriptChecks, TwoHundredShellScriptsAtOnce) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 200; ++i) {
+        threads.emplace_back([this, i] {
+            std::string own = std::to_string(i);
+            EXPECT_EQ(Ask(TestShellScript, "%script% %params%\n#!/bin/sh%0Aecho " + own +
+                                               ".$1%0Aecho scriptres:" + own + "\n" + own +
+                                               "\n60\n1\n\r"),
+                      "200\nscriptres:" + own + "\n" + own + "." + own + "%0D%0A\n");
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace zot
