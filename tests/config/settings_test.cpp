@@ -1,0 +1,56 @@
+#include "config/settings.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zot {
+namespace {
+
+TEST(SettingsStore, ChangesLoseNothingOfEachOtherAndSnapshotsStayWhole) {
+    SettingsStore store;
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        while (!done) {
+            SettingsSnapshot seen = store.Snapshot();
+            EXPECT_EQ(seen->comment, std::string(static_cast<size_t>(seen->port), 'x'));
+        }
+    });
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 4; ++i) {
+        writers.emplace_back([&] {
+            for (int n = 0; n < 100; ++n) {
+                int result = store.Change([](AgentSettings& settings) {
+                    settings.comment.Append('x');
+                    return ++settings.port;
+                });
+                EXPECT_GT(result, 0);
+            }
+        });
+    }
+    for (auto& writer : writers) writer.join();
+    done = true;
+    reader.join();
+    EXPECT_EQ(store.Snapshot()->port, 400);
+}
+
+TEST(SettingsStore, SnapshotAndCrashRecordOutliveChanges) {
+    SettingsStore store;
+    auto set = [&store](int port) {
+        return store.Change([port](AgentSettings& settings) { return settings.port = port; });
+    };
+    EXPECT_EQ(set(1), 1);
+    SettingsSnapshot held = store.Snapshot();
+    EXPECT_EQ(set(2), 2);
+    EXPECT_EQ(held->port, 1);
+    const AgentSettings& atCrash = store.ForCrashHandler();
+    EXPECT_EQ(atCrash.port, 2);
+    EXPECT_EQ(set(3), 3);
+    EXPECT_EQ(atCrash.port, 2);
+    EXPECT_EQ(store.ForCrashHandler().port, 3);
+}
+
+}  // namespace
+}  // namespace zot
