@@ -1,0 +1,176 @@
+#include "config/config_file.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <limits>
+
+#include "base/ascii.h"
+#include "config/config_keys.h"
+#include "config/config_lines.h"
+
+namespace zot {
+namespace {
+
+constexpr int32_t kDefaultTimeout = 4000;  // milliseconds
+
+// Leading blanks, a sign and the digits behind it; what is no number gives 0, what is too large
+// the limit.
+int32_t LeadingNumber(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    if (text.size() > 1 && text[0] == '+' && IsDigit(text[1])) text.remove_prefix(1);
+    int32_t number = 0;
+    auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (result.ec != std::errc::result_out_of_range) return number;
+    return text.front() == '-' ? std::numeric_limits<int32_t>::min()
+                               : std::numeric_limits<int32_t>::max();
+}
+
+// Entries stand between blanks in the file and between CR LF in memory.
+VyString FilterListFromFile(std::string_view value) {
+    VyString list = VyString(value).ReplaceAll("%0D", "\r", true).ReplaceAll("%0A", "\n", true);
+    list.Trim();
+    list.CollapseRuns(' ');
+    return list.ReplaceAll(" ", "\r\n", true);
+}
+
+void ApplyLine(AgentSettings& settings, std::string_view line) {
+    ConfigLine parts;
+    if (!SplitConfigLine(line, parts)) return;
+    const ConfigKey* key = FindConfigKey(parts.key);
+    if (key == nullptr) return;
+    switch (key->kind) {
+        case ConfigKind::kString:
+            settings.*key->text = parts.value;
+            break;
+        case ConfigKind::kFilterList:
+            settings.*key->text = FilterListFromFile(parts.value);
+            break;
+        case ConfigKind::kFlag:
+            settings.*key->number = parts.value.starts_with('1') ? 1 : 0;
+            break;
+        case ConfigKind::kNumber:
+            settings.*key->number = LeadingNumber(parts.value);
+            break;
+        case ConfigKind::kPort:
+            // A port from the command line, from an earlier line or an earlier load stays.
+            if (settings.*key->number == 0) settings.*key->number = LeadingNumber(parts.value);
+            break;
+    }
+}
+
+bool IsDirectory(const char* path) {
+    struct stat info {};
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool IsRegularFile(const char* path) {
+    struct stat info {};
+    return stat(path, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+int Validate(AgentSettings& settings, VyString& errorText) {
+    int result = 1;
+    if (settings.port == 0) {
+        errorText.Append("  TCP post is not specified!\n");
+        result = 0;
+    }
+    if (settings.password.Empty()) {
+        errorText.Append("  Password is not specified!\n");
+        result = 0;
+    }
+    if (settings.agentPath.At(1) != '/') {
+        errorText.Append("  Full path to the agent is not specified!\n");
+        return 0;
+    }
+    if (IsRegularFile(settings.agentPath.Terminate())) return result;
+    errorText.Append("  Invalid path to the agent!\n");
+    return 0;
+}
+
+void RebuildActiveFilter(AgentSettings& settings, VyString& errorText) {
+    settings.activeFilter = "\r\n";
+    std::string_view rest = settings.filterList;
+    for (char mark : settings.filterMarks.View()) {
+        std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        std::string_view entry = TrimView(line);
+        if (entry.empty()) {
+            // It is the list that has less items; administrators search for this very wording.
+            errorText = "FilterMarks has less items than FilterList";
+            return;
+        }
+        if (mark != '1') continue;
+        settings.activeFilter.Append(entry);
+        settings.activeFilter.Append("\r\n");
+    }
+}
+
+// Scripts named without a directory stand beside the agent. The directory brings its "/" along, so
+// the path holds two in a row, and a script that is not named at all becomes the directory: both
+// show in replies that servers have been written against.
+void ResolveScripts(AgentSettings& settings) {
+    std::string_view agent = settings.agentPath;
+    std::string_view directory = agent.substr(0, agent.rfind('/') + 1);
+    if (directory.empty()) return;
+    for (auto script : {&AgentSettings::cpuUsageScript, &AgentSettings::procListScript,
+                        &AgentSettings::procCntScript}) {
+        VyString& path = settings.*script;
+        if (path.Pos("/") != 0) continue;
+        VyString name = std::move(path);
+        path = VyString::Concat(directory, "/");
+        path.Append(name);
+    }
+}
+
+void ResolveTmpDir(AgentSettings& settings) {
+    VyString& directory = settings.tmpDir;
+    const char* exported = getenv("TMPDIR");
+    if (directory.Empty() || !IsDirectory(directory.Terminate())) {
+        // A TMPDIR that leads nowhere hides TMP all the same.
+        const char* candidate = exported != nullptr ? exported : getenv("TMP");
+        directory = candidate != nullptr && IsDirectory(candidate) ? candidate : ".";
+    }
+    if (directory.At(directory.Length()) == '/') directory.Cut(directory.Length() - 1);
+    // Other threads may be reading the environment, so it changes only when it has to.
+    if (exported == nullptr || directory != exported) setenv("TMPDIR", directory.Terminate(), 1);
+}
+
+}  // namespace
+
+int LoadConfig(AgentSettings& settings, VyString& errorText) {
+    errorText.Clear();
+    SetConfigDefaults(settings);
+    if (settings.configPath[0] == '\0') {
+        errorText = "Configuration file is not specified";
+        return 0;
+    }
+    {
+        ConfigReader file;
+        bool opened = file.Open(settings.configPath);
+        for (std::string_view line; opened && file.Next(line);) ApplyLine(settings, line);
+        if (!opened || file.Failed()) {
+            errorText = VyString::Concat("Cannot open configuration file '", settings.configPath);
+            errorText.Append('\'');
+            return 0;
+        }
+    }
+    PostProcessConfig(settings, errorText);
+    if (settings.timeout == 0) settings.timeout = kDefaultTimeout;
+    return Validate(settings, errorText);
+}
+
+int LoadConfigLocked(SettingsStore& store, VyString& errorText) {
+    return store.Change(
+        [&errorText](AgentSettings& settings) { return LoadConfig(settings, errorText); });
+}
+
+void PostProcessConfig(AgentSettings& settings, VyString& errorText) {
+    RebuildActiveFilter(settings, errorText);
+    ResolveScripts(settings);
+    ResolveTmpDir(settings);
+}
+
+}  // namespace zot

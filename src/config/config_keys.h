@@ -1,0 +1,50 @@
+// The keys of the configuration file as one table: what each is called, which setting it names,
+// what every load resets it to and whether a save writes it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "config/settings.h"
+
+namespace zot {
+
+enum class ConfigKind {
+    kString,
+    kFilterList,  // a string: entries separated by blanks in the file, by CR LF in memory
+    kFlag,
+    kNumber,
+    kPort,  // a number that is taken only while it is still 0
+};
+
+enum class SaveRule {
+    kAlways,   // rewritten where it stands, appended where it is missing
+    kInPlace,  // rewritten where it stands, never appended
+    kNever,    // its lines are copied as they are
+};
+
+struct ConfigKey {
+    std::string_view name;
+    ConfigKind kind;
+    SaveRule save;
+    VyString AgentSettings::*text = nullptr;    // of the strings
+    int32_t AgentSettings::*number = nullptr;   // of all others
+    const char* defaultText = nullptr;          // none: a load keeps what was there
+    std::optional<int32_t> defaultNumber = {};  // none: likewise
+};
+
+inline constexpr size_t kConfigKeyCount = 43;
+
+// All keys, the saved ones first and in the order in which a save appends them.
+extern const std::array<ConfigKey, kConfigKeyCount> kConfigKeys;
+
+// The table entry of a key, whatever the case of its letters; nullptr if there is none.
+const ConfigKey* FindConfigKey(std::string_view key);
+
+// Sets everything that a load starts from; settings without a default keep their values.
+void SetConfigDefaults(AgentSettings& settings);
+
+}  // namespace zot

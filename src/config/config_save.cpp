@@ -1,0 +1,243 @@
+// Saving happens beside the file: the new content is complete, with the owner and the permissions
+// of the old file, and on the disk before one rename puts it in place. Whenever the process or the
+// machine stops, the configuration path leads to a whole file.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+
+#include "base/owners.h"
+#include "config/config_file.h"
+#include "config/config_keys.h"
+#include "config/config_lines.h"
+
+namespace zot {
+namespace {
+
+bool WriteAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        ssize_t written = write(fd, text.data(), text.size());
+        if (written > 0) {
+            text.remove_prefix(static_cast<size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A file under construction: it disappears again unless Keep is called.
+class NewFile {
+  public:
+    explicit NewFile(VyString path)
+        : path_(std::move(path)), buffer_(VyString::Fixed(kBufferSize)) {}
+    ~NewFile() {
+        buffer_.Wipe();
+        if (fd_ && !kept_) unlink(path_.Terminate());
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    const VyString& Path() const { return path_; }
+
+    // Creates the file for its owner alone, in place of one that an interrupted save left behind.
+    bool Create() {
+        unlink(path_.Terminate());
+        fd_.Reset(open(path_.Data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        return static_cast<bool>(fd_);
+    }
+
+    void Append(std::string_view text) {
+        if (text.size() > kBufferSize - buffer_.View().size()) Flush();
+        buffer_.Append(text);
+    }
+
+    // Completes the file, with owner, group and permissions like those given, down to the disk.
+    // False if anything of it, or of a write before it, failed.
+    bool Finish(const struct stat& like) {
+        Flush();
+        return intact_ && TakeOwnership(like) && fsync(fd_.Get()) == 0;
+    }
+
+    void Keep() { kept_ = true; }
+
+  private:
+    static constexpr size_t kBufferSize = 4096;  // a line and its line end fit
+
+    void Flush() {
+        intact_ = intact_ && WriteAll(fd_.Get(), buffer_);
+        buffer_.Clear();
+    }
+
+    bool TakeOwnership(const struct stat& like) {
+        mode_t mode = like.st_mode & 07777;
+        if (fchown(fd_.Get(), like.st_uid, like.st_gid) != 0 &&
+            fchown(fd_.Get(), static_cast<uid_t>(-1), like.st_gid) != 0) {
+            // The bits for the group would now let in other people than before.
+            mode &= 0700;
+        }
+        return fchmod(fd_.Get(), mode) == 0;
+    }
+
+    VyString path_;
+    VyString buffer_;
+    UniqueFd fd_;
+    bool intact_ = true;
+    bool kept_ = false;
+};
+
+// Appends at most `room` bytes of a value. What could end a line in the file becomes a blank, or a
+// value would bring settings of its own; a NUL ends the value, as it does on reading.
+void AppendValue(VyString& line, std::string_view value, size_t room) {
+    value = value.substr(0, value.find('\0')).substr(0, room);
+    for (size_t at; (at = value.find_first_of("\r\n\v\f")) != std::string_view::npos;) {
+        line.Append(value.substr(0, at));
+        line.Append(' ');
+        value.remove_prefix(at + 1);
+    }
+    line.Append(value);
+}
+
+// Writes the value of a key behind what the line holds, up to the limit of a line.
+void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& settings) {
+    size_t room = kMaxConfigLine - line.View().size();
+    switch (key.kind) {
+        case ConfigKind::kString:
+            AppendValue(line, settings.*key.text, room);
+            break;
+        case ConfigKind::kFilterList:
+            AppendValue(line, (settings.*key.text).ReplaceAll("\r\n", " ", true), room);
+            break;
+        case ConfigKind::kFlag:
+            AppendValue(line, settings.*key.number != 0 ? "1" : "0", room);
+            break;
+        case ConfigKind::kNumber:
+        case ConfigKind::kPort: {
+            std::array<char, 12> digits{};
+            std::to_chars(digits.data(), digits.data() + digits.size(), settings.*key.number);
+            AppendValue(line, digits.data(), room);
+            break;
+        }
+    }
+}
+
+// The settings as lines of the file; remembers which of them it has written.
+class LineRewriter {
+  public:
+    explicit LineRewriter(const AgentSettings& settings)
+        : settings_(settings), line_(VyString::Fixed(kMaxConfigLine + 2)) {}
+    ~LineRewriter() { line_.Wipe(); }
+    LineRewriter(const LineRewriter&) = delete;
+    LineRewriter& operator=(const LineRewriter&) = delete;
+
+    // The line of the old file with the current value, or as it is if it holds no saved setting.
+    std::string_view Rewrite(std::string_view line) {
+        line_ = line;
+        ConfigLine parts;
+        const ConfigKey* key = SplitConfigLine(line, parts) ? FindConfigKey(parts.key) : nullptr;
+        if (key != nullptr && key->save != SaveRule::kNever) {
+            Written(*key) = true;
+            if (key->kind == ConfigKind::kFlag && !parts.value.empty()) {
+                // The mark takes the place of one character, so "yes" becomes "1es". Only the
+                // first character counts on reading, and what follows may be a remark.
+                line_.Set(static_cast<int32_t>(parts.valueAt) + 1,
+                          settings_.*key->number != 0 ? '1' : '0');
+            } else {
+                line_.Cut(static_cast<int32_t>(parts.valueAt));
+                AppendSetting(line_, *key, settings_);
+            }
+        }
+        if (line_.At(line_.Length()) != '\n') line_.Append("\r\n");
+        return line_;
+    }
+
+    // The next line to append: the first setting that is due in the file and not yet written.
+    // False when there is none.
+    bool NextMissing(std::string_view& line) {
+        for (const ConfigKey& key : kConfigKeys) {
+            if (key.save != SaveRule::kAlways || Written(key)) continue;
+            Written(key) = true;
+            line_ = key.name;
+            line_.Append('=');
+            AppendSetting(line_, key, settings_);
+            line_.Append("\r\n");
+            line = line_;
+            return true;
+        }
+        return false;
+    }
+
+  private:
+    bool& Written(const ConfigKey& key) {
+        return written_[static_cast<size_t>(&key - kConfigKeys.data())];
+    }
+
+    const AgentSettings& settings_;
+    VyString line_;
+    std::array<bool, kConfigKeyCount> written_{};
+};
+
+// Keeps the current file under the name `old` and puts the new one in its place. The hard link
+// leaves no moment without a file; where links are not to be had, two renames do.
+bool PutInPlace(const char* fresh, const char* path, const char* old) {
+    unlink(old);
+    bool moved = linkat(AT_FDCWD, path, AT_FDCWD, old, 0) != 0 && rename(path, old) == 0;
+    if (rename(fresh, path) == 0) return true;
+    if (moved) rename(old, path);
+    return false;
+}
+
+// Makes the renames in the directory of a file last. File systems that cannot do it need not.
+void SyncDirectoryOf(std::string_view path) {
+    VyString directory = path.substr(0, path.rfind('/') + 1);
+    if (directory.Empty()) directory = ".";
+    UniqueFd fd(open(directory.Terminate(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd) fsync(fd.Get());
+}
+
+int Fail(VyString& errorText, std::string_view what, std::string_view path) {
+    errorText = what;
+    errorText.Append(" configuration file '");
+    errorText.Append(path);
+    errorText.Append('\'');
+    return 0;
+}
+
+}  // namespace
+
+int SaveConfig(AgentSettings& settings, VyString& errorText) {
+    errorText.Clear();
+    PostProcessConfig(settings, errorText);
+    const char* path = settings.configPath;
+    if (*path == '\0') {
+        errorText = "Configuration file is not specified";
+        return 0;
+    }
+    ConfigReader current;
+    struct stat like {};
+    if (!current.Open(path) || fstat(current.Descriptor(), &like) != 0) {
+        return Fail(errorText, "Cannot open", path);
+    }
+    NewFile fresh(VyString::Concat(path, ".New"));
+    if (!fresh.Create()) return Fail(errorText, "Cannot create new", fresh.Path());
+
+    LineRewriter rewriter(settings);
+    for (std::string_view line; current.Next(line);) fresh.Append(rewriter.Rewrite(line));
+    if (current.Failed()) return Fail(errorText, "Cannot open", path);
+    for (std::string_view line; rewriter.NextMissing(line);) fresh.Append(line);
+    if (!fresh.Finish(like)) return Fail(errorText, "Cannot create new", fresh.Path());
+
+    if (!PutInPlace(fresh.Path().Data(), path, VyString::Concat(path, ".Old").Terminate())) {
+        return Fail(errorText, "Cannot overwrite", path);
+    }
+    fresh.Keep();
+    SyncDirectoryOf(path);
+    return 1;
+}
+
+}  // namespace zot
