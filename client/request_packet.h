@@ -1,0 +1,58 @@
+// The server's half of the protocol as bytes and text, without sockets: request packets, the text
+// that goes into them and the text that comes back.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zot::client {
+
+// The request text: the command, one line for each parameter, and the carriage return that marks
+// the end of the transmission. Line breaks inside command and parameters are escaped.
+std::string ComposeRequest(std::string_view command, std::span<const std::string> params);
+
+// A reply as its reader wants it: the three digits, and the value lines still escaped.
+struct Answer {
+    std::string code;
+    std::vector<std::string> lines;
+};
+
+// Splits a reply text. Returns 1, or 0 when it does not begin with a line of three digits or does
+// not end with a line feed and a carriage return, as a text opened with the wrong key does not.
+int ParseReply(std::string_view text, Answer& answer);
+
+// 32 printable characters (192 bits) from the system's random source; empty when it fails.
+std::string RandomSessionKey();
+
+// Packet encryption under a key string, without a length in front, and back.
+std::string Encrypt(std::string_view keyString, std::string_view data);
+std::string Decrypt(std::string_view keyString, std::string_view data);
+
+// A request packet field by field. MakeRequest fills it as a server does; a packet with a fault is
+// made by changing a field before Serialise.
+struct RequestFields {
+    uint8_t signature[2] = {0x03, 0x12};
+    std::string digest;
+    std::string encryptedKey;
+    std::string encryptedText;
+    std::string trailer;  // bytes behind the last field, counted by the packet length
+    // Lengths to write in place of the true ones.
+    std::optional<uint32_t> packetLength;
+    std::optional<uint16_t> digestLength;
+    std::optional<uint16_t> keyLength;
+    std::optional<uint32_t> textLength;
+};
+
+// REQUIRES a session key of at most 65535 bytes. An empty password gives no digest.
+RequestFields MakeRequest(std::string_view password, std::string_view sessionKey,
+                          std::string_view text);
+std::string Serialise(const RequestFields& fields);
+// The two in one: the packet as it is sent.
+std::string BuildRequest(std::string_view password, std::string_view sessionKey,
+                         std::string_view text);
+
+}  // namespace zot::client

@@ -1,0 +1,90 @@
+#include "client/request_packet.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <set>
+#include <sstream>
+
+namespace zot::client {
+namespace {
+
+std::string FromHex(const std::string& hex) {
+    std::string bytes;
+    if (hex == "-") return bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+TEST(RequestPacket, KnownPackets) {
+    std::ifstream file(ZOT_TEST_DATA "/packets.txt");
+    int requests = 0, replies = 0;
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with('#')) continue;
+        std::istringstream row(line);
+        std::string kind, password, key, text, packet;
+        row >> kind >> password >> key >> text >> packet;
+        if (kind == "request") {
+            ++requests;
+            EXPECT_EQ(BuildRequest(FromHex(password), FromHex(key), FromHex(text)), FromHex(packet))
+                << line;
+        } else {
+            ++replies;
+            EXPECT_EQ(Decrypt(FromHex(key), FromHex(packet).substr(4)), FromHex(text)) << line;
+        }
+    }
+    EXPECT_EQ(requests, 5);
+    EXPECT_EQ(replies, 3);
+}
+
+TEST(RequestPacket, FieldsCanBeMadeToLie) {
+    EXPECT_EQ(BuildRequest("", "", ""), FromHex("0a000000031200000000"
+                                                "00000000"));
+    RequestFields fields = MakeRequest("", "", "");
+    fields.signature[1] = 0x13;
+    fields.trailer = "xy";
+    fields.digestLength = 0x0102;
+    fields.textLength = 0xFFFFFFFF;
+    EXPECT_EQ(Serialise(fields), FromHex("0c000000"
+                                         "0313"
+                                         "0201"
+                                         "0000"
+                                         "ffffffff"
+                                         "7879"));
+    fields.packetLength = 7;
+    EXPECT_EQ(Serialise(fields).substr(0, 4), FromHex("07000000"));
+}
+
+TEST(RequestPacket, TextEscapesLineBreaks) {
+    EXPECT_EQ(ComposeRequest("GetInfo", {}), "GetInfo\n\r");
+    std::vector<std::string> params = {"/etc", "", "a\r\nb"};
+    EXPECT_EQ(ComposeRequest("TEST-UNC", params), "TEST-UNC\n/etc\n\na%0D%0Ab\n\r");
+}
+
+TEST(RequestPacket, ReplyNeedsCodeAndEndMark) {
+    Answer answer;
+    ASSERT_EQ(ParseReply("301\nno such\rfile\n\nlast\n\r", answer), 1);
+    EXPECT_EQ(answer.code, "301");
+    EXPECT_EQ(answer.lines, (std::vector<std::string>{"no such\rfile", "", "last"}));
+    ASSERT_EQ(ParseReply("200\n\r", answer), 1);
+    EXPECT_TRUE(answer.lines.empty());
+    for (const char* bad : {"", "\r", "200", "200\n", "200\r", "20\n\n\r", "2x0\n\r", "2000\n\r"}) {
+        EXPECT_EQ(ParseReply(bad, answer), 0) << bad;
+    }
+}
+
+TEST(RequestPacket, SessionKeysArePrintableAndNeverRepeat) {
+    std::set<std::string> keys;
+    for (int i = 0; i < 100; ++i) {
+        std::string key = RandomSessionKey();
+        EXPECT_EQ(key.size(), 32U);
+        for (char c : key) EXPECT_TRUE(c > 32 && c < 127);
+        keys.insert(key);
+    }
+    EXPECT_EQ(keys.size(), 100U);
+}
+
+}  // namespace
+}  // namespace zot::client
