@@ -1,0 +1,220 @@
+#include "tests/support/agent_process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <thread>
+
+#include "base/owners.h"
+#include "base/platform.h"
+
+namespace zot::test {
+namespace {
+
+constexpr const char* kPassword = "a password for the tests";
+constexpr int kPortTaken = 4;  // the agent's exit code when it cannot listen
+constexpr int kStartAttempts = 3;
+
+[[noreturn]] void Throw(const std::string& what) { throw std::runtime_error(what); }
+
+// The arguments or environment as execve takes them; the strings stay with the caller.
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+std::vector<std::string> EnvironmentWith(const std::vector<std::string>& additions) {
+    std::vector<std::string> result = additions;
+    for (char** entry = ProcessEnvironment(); *entry; ++entry) {
+        std::string_view name(*entry, std::string_view(*entry).find('=') + 1);
+        bool replaced = std::any_of(additions.begin(), additions.end(),
+                                    [name](const auto& text) { return text.starts_with(name); });
+        if (!replaced) result.emplace_back(*entry);
+    }
+    return result;
+}
+
+bool PortIsServed(uint16_t port) {
+    std::string ignored;
+    client::AgentConnection connection;
+    return connection.Open("127.0.0.1", port, client::Deadline(kPatience), ignored);
+}
+
+}  // namespace
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    client::Deadline deadline(limit);
+    while (!condition()) {
+        if (deadline.Remaining() == 0) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+uint16_t FreePort() {
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    if (bind(fd.Get(), generic, size) != 0 || getsockname(fd.Get(), generic, &size) != 0) {
+        Throw("no free port");
+    }
+    return ntohs(address.sin_port);
+}
+
+AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) {
+    target_.password = kPassword;
+    target_.timeout = kPatience;
+    for (int attempt = 1;; ++attempt) {
+        port_ = options_.port ? options_.port : FreePort();
+        target_.port = port_;
+        WriteConfig();
+        Start();
+        if (!options_.awaitReady || WaitUntilReady()) return;
+        bool retry = exit_ == kPortTaken && options_.port == 0 && attempt < kStartAttempts;
+        if (retry) continue;
+        std::string report = exit_ ? "exit " + std::to_string(*exit_) + "\n" : "";
+        report += Output() + ErrorOutput();
+        Stop();
+        Throw("the agent does not get ready:\n" + report);
+    }
+}
+
+AgentProcess::~AgentProcess() { Stop(); }
+
+void AgentProcess::Stop() {
+    if (child_ == 0) return;
+    if (IsDaemon() && WaitForExit() == 0) StopDaemon();
+    if (!exit_) {
+        kill(child_, SIGKILL);
+        WaitForExit();
+    }
+}
+
+bool AgentProcess::IsDaemon() const {
+    const auto& arguments = options_.arguments;
+    return std::find(arguments.begin(), arguments.end(), "-i") == arguments.end();
+}
+
+void AgentProcess::WriteConfig() const {
+    dir_.Write("zot.cfg",
+               "zotpath=" ZOT_BUILD_DIR "/zot\nhost=127.0.0.1\nport=" + std::to_string(port_) +
+                   "\npassword=" + kPassword + "\npidfile=" + PidFilePath() +
+                   "\ntmpdir=" + dir_.Path() + "\n" + options_.settings);
+}
+
+void AgentProcess::Start() {
+    std::vector<std::string> command = options_.prefix;
+    command.emplace_back(ZOT_BUILD_DIR "/zot");
+    command.insert(command.end(), options_.arguments.begin(), options_.arguments.end());
+    command.push_back(ConfigPath());
+    std::vector<std::string> environment = EnvironmentWith(options_.environment);
+
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
+    constexpr int kWrite = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND;
+    posix_spawn_file_actions_addopen(&files, 1, (dir_ / "stdout").c_str(), kWrite, 0600);
+    posix_spawn_file_actions_addopen(&files, 2, (dir_ / "stderr").c_str(), kWrite, 0600);
+    exit_.reset();
+    int error = posix_spawnp(&child_, command[0].c_str(), &files, nullptr, Pointers(command).data(),
+                             Pointers(environment).data());
+    posix_spawn_file_actions_destroy(&files);
+    if (error != 0) {
+        child_ = 0;
+        Throw("cannot start " + command[0]);
+    }
+}
+
+pid_t AgentProcess::Pid() const {
+    if (!IsDaemon()) return exit_ ? 0 : child_;
+    UniqueFd file(open(PidFilePath().c_str(), O_RDONLY | O_CLOEXEC));
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    bool locked = file && fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    return locked ? lock.l_pid : 0;
+}
+
+bool AgentProcess::WaitUntilReady(std::chrono::milliseconds limit) {
+    bool ready = false;
+    WaitUntil(
+        [&] {
+            WaitForExit(std::chrono::milliseconds(0));
+            if (!IsDaemon()) {
+                ready = !exit_ && Output().find("Listening...\n") != std::string::npos;
+                return ready || exit_;
+            }
+            // The pid is written behind the lock, when the port is already open.
+            ready = exit_ == 0 && Pid() != 0 && ReadFile(PidFilePath()).ends_with('\n');
+            return ready || exit_.value_or(0) != 0;
+        },
+        limit);
+    return ready;
+}
+
+std::optional<int> AgentProcess::WaitForExit(std::chrono::milliseconds limit) {
+    WaitUntil(
+        [this] {
+            int status = 0;
+            if (exit_ || waitpid(child_, &status, WNOHANG) != child_) return exit_.has_value();
+            exit_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+            return true;
+        },
+        limit);
+    return exit_;
+}
+
+bool AgentProcess::WaitForDaemonEnd(std::chrono::milliseconds limit) const {
+    return WaitUntil([this] { return Pid() == 0 && !PortIsServed(port_); }, limit);
+}
+
+void AgentProcess::Signal(int number) const {
+    pid_t pid = Pid();
+    if (pid > 0) kill(pid, number);
+}
+
+// A daemon without a pid file of its own can only be asked to end.
+void AgentProcess::StopDaemon() const {
+    pid_t pid = Pid();
+    if (pid > 0 && ReadFile(PidFilePath()) == std::to_string(pid) + "\n") {
+        kill(pid, SIGKILL);
+    } else if (PortIsServed(port_)) {
+        client::Answer answer;
+        std::string ignored;
+        client::Ask(target_, client::ComposeRequest("QUIT", {}), answer, ignored);
+    }
+    if (!WaitForDaemonEnd()) ADD_FAILURE() << "the daemon on port " << port_ << " does not end";
+}
+
+client::Answer AgentProcess::Ask(std::string_view command,
+                                 const std::vector<std::string>& params) const {
+    client::Answer answer;
+    std::string error;
+    int valid = client::Ask(target_, client::ComposeRequest(command, params), answer, error);
+    EXPECT_TRUE(valid) << command << ": " << error;
+    return answer;
+}
+
+client::AgentConnection AgentProcess::Connect() const {
+    client::AgentConnection connection;
+    std::string error;
+    client::Deadline deadline(kPatience);
+    if (!connection.Open(target_.host, port_, deadline, error)) Throw(error);
+    return connection;
+}
+
+}  // namespace zot::test

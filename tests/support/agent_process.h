@@ -1,0 +1,92 @@
+// The real agent for the system tests: a throw-away configuration on a free port of the loopback
+// interface, an executable started from the build directory, and its end with the test.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/agent_client.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot::test {
+
+// For every wait of a test that ends as soon as what it waits for is there.
+constexpr std::chrono::milliseconds kPatience{20000};
+
+// Looks every few milliseconds, until the condition holds (true) or the limit has passed (false).
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = kPatience);
+
+// A port of the loopback interface on which nothing listens at the moment.
+uint16_t FreePort();
+
+struct AgentOptions {
+    std::vector<std::string> arguments{"-i"};  // before the configuration file; "-d" for the daemon
+    std::string settings{};                  // further configuration lines; they win over the usual
+    std::vector<std::string> environment{};  // "NAME=VALUE", beside the environment of the test
+    // Words in front of the agent's command line: {"sh", "-c", "ulimit -n 64; exec \"$@\"", "sh"}
+    // starts it with few descriptors. They must end in an exec, so that the process stays the same.
+    std::vector<std::string> prefix{};
+    uint16_t port = 0;       // 0 chooses a free one
+    bool awaitReady = true;  // false for starts that are meant to fail: returns at once
+};
+
+class AgentProcess {
+  public:
+    // Writes the configuration and starts the agent. Throws when it is not ready in time; a chosen
+    // port that somebody else took in between is replaced by another.
+    explicit AgentProcess(AgentOptions options = {});
+    // Kills the agent, in interactive and in daemon mode, and collects it.
+    ~AgentProcess();
+    AgentProcess(const AgentProcess&) = delete;
+    AgentProcess& operator=(const AgentProcess&) = delete;
+
+    // The process that serves: the one started, or the daemon, which is the holder of the pid
+    // file's lock; 0 when there is none.
+    pid_t Pid() const;
+    uint16_t Port() const { return port_; }
+    const TempDir& Dir() const { return dir_; }
+    std::string ConfigPath() const { return dir_ / "zot.cfg"; }
+    std::string PidFilePath() const { return dir_ / "zot.pid"; }
+    // What the agent has written to its standard output and standard error so far.
+    std::string Output() const { return ReadFile(dir_ / "stdout"); }
+    std::string ErrorOutput() const { return ReadFile(dir_ / "stderr"); }
+
+    // True as soon as the agent listens: "Listening..." was printed, or the pid file is locked.
+    bool WaitUntilReady(std::chrono::milliseconds limit = kPatience);
+    // The exit code of the process started (in daemon mode: of the one that detaches), or minus the
+    // signal that ended it; nothing when it still runs after the limit.
+    std::optional<int> WaitForExit(std::chrono::milliseconds limit = kPatience);
+    // True as soon as the daemon is gone: neither its pid file is locked nor its port served.
+    bool WaitForDaemonEnd(std::chrono::milliseconds limit = kPatience) const;
+    // Sends a signal to the process that serves.
+    void Signal(int number) const;
+
+    // The host, port and password for the client library, with kPatience as the time limit.
+    const client::Target& Target() const { return target_; }
+    // Asks and fails the test when no valid reply comes.
+    client::Answer Ask(std::string_view command, const std::vector<std::string>& params = {}) const;
+    // An open connection to the agent; throws when it cannot be had.
+    client::AgentConnection Connect() const;
+
+  private:
+    bool IsDaemon() const;
+    void WriteConfig() const;
+    void Start();
+    void Stop();
+    void StopDaemon() const;
+
+    AgentOptions options_;
+    TempDir dir_;
+    uint16_t port_ = 0;
+    client::Target target_;
+    pid_t child_ = 0;  // the process started, 0 before
+    std::optional<int> exit_;
+};
+
+}  // namespace zot::test
