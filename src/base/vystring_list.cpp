@@ -97,7 +97,8 @@ void VyStringList::FreeItem(int32_t index) noexcept {
 }
 
 void VyStringList::Grow() {
-    int32_t wanted = capacity_ / kGrowthStep * kGrowthStep + kGrowthStep;
+    // Half as much again, by the rule of steps: a long list is not moved once for every step.
+    int32_t wanted = (capacity_ + capacity_ / 2) / kGrowthStep * kGrowthStep + kGrowthStep;
     auto items = static_cast<size_t>(wanted);
     auto* lengths = static_cast<int32_t*>(std::realloc(lengths_, items * sizeof *lengths_));
     if (lengths == nullptr) throw std::bad_alloc();
