@@ -225,7 +225,8 @@ void Log::WriteLines(const AgentSettings& settings, LogKind kind, uint32_t clien
     AppendLogLine(settings, VerboseLog(settings), line.View());
 }
 
-void Log::WriteFailureFromSignal(const AgentSettings& settings, const char* message) noexcept {
+void Log::WriteFromSignal(const AgentSettings& settings, LogKind kind,
+                          const char* message) noexcept {
     KeepErrno keeper;
     LineTime now = TimeAtOffset(utcOffset_.load(std::memory_order_relaxed));
     if (settings.interactive != 0) {
@@ -236,7 +237,7 @@ void Log::WriteFailureFromSignal(const AgentSettings& settings, const char* mess
     }
     LineText line;
     BuildFileLine(line, now, kOwnAddress, message);
-    AppendLogLine(settings, LogOfKind(settings, LogKind::kFailure), line.View());
+    AppendLogLine(settings, LogOfKind(settings, kind), line.View());
     AppendLogLine(settings, VerboseLog(settings), line.View());
 }
 

@@ -34,9 +34,9 @@ class Log {
     // The same with a message taken literally.
     void WriteLogText(LogKind kind, uint32_t clientAddress, std::string_view message);
 
-    // Logs a failure of the agent itself from a signal handler: no lock, no allocation, no stdio,
+    // Writes a line of the agent itself from a signal handler: no lock, no allocation, no stdio,
     // about 6 KiB of stack. Async-signal-safe; `message` is NUL-terminated.
-    void WriteFailureFromSignal(const AgentSettings& settings, const char* message) noexcept;
+    void WriteFromSignal(const AgentSettings& settings, LogKind kind, const char* message) noexcept;
 
   private:
     void WriteLines(const AgentSettings& settings, LogKind kind, uint32_t clientAddress,

@@ -122,7 +122,7 @@ TEST_F(LogFile, SignalHandlersWriteTheSameLine) {
     });
     Log log(store_);
     testing::internal::CaptureStdout();
-    log.WriteFailureFromSignal(*store_.Snapshot(), "Restarting..\n");
+    log.WriteFromSignal(*store_.Snapshot(), LogKind::kFailure, "Restarting..\n");
     std::string console = testing::internal::GetCapturedStdout();
     EXPECT_EQ(WithoutTime(Read("bad")), "[now]\t zot\t\t Restarting..\n");
     EXPECT_EQ(Read("verbose"), Read("bad"));
