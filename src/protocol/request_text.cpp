@@ -89,11 +89,16 @@ std::string_view GetLine(std::string_view text, int32_t n) {
     return TrimView(UpToLineFeed(text));
 }
 
+bool NextLine(std::string_view& text, std::string_view& line) {
+    size_t end = text.find('\n');
+    if (end == std::string_view::npos) return false;
+    line = GetLine(text, 1);
+    text.remove_prefix(end + 1);
+    return true;
+}
+
 std::string_view GetValue(std::string_view text, std::string_view name) {
-    // Each turn takes the line that starts at `text`, exactly as GetLine does.
-    for (size_t end; (end = text.find('\n')) != std::string_view::npos;
-         text.remove_prefix(end + 1)) {
-        std::string_view line = GetLine(text, 1);
+    for (std::string_view line; NextLine(text, line);) {
         size_t equals = line.find('=');
         if (equals == std::string_view::npos) continue;
         if (TrimView(line.substr(0, equals)) == name) return TrimView(line.substr(equals + 1));

@@ -19,6 +19,10 @@ std::string_view RawLine(std::string_view text, int32_t n);
 // is not blank: the skip of leading blanks crosses line feeds, and optional parameters rely on it.
 std::string_view GetLine(std::string_view text, int32_t n);
 
+// Takes the next line that ends with a line feed off the front of the text and gives it trimmed as
+// GetLine does. False when no such line is left.
+bool NextLine(std::string_view& text, std::string_view& line);
+
 // The value of the first line name=value with exactly this name, among the lines that end with a
 // line feed; empty without a match. Name and value are trimmed.
 std::string_view GetValue(std::string_view text, std::string_view name);
