@@ -1,0 +1,31 @@
+// Leaving the terminal, and the pid file that says where the daemon is.
+#pragma once
+
+#include "base/owners.h"
+#include "config/log.h"
+#include "config/settings.h"
+
+namespace zot {
+
+// Detaches from the terminal: returns 0 in the detached child and -1 when fork fails; the parent
+// prints its line and ends with exit code 0.
+int Daemonize();
+
+// Raises the limit of open descriptors to what the system allows. Returns the limit in force.
+int RaiseDescriptorLimit();
+
+// The locked pid file, kept open for the life of the process because the lock lives with it.
+class PidFile {
+  public:
+    // Creates, locks and writes the file named by the settings. A failure is logged and leaves
+    // the agent without a pid file.
+    void Write(const AgentSettings& settings, Log& log);
+    // Closes and deletes the file, if there is one. Async-signal-safe.
+    void Remove() noexcept;
+
+  private:
+    UniqueFd file_;
+    char path_[4096] = "";
+};
+
+}  // namespace zot

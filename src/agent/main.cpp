@@ -1,0 +1,120 @@
+// zot, the remote monitoring agent: start-up in the order that an operator reads on the terminal.
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "agent/agent_control.h"
+#include "agent/command_line.h"
+#include "agent/daemon.h"
+#include "agent/listener.h"
+#include "agent/self_check.h"
+#include "agent/signals.h"
+#include "base/platform.h"
+#include "config/config_file.h"
+#include "config/log.h"
+#include "config/settings.h"
+
+namespace {
+
+constexpr int kExitConfig = 1;
+constexpr int kExitDaemon = 2;
+
+void PrintBanner() {
+    constexpr char kRule[] = "-------------------------------------------------------------";
+    std::puts(kRule);
+    std::puts(" Application:  ZOT (Remote Monitoring Agent for Tarnveil)");
+    std::printf(" Version:      %s for %s\n", zot::kAgentVersion, zot::kAgentPlatform);
+    std::printf(" Developer:    %s\n", zot::kDeveloperName);
+    std::printf(" Web:          %s\n", zot::kDeveloperWeb);
+    std::printf(" E-mail:       %s\n", zot::kDeveloperMail);
+    std::puts(kRule);
+}
+
+int LoadSettings(zot::SettingsStore& store) {
+    zot::VyString message;
+    int loaded = zot::LoadConfigLocked(store, message);
+    if (loaded == 0) {
+        std::printf("Error\n%s\nPlease check '%s' file\n\n", message.Terminate(),
+                    store.Snapshot()->configPath);
+    } else if (message.Empty()) {
+        std::puts("Ok");
+    } else {
+        std::printf("Warning: %s\n", message.Terminate());
+    }
+    return loaded;
+}
+
+// Shows on the terminal that a port is in use, before the agent detaches from it.
+int TryListening(const zot::AgentSettings& settings) {
+    std::printf("Sock testing .. ");
+    zot::VyString errorText;
+    zot::UniqueFd socket = zot::OpenListeningSocket(settings, errorText);
+    if (!socket) {
+        std::printf("TCP listen error:\n%s\n\n", errorText.Terminate());
+        return 0;
+    }
+    std::puts("Ok");
+    shutdown(socket.Get(), SHUT_RDWR);
+    return 1;
+}
+
+int Detach() {
+    if (zot::Daemonize() == 0) return 1;
+    char text[256];
+    zot::SystemErrorText(errno, text, sizeof text);
+    std::fprintf(stderr, "Error initializing daemon: %s\n", text);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv, char** envp) {
+    // A line at a time, also into a pipe: a reader sees each line when it is complete.
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    PrintBanner();
+    std::printf("Command line checking .. ");
+    zot::AgentSettings commandLine;
+    zot::ParseCommandLine(argc, argv, commandLine);
+
+    // These live in main's frame, which exit() does not unwind: sessions use them to the end.
+    zot::SettingsStore store;
+    zot::Log log(store);
+    zot::AgentControl control;
+    zot::ConnectionCounters counters;
+    zot::AgentServices services = {store, log, control, counters};
+    zot::PidFile pidFile;
+    zot::AlternateStack faultStack;
+    store.Change([&commandLine](zot::AgentSettings& settings) {
+        settings = commandLine;
+        return 1;
+    });
+
+    std::printf("Ok\nSettings checking .. ");
+    if (LoadSettings(store) == 0) return kExitConfig;
+    std::puts("CPU testing .. Ok");
+    if (commandLine.debug != 0) zot::PrintSizes();
+    zot::RunCipherChecks();
+    if (TryListening(*store.Snapshot()) == 0) return zot::kExitListen;
+
+    if (commandLine.interactive == 0) {
+        if (Detach() == 0) return kExitDaemon;
+        zot::InstallHangupHandler();
+    }
+    zot::InstallCrashHandler(services, pidFile, {argv, envp});
+    zot::IgnoreBrokenPipe();
+    int descriptorLimit = zot::RaiseDescriptorLimit();
+
+    zot::VyString errorText;
+    zot::UniqueFd socket = zot::OpenListeningSocket(*store.Snapshot(), errorText);
+    if (!socket) {
+        std::printf("TCP listen error: %s\n\n", errorText.Terminate());
+        return zot::kExitListen;
+    }
+    if (commandLine.interactive == 0 && !store.Snapshot()->pidFile.Empty()) {
+        pidFile.Write(*store.Snapshot(), log);
+    }
+    log.WriteLogText(zot::LogKind::kStatus, 0, "Listening...\n");
+    zot::Listener(services, std::move(socket), pidFile, {argv, envp}, descriptorLimit).Run();
+}

@@ -1,0 +1,99 @@
+#include "agent/signals.h"
+
+#include <unistd.h>
+
+#include <atomic>
+
+namespace zot {
+namespace {
+
+constexpr int64_t kMinUptime = 181;
+
+std::atomic<bool> hangup{false};
+
+// Everything the crash handler touches, set before the handler is installed.
+struct CrashContext {
+    AgentServices* services = nullptr;
+    PidFile* pidFile = nullptr;
+    StartArguments arguments{};
+};
+CrashContext crash;
+std::atomic<bool> restarting{false};
+
+void OnHangup(int) { hangup.store(true); }
+
+void SetHandler(int signalNumber, void (*handler)(int), int flags) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigemptyset(&action.sa_mask);
+    sigaction(signalNumber, &action, nullptr);
+}
+
+// Runs on whichever thread faulted, with any lock held anywhere: no lock, no allocation, no stdio.
+// Returning would repeat the fault, so the new image is started from here.
+void OnSegmentationFault(int signalNumber) {
+    AgentServices& services = *crash.services;
+    const AgentSettings& settings = services.settings.ForCrashHandler();
+    Log& log = services.log;
+    if (!RestartsAfterCrash(services.control.startTime, MonotonicSeconds())) {
+        SetHandler(signalNumber, SIG_DFL, 0);
+        log.WriteFromSignal(settings, LogKind::kFailure, "Segmentation fault!!\n");
+        return;
+    }
+    // A second thread that faults now waits until the new image has swept it away.
+    if (restarting.exchange(true)) {
+        for (;;) pause();
+    }
+    log.WriteFromSignal(settings, LogKind::kFailure, "Segmentation fault!!\n");
+    log.WriteFromSignal(settings, LogKind::kFailure, "Restarting..\n");
+    log.WriteFromSignal(settings, LogKind::kStatus, "Reload request received. Executing..\n");
+    crash.pidFile->Remove();
+    char path[4096];
+    settings.agentPath.CopyToBuffer(path, sizeof path);
+    ExecuteImage(path, crash.arguments);
+    log.WriteFromSignal(settings, LogKind::kFailure, "Error: cannot start new instance\n");
+    SetHandler(signalNumber, SIG_DFL, 0);
+}
+
+}  // namespace
+
+void IgnoreBrokenPipe() { SetHandler(SIGPIPE, SIG_IGN, 0); }
+
+void InstallHangupHandler() {
+    sigset_t hangupOnly;
+    sigemptyset(&hangupOnly);
+    sigaddset(&hangupOnly, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &hangupOnly, nullptr);
+    SetHandler(SIGHUP, OnHangup, SA_RESTART);
+}
+
+bool TakeHangup() { return hangup.exchange(false); }
+
+bool RestartsAfterCrash(int64_t startTime, int64_t now) { return now - startTime >= kMinUptime; }
+
+void InstallCrashHandler(AgentServices& services, PidFile& pidFile, StartArguments arguments) {
+    crash = {&services, &pidFile, arguments};
+    SetHandler(SIGSEGV, OnSegmentationFault, SA_ONSTACK);
+}
+
+void ExecuteImage(const char* path, StartArguments arguments) noexcept {
+    // The new image inherits the mask: it must neither block the fault signal nor the hang-up.
+    sigset_t none;
+    sigset_t before;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, &before);
+    execve(path, arguments.argv, arguments.envp);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+AlternateStack::AlternateStack() {
+    stack_t stack{};
+    stack.ss_sp = memory_;
+    stack.ss_size = sizeof memory_;
+    sigaltstack(&stack, &previous_);
+}
+
+AlternateStack::~AlternateStack() { sigaltstack(&previous_, nullptr); }
+
+}  // namespace zot

@@ -1,0 +1,188 @@
+#include "agent/upgrade.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "protocol/request_text.h"
+
+namespace zot {
+namespace {
+
+constexpr int64_t kMinSize = 101;
+constexpr int64_t kMaxSize = 10485759;
+constexpr mode_t kExecutable = 0775;
+
+// Servers and the running agent's operator both rely on these names.
+constexpr char kModuleName[] = "/zot__.upd";
+constexpr char kScriptName[] = "/zotupd__.sh";
+
+constexpr std::string_view kScriptRest =
+    "retries=10\n"
+    "rm $oldZOT\n"
+    "while [ -f $oldZOT ] &&  [ $retries -gt 0 ]\n"
+    "do\n"
+    "  retries=`expr $retries - 1`\n"
+    "  echo $retries\n"
+    "  sleep 1\n"
+    "done\n"
+    "cp -f $newZOT $oldZOT\n"
+    "rm -f $newZOT\n"
+    "$oldZOT $1 $2 $3 $4 $5 $6\n";
+
+// Creates the file anew and nothing else: a left-over or a planted link of the name goes first.
+UniqueFd CreateExclusively(VyString& path) {
+    unlink(path.Terminate());
+    return UniqueFd(
+        open(path.Terminate(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
+int WriteAll(int fd, std::string_view data) {
+    while (!data.empty()) {
+        ssize_t written = write(fd, data.data(), data.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return 0;
+        data.remove_prefix(static_cast<size_t>(written));
+    }
+    return 1;
+}
+
+VyString ScriptText(std::string_view agentPath, std::string_view modulePath,
+                    std::string_view scriptPath) {
+    VyString text("#! /bin/sh\noldZOT='");
+    for (std::string_view part :
+         {agentPath, std::string_view("'\nnewZOT='"), modulePath, std::string_view("'\n"),
+          kScriptRest, std::string_view("rm "), scriptPath, std::string_view("\n")}) {
+        text.Append(part);
+    }
+    return text;
+}
+
+}  // namespace
+
+bool UpgradeGate::Enter() {
+    std::lock_guard<std::mutex> lock(upgradeMutex_);
+    return !std::exchange(upgradeBusy_, true);
+}
+
+void UpgradeGate::Leave() {
+    std::lock_guard<std::mutex> lock(upgradeMutex_);
+    upgradeBusy_ = false;
+}
+
+UpgradeTransfer::~UpgradeTransfer() {
+    if (inProgress_) RemoveFile();
+}
+
+void UpgradeTransfer::Begin(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!gate_.Enter()) {
+        reply.Start("302");
+        return;
+    }
+    inProgress_ = true;
+    expectedSize_ = ToInt64(GetLine(params, 1));
+    if (expectedSize_ < kMinSize || expectedSize_ > kMaxSize) {
+        // The gate is not opened again: that is how servers have always seen it.
+        reply.Start("501", "Wrong file parameter(s)");
+        return;
+    }
+    VyString errorText;
+    if (OpenFile(settings, errorText) != 0) {
+        reply.Start("200");
+    } else {
+        reply.Start("300", errorText);
+    }
+}
+
+void UpgradeTransfer::Receive(std::string_view data, const PacketCipher& cipher,
+                              const AgentSettings& settings, VyString& errorText) {
+    errorText.Clear();
+    if (filePath_.Empty() && OpenFile(settings, errorText) == 0) return;
+    if (bytesWritten_ < expectedSize_ && WriteData(data, errorText) == 0) return;
+    if (!data.empty()) Finish(data, cipher, settings, errorText);
+}
+
+int UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText) {
+    filePath_ = VyString::Concat(settings.tmpDir, kModuleName);
+    file_ = CreateExclusively(filePath_);
+    digest_.Init();
+    if (file_) return 1;
+    errorText = "Cannot create temp file";
+    filePath_.Clear();
+    Release();
+    return 0;
+}
+
+// Writes what belongs to the file and leaves the rest in `data`.
+int UpgradeTransfer::WriteData(std::string_view& data, VyString& errorText) {
+    auto missing = static_cast<uint64_t>(expectedSize_ - bytesWritten_);
+    std::string_view part = data.substr(0, std::min<uint64_t>(missing, data.size()));
+    if (WriteAll(file_.Get(), part) == 0) {
+        errorText = "Write error";
+        RemoveFile();
+        Release();
+        return 0;
+    }
+    digest_.Update(part.data(), part.size());
+    bytesWritten_ += static_cast<int64_t>(part.size());
+    data.remove_prefix(part.size());
+    return 1;
+}
+
+// The file is complete and what follows it came in: the trailer decides.
+void UpgradeTransfer::Finish(std::string_view trailer, const PacketCipher& cipher,
+                             const AgentSettings& settings, VyString& errorText) {
+    bool executable = fchmod(file_.Get(), kExecutable) == 0;
+    file_.Reset();
+    if (!executable) errorText = "Cannot set exec flag new module";
+    // A module that cannot run must not replace the agent, so only its trailer is still judged.
+    int good = CheckTrailer(trailer, cipher, errorText);
+    if (good == 0 || !executable || WriteScript(settings, errorText) == 0) RemoveFile();
+    Release();
+}
+
+int UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& cipher,
+                                  VyString& errorText) {
+    std::array<uint8_t, Md5::kDigestSize> expected;
+    std::array<uint8_t, Md5::kDigestSize> sent;
+    digest_.Final(expected.data());
+    if (trailer.size() == sent.size()) {
+        cipher.Decrypt({reinterpret_cast<const uint8_t*>(trailer.data()), trailer.size()},
+                       sent.data());
+        if (sent == expected) return 1;
+    }
+    errorText = "Wrong CRC";
+    return 0;
+}
+
+int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
+    VyString path = VyString::Concat(settings.tmpDir, kScriptName);
+    UniqueFd script = CreateExclusively(path);
+    if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path)) != 0) {
+        if (fchmod(script.Get(), kExecutable) == 0) {
+            scriptPath_ = path;
+            return 1;
+        }
+        errorText = "Cannot set exec flag for script";
+    }
+    if (errorText.Empty()) errorText = "Binary code transferred. Cannot create script file";
+    if (script) unlink(path.Terminate());
+    return 0;
+}
+
+void UpgradeTransfer::Release() {
+    gate_.Leave();
+    inProgress_ = false;
+}
+
+void UpgradeTransfer::RemoveFile() {
+    file_.Reset();
+    if (!filePath_.Empty()) unlink(filePath_.Terminate());
+}
+
+}  // namespace zot

@@ -1,0 +1,79 @@
+// Receiving a new executable and preparing the script that puts it in the old one's place.
+//
+// After UpgradeCode was answered with "200", the connection carries the raw bytes of the new
+// executable and then, in one receive, the 16 bytes of their MD5 digest, encrypted under the
+// request's key. When they agree, a shell script is written; the main loop executes it, and it
+// swaps the files and starts the new agent with the old one's arguments.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string_view>
+
+#include "base/md5.h"
+#include "base/owners.h"
+#include "base/vystring.h"
+#include "config/settings.h"
+#include "protocol/packet_cipher.h"
+#include "protocol/reply.h"
+
+namespace zot {
+
+// One transfer at a time in the whole process.
+class UpgradeGate {
+  public:
+    // Returns false when a transfer holds the gate already.
+    bool Enter();
+    void Leave();
+
+  private:
+    std::mutex upgradeMutex_;
+    bool upgradeBusy_ = false;
+};
+
+// The transfer of one session.
+class UpgradeTransfer {
+  public:
+    explicit UpgradeTransfer(UpgradeGate& gate) : gate_(gate) {}
+    // A transfer that was broken off leaves no file behind, but the gate stays closed until the
+    // agent restarts: servers take that for the sign of a failed upgrade.
+    ~UpgradeTransfer();
+    UpgradeTransfer(const UpgradeTransfer&) = delete;
+    UpgradeTransfer& operator=(const UpgradeTransfer&) = delete;
+
+    // Answers the UpgradeCode request whose first parameter line is the size of the executable in
+    // bytes.
+    void Begin(std::string_view params, const AgentSettings& settings, Reply& reply);
+
+    // Whether further bytes of the connection belong to the transfer. An answer of "501" to the
+    // size leaves this set, and the gate closed.
+    bool InProgress() const { return inProgress_; }
+
+    // Takes the bytes of one receive. Once InProgress() is false the transfer is over: a success
+    // if `errorText` is empty, and then ScriptPath() names the script to execute.
+    void Receive(std::string_view data, const PacketCipher& cipher, const AgentSettings& settings,
+                 VyString& errorText);
+
+    const VyString& ScriptPath() const { return scriptPath_; }
+
+  private:
+    int OpenFile(const AgentSettings& settings, VyString& errorText);
+    int WriteData(std::string_view& data, VyString& errorText);
+    int CheckTrailer(std::string_view trailer, const PacketCipher& cipher, VyString& errorText);
+    int WriteScript(const AgentSettings& settings, VyString& errorText);
+    void Finish(std::string_view trailer, const PacketCipher& cipher, const AgentSettings& settings,
+                VyString& errorText);
+    void Release();
+    void RemoveFile();
+
+    UpgradeGate& gate_;
+    bool inProgress_ = false;
+    int64_t expectedSize_ = 0;
+    int64_t bytesWritten_ = 0;
+    UniqueFd file_;
+    VyString filePath_;
+    VyString scriptPath_;
+    Md5 digest_;
+};
+
+}  // namespace zot
