@@ -1,0 +1,104 @@
+// A segmentation fault: an agent that has run for a while is back in service, a young one is not.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+#include "tests/support/agent_process.h"
+#include "tests/support/fault_injection.h"
+
+namespace zot::test {
+namespace {
+
+constexpr int64_t kLongUptime = 200;
+
+// Sends a request that may end with the agent instead of with a reply.
+void AskIgnoringTheEnd(const AgentProcess& agent) {
+    client::Answer answer;
+    std::string error;
+    client::Ask(agent.Target(), client::ComposeRequest("GetInfo", {}), answer, error);
+}
+
+bool Answers(const AgentProcess& agent) {
+    client::Answer answer;
+    std::string error;
+    return client::Ask(agent.Target(), client::ComposeRequest("GetInfo", {}), answer, error) != 0;
+}
+
+AgentOptions WithFaults(const FaultInjection& faults, std::string mode) {
+    AgentOptions options;
+    options.arguments = {std::move(mode), "-v"};
+    options.environment = faults.Environment();
+    options.settings = "verboselogfile=verbose.txt\nbadlogfile=bad.txt\n";
+    return options;
+}
+
+size_t Count(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+TEST(Crash, AYoungAgentDies) {
+    FaultInjection faults;
+    AgentProcess agent(WithFaults(faults, "-i"));
+    faults->clockOffsetSeconds.store(100);
+    faults->crashInUname.store(true);
+    AskIgnoringTheEnd(agent);
+    EXPECT_EQ(agent.WaitForExit(), -SIGSEGV);
+    EXPECT_EQ(Count(agent.Output(), "\t Segmentation fault!!\n"), 1u);
+    EXPECT_EQ(Count(agent.Output(), "Restarting"), 0u);
+}
+
+TEST(Crash, AnOldAgentIsReplacedInPlace) {
+    FaultInjection faults;
+    AgentProcess agent(WithFaults(faults, "-i"));
+    pid_t pid = agent.Pid();
+    std::string failures;
+    // The second image must be able to do it again: nothing is blocked or ignored in it.
+    for (auto* order : {&faults->crashInUname, &faults->crashInLocaltime}) {
+        faults->clockOffsetSeconds.fetch_add(kLongUptime);
+        order->store(true);
+        AskIgnoringTheEnd(agent);
+        failures += "Segmentation fault!!\nRestarting..\n";
+        EXPECT_TRUE(WaitUntil([&] { return !order->load() && Answers(agent); }));
+    }
+    EXPECT_EQ(agent.Pid(), pid);
+    std::string output = agent.Output();
+    EXPECT_EQ(Count(output, "\t Segmentation fault!!\n"), 2u);
+    EXPECT_EQ(Count(output, "\t Restarting..\n"), 2u);
+    EXPECT_EQ(Count(output, "\t Listening...\n"), 3u);
+    EXPECT_EQ(Count(ReadFile(agent.Dir() / "bad.txt"), "]\t zot\t\t Restarting..\n"), 2u);
+    EXPECT_EQ(agent.Ask("QUIT").code, "200");
+    EXPECT_EQ(agent.WaitForExit(), 0);
+}
+
+TEST(Crash, ADaemonDetachesAgain) {
+    FaultInjection faults;
+    AgentProcess agent(WithFaults(faults, "-d"));
+    pid_t first = agent.Pid();
+    faults->clockOffsetSeconds.store(kLongUptime);
+    // A fault on the main thread, which waits for connections.
+    agent.Signal(SIGSEGV);
+    EXPECT_TRUE(WaitUntil([&] { return agent.Pid() != 0 && agent.Pid() != first; }));
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent); }));
+    EXPECT_EQ(agent.Ask("QUIT").code, "200");
+    EXPECT_TRUE(agent.WaitForDaemonEnd());
+}
+
+TEST(Crash, WithoutThreadsTheAgentGoesOn) {
+    FaultInjection faults;
+    AgentProcess agent(WithFaults(faults, "-i"));
+    faults->failThreads.store(true);
+    EXPECT_FALSE(Answers(agent));
+    faults->failThreads.store(false);
+    EXPECT_TRUE(Answers(agent));
+    EXPECT_EQ(
+        Count(agent.Output(), "Cannot start session thread: Resource temporarily unavailable\n"),
+        1u);
+}
+
+}  // namespace
+}  // namespace zot::test

@@ -1,0 +1,238 @@
+// Settings, port switching, restart and upgrade of a running agent.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "base/md5.h"
+#include "tests/support/agent_process.h"
+
+namespace zot::test {
+namespace {
+
+using client::Deadline;
+
+constexpr char kKey[] = "a session key";
+constexpr char kOldName[] = "VY Remote Monitoring Agent";
+constexpr char kNewName[] = "VY Remote Monitoring AGENT";
+
+bool TryAsk(const client::Target& target, std::string_view command, client::Answer& answer) {
+    std::string error;
+    return client::Ask(target, client::ComposeRequest(command, {}), answer, error) != 0;
+}
+
+bool Answers(const client::Target& target, const std::string& line = "Service=0") {
+    client::Answer answer;
+    return TryAsk(target, "GetInfo", answer) &&
+           std::find(answer.lines.begin(), answer.lines.end(), line) != answer.lines.end();
+}
+
+size_t OpenDescriptors(pid_t pid) {
+    std::error_code missing;  // not every system has this folder
+    std::filesystem::directory_iterator folder("/proc/" + std::to_string(pid) + "/fd", missing);
+    return static_cast<size_t>(std::distance(folder, std::filesystem::directory_iterator()));
+}
+
+AgentOptions Mode(const char* mode, std::string settings = "") {
+    AgentOptions options;
+    options.arguments = {mode};
+    options.settings = std::move(settings);
+    return options;
+}
+
+TEST(Management, SettingsChangeInMemoryAndInTheFile) {
+    AgentProcess agent(Mode("-i", "# a comment\nunknown=kept\nudp=yes\n"));
+    client::Answer answer = agent.Ask(
+        "SetSettings", {"Comment=new", "TCP=yes", "UDP=1", "port=5", "Timeout=7000",
+                        "IPFilterAddr=10.0.0.1%0D%0A10.0.0.2", "IPFilterMarks=01", "no such=1"});
+    EXPECT_EQ(answer.code, "200");
+    EXPECT_TRUE(answer.lines.empty());
+    answer = agent.Ask("GetSettings");
+    for (const char* line : {"Comment=new", "Timeout=7000", "Enabled tests=0111111111111",
+                             "IPFilterAddr=10.0.0.1%0D%0A10.0.0.2", "IPFilterMarks=01"}) {
+        EXPECT_NE(std::find(answer.lines.begin(), answer.lines.end(), line), answer.lines.end())
+            << line;
+    }
+    std::string file = ReadFile(agent.ConfigPath());
+    // Lines that keep their own end keep it; rewritten and appended ones end in CR LF.
+    for (const char* line : {"# a comment\n", "unknown=kept\n", "udp=1es\n", "tcp=0\r\n",
+                             "filterlist=10.0.0.1 10.0.0.2\r\n", "comment=new\r\n"}) {
+        EXPECT_NE(file.find(line), std::string::npos) << line;
+    }
+    EXPECT_EQ(agent.Ask("ReloadCfg").code, "200");
+    EXPECT_TRUE(Answers(agent.Target(), "Comment=new"));
+}
+
+TEST(Management, AFailedSaveStillChangesTheMemory) {
+    AgentProcess agent;
+    std::filesystem::remove(agent.ConfigPath());
+    client::Answer answer = agent.Ask("SetSettings", {"Comment=unsaved"});
+    EXPECT_EQ(answer.code, "300");
+    EXPECT_EQ(answer.lines, std::vector<std::string>{"Cannot open configuration file '" +
+                                                     agent.ConfigPath() + "'"});
+    EXPECT_TRUE(Answers(agent.Target(), "Comment=unsaved"));
+}
+
+TEST(Management, ThePortMovesOrComesBack) {
+    AgentProcess agent;
+    client::Target moved = agent.Target();
+    moved.port = FreePort();
+    EXPECT_EQ(agent.Ask("SetSettings", {"Port=" + std::to_string(moved.port)}).code, "200");
+    EXPECT_TRUE(WaitUntil([&] { return Answers(moved); }));
+    EXPECT_FALSE(Answers(agent.Target()));
+
+    AgentProcess other;  // its port cannot be had
+    client::Answer answer;
+    std::string error;
+    std::string request = client::ComposeRequest(
+        "SetSettings", std::vector<std::string>{"Port=" + std::to_string(other.Port())});
+    ASSERT_TRUE(client::Ask(moved, request, answer, error)) << error;
+    std::string port = "Port=" + std::to_string(moved.port);
+    EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
+    EXPECT_NE(agent.Output().find("Return to original port\n"), std::string::npos);
+}
+
+TEST(Management, ARestartKeepsArgumentsAndNothingElse) {
+    AgentProcess agent(Mode("-i"));
+    pid_t pid = agent.Pid();
+    size_t descriptors = OpenDescriptors(pid);
+    client::AgentConnection idle = agent.Connect();
+    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
+    std::string bytes;
+    std::string error;
+    EXPECT_TRUE(idle.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
+    EXPECT_EQ(agent.Pid(), pid);
+    EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors(pid) == descriptors; }));
+
+    AgentProcess daemon(Mode("-d"));
+    pid_t before = daemon.Pid();
+    EXPECT_EQ(daemon.Ask("ReloadApp").code, "200");
+    EXPECT_TRUE(WaitUntil([&] { return daemon.Pid() != 0 && daemon.Pid() != before; }));
+    EXPECT_TRUE(WaitUntil([&] { return Answers(daemon.Target()); }));
+}
+
+TEST(Management, AFailedRestartLeavesTheListenerClosed) {
+    AgentProcess agent(Mode("-i", "zotpath=/etc/hosts\n"));
+    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
+    EXPECT_TRUE(WaitUntil([&] {
+        return agent.Output().find("Error: cannot start new instance\n") != std::string::npos;
+    }));
+    EXPECT_FALSE(Answers(agent.Target()));
+    EXPECT_FALSE(agent.WaitForExit(std::chrono::milliseconds(0)).has_value());
+}
+
+// One connection that sends a new executable.
+class Upgrade {
+  public:
+    explicit Upgrade(const AgentProcess& agent) : connection_(agent.Connect()), agent_(agent) {}
+
+    std::string Begin(size_t size) {
+        Send(client::BuildRequest(agent_.Target().password, kKey,
+                                  "UpgradeCode\n" + std::to_string(size) + "\n\r"));
+        return Receive();
+    }
+    void Send(std::string_view bytes) {
+        std::string error;
+        EXPECT_TRUE(connection_.Send(bytes, Deadline(kPatience), error)) << error;
+    }
+    std::string Receive() {
+        std::string text;
+        std::string error;
+        EXPECT_TRUE(connection_.ReceiveReply(kKey, Deadline(kPatience), text, error)) << error;
+        return text;
+    }
+    static std::string Trailer(std::string_view data) {
+        auto digest = Md5Digest(data.data(), data.size());
+        return client::Encrypt(kKey, {reinterpret_cast<char*>(digest.data()), digest.size()});
+    }
+
+  private:
+    client::AgentConnection connection_;
+    const AgentProcess& agent_;
+};
+
+// The executable under test with another name for itself.
+std::string OtherBuild() {
+    std::string image = ReadFile(ZOT_BUILD_DIR "/zot");
+    size_t at = image.find(kOldName);
+    if (at == std::string::npos) throw std::runtime_error("no agent name in the executable");
+    return image.replace(at, sizeof kNewName - 1, kNewName);
+}
+
+class UpgradeTest : public testing::Test {
+  protected:
+    UpgradeTest() {
+        std::filesystem::copy(ZOT_BUILD_DIR "/zot", dir_ / "zot");
+        image_ = OtherBuild();
+    }
+    // A transfer takes less than 10 MiB; sanitizer builds with debugging information are larger.
+    bool Fits() const { return image_.size() <= 10485759; }
+
+    TempDir dir_;
+    std::string image_;
+};
+
+TEST_F(UpgradeTest, ARunningDaemonIsReplacedUnderLoad) {
+    AgentOptions options = Mode("-d", "zotpath=" + (dir_ / "zot") + "\n");
+    if (!Fits()) image_ = "#!/bin/sh\nexec " ZOT_BUILD_DIR "/zot \"$@\" # " + std::string(100, '#');
+    AgentProcess agent(options);
+    std::atomic<bool> stop{false};
+    std::thread load([&] {
+        while (!stop) Answers(agent.Target());
+    });
+    pid_t before = agent.Pid();
+    {
+        Upgrade upgrade(agent);
+        EXPECT_EQ(upgrade.Begin(image_.size()), "200\n\r");
+        upgrade.Send(image_ + Upgrade::Trailer(image_));
+        EXPECT_EQ(upgrade.Receive(), "200\n\r");
+    }
+    EXPECT_TRUE(WaitUntil([&] { return agent.Pid() != 0 && agent.Pid() != before; }));
+    std::string name = Fits() ? kNewName : kOldName;
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "AgentName=" + name); }));
+    stop = true;
+    load.join();
+    EXPECT_EQ(ReadFile(dir_ / "zot"), image_);
+    // The script's last act is to remove itself.
+    EXPECT_TRUE(WaitUntil([&] {
+        return !std::filesystem::exists(agent.Dir() / "zotupd__.sh") &&
+               !std::filesystem::exists(agent.Dir() / "zot__.upd");
+    }));
+    EXPECT_EQ(agent.Ask("QUIT").code, "200");
+    EXPECT_TRUE(agent.WaitForDaemonEnd());
+}
+
+TEST_F(UpgradeTest, WhatGoesWrongLeavesTheAgentAsItWas) {
+    AgentProcess agent(Mode("-i", "zotpath=" + (dir_ / "zot") + "\n"));
+    const std::string data(5000, 'x');
+    {
+        Upgrade corrupted(agent);
+        EXPECT_EQ(corrupted.Begin(data.size()), "200\n\r");
+        corrupted.Send(data + Upgrade::Trailer(data + "y"));
+        EXPECT_EQ(corrupted.Receive(), "300\nWrong CRC\n\r");
+    }
+    {
+        Upgrade first(agent);
+        EXPECT_EQ(first.Begin(data.size()), "200\n\r");
+        EXPECT_EQ(Upgrade(agent).Begin(data.size()), "302\n\r");
+        first.Send(data.substr(0, 100));
+    }
+    // Cut off: nobody can upgrade until the agent is restarted.
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "ActiveConnections=1"); }));
+    EXPECT_EQ(Upgrade(agent).Begin(data.size()), "302\n\r");
+    EXPECT_FALSE(std::filesystem::exists(agent.Dir() / "zot__.upd"));
+    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target()); }));
+    EXPECT_EQ(Upgrade(agent).Begin(100), "501\nWrong file parameter(s)\n\r");
+    EXPECT_EQ(Upgrade(agent).Begin(101), "302\n\r");
+    EXPECT_TRUE(Answers(agent.Target()));
+}
+
+}  // namespace
+}  // namespace zot::test
