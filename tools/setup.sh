@@ -1,0 +1,57 @@
+# shellcheck shell=sh
+# Sourced by the other scripts: installs missing build tools where it may, and knows the machine.
+# Callers have changed to the root of the tree.
+
+cpu_count() { getconf _NPROCESSORS_ONLN 2>/dev/null || echo 1; }
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null 2>&1 && sudo -n true 2>/dev/null; then
+        sudo "$@"
+    else
+        echo "Not root, so please install: $missing" >&2
+        exit 1
+    fi
+}
+
+# want PACKAGE TEST...: notes the package as missing when the test fails.
+want() {
+    package=$1
+    shift
+    "$@" >/dev/null 2>&1 || missing="$missing $package"
+}
+
+have_header() { test -e "/usr/include/$1" || test -e "/usr/local/include/$1"; }
+
+install_missing() {
+    [ -z "$missing" ] && return 0
+    echo "Installing:$missing"
+    # The list is split into words on purpose.
+    # shellcheck disable=SC2086
+    if command -v apt-get >/dev/null 2>&1; then
+        as_root apt-get update -qq
+        as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+            $missing >/dev/null
+    elif command -v pkg >/dev/null 2>&1; then
+        as_root pkg install -y -q $missing
+    else
+        echo "Please install: $missing" >&2
+        exit 1
+    fi
+    missing=
+}
+
+# What a plain build needs; with "tests", what the tests need too.
+install_tools() {
+    missing=
+    want cmake command -v cmake
+    if command -v apt-get >/dev/null 2>&1; then
+        want g++ command -v c++
+        want make command -v make
+        if [ "${1:-}" = tests ]; then want libgtest-dev have_header gtest/gtest.h; fi
+    elif [ "${1:-}" = tests ]; then
+        want googletest have_header gtest/gtest.h
+    fi
+    install_missing
+}
