@@ -24,6 +24,7 @@ namespace zot {
 namespace {
 
 constexpr int kOpenAttempts = 3;
+constexpr int32_t kMaxPort = 65535;
 constexpr int kAddressTextSize = 24;
 
 // So many descriptors stay for the files, pipes and sockets of running requests.
@@ -34,6 +35,11 @@ constexpr timespec kShortPause = {0, 10 * 1000 * 1000};
 }  // namespace
 
 UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText) {
+    // Port 0 would succeed on a port that nobody knows, a larger one on its low 16 bits.
+    if (settings.port < 1 || settings.port > kMaxPort) {
+        errorText = "Invalid port number";
+        return UniqueFd();
+    }
     char service[16];
     std::snprintf(service, sizeof service, "%d", settings.port);
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {

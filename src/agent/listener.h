@@ -17,7 +17,8 @@ namespace zot {
 inline constexpr int kExitListen = 4;
 
 // Opens the listening socket for the host and port of the settings: up to three attempts, one
-// second of sleep after each failure. Returns no descriptor and `errorText` when all fail.
+// second of sleep after each failure. Returns no descriptor and `errorText` when all fail, or at
+// once for a port outside 1 to 65535.
 UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText);
 
 class Listener {

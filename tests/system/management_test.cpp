@@ -95,6 +95,12 @@ TEST(Management, ThePortMovesOrComesBack) {
     std::string port = "Port=" + std::to_string(moved.port);
     EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
     EXPECT_NE(agent.Output().find("Return to original port\n"), std::string::npos);
+
+    for (const char* impossible : {"Port=0", "Port=70000"}) {
+        request = client::ComposeRequest("SetSettings", std::vector<std::string>{impossible});
+        ASSERT_TRUE(client::Ask(moved, request, answer, error)) << error;
+        EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
+    }
 }
 
 TEST(Management, ARestartKeepsArgumentsAndNothingElse) {
