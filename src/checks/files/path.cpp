@@ -1,0 +1,85 @@
+#include "checks/files/path.h"
+
+#include <unistd.h>
+
+namespace zot {
+namespace {
+
+constexpr size_t kMaxPart = 4095;
+
+}  // namespace
+
+int32_t LastCharOf(std::string_view set, std::string_view text) noexcept {
+    size_t at = text.find_last_of(set);
+    return at == std::string_view::npos ? 0 : static_cast<int32_t>(at) + 1;
+}
+
+std::string_view DirectoryPart(std::string_view path) noexcept {
+    return path.substr(0, static_cast<size_t>(LastCharOf("/", path)));
+}
+
+std::string_view NamePart(std::string_view path) noexcept {
+    return path.substr(static_cast<size_t>(LastCharOf("/", path))).substr(0, kMaxPart);
+}
+
+std::string_view ExtensionOf(std::string_view path) noexcept {
+    auto at = static_cast<size_t>(LastCharOf("./", path));
+    if (at == 0 || path[at - 1] != '.') return {};
+    return path.substr(at - 1, kMaxPart);
+}
+
+VyString WithSlash(std::string_view path) {
+    VyString result(path);
+    if (path.empty() || path.back() != '/') result.Append('/');
+    return result;
+}
+
+bool StatPath(std::string_view path, struct stat& status) {
+    VyString terminated(path);
+    return stat(terminated.Terminate(), &status) == 0;
+}
+
+bool LinkStatPath(std::string_view path, struct stat& status) {
+    VyString terminated(path);
+    return lstat(terminated.Terminate(), &status) == 0;
+}
+
+bool IsDirectory(std::string_view path) {
+    struct stat status {};
+    return StatPath(path, status) && S_ISDIR(status.st_mode);
+}
+
+bool IsRegularFile(std::string_view path) {
+    struct stat status {};
+    return StatPath(path, status) && S_ISREG(status.st_mode);
+}
+
+int32_t ShortModificationTime(const struct stat& status) noexcept {
+    return static_cast<int32_t>(status.st_mtime);
+}
+
+int32_t ModificationTime(std::string_view path) {
+    struct stat status {};
+    return StatPath(path, status) ? ShortModificationTime(status) : -1;
+}
+
+int64_t FileSize(std::string_view path) {
+    struct stat status {};
+    return StatPath(path, status) ? status.st_size : -1;
+}
+
+bool RemoveFile(std::string_view path) {
+    VyString terminated(path);
+    return unlink(terminated.Terminate()) == 0;
+}
+
+int FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime) {
+    struct stat status {};
+    if (path.empty() || !LinkStatPath(path, status)) return 0;
+    size = status.st_size;
+    changeTime = status.st_ctime;
+    modificationTime = status.st_mtime;
+    return 1;
+}
+
+}  // namespace zot

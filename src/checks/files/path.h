@@ -1,0 +1,49 @@
+// Path operations on the text of a path, and the questions that one stat answers.
+//
+// Paths are bytes; "/" separates, nothing else is special. Views returned point into the argument.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string_view>
+
+#include "base/vystring.h"
+
+namespace zot {
+
+// 1-based position of the last character of `text` that belongs to `set`, 0 when none does.
+int32_t LastCharOf(std::string_view set, std::string_view text) noexcept;
+
+// Everything up to and including the last "/"; empty when there is none.
+std::string_view DirectoryPart(std::string_view path) noexcept;
+// Everything behind the last "/", 4095 characters at most.
+std::string_view NamePart(std::string_view path) noexcept;
+// From the last "." of the name on, 4095 characters at most; empty when the name has none.
+std::string_view ExtensionOf(std::string_view path) noexcept;
+// The path with a "/" at its end; an empty path becomes "/".
+VyString WithSlash(std::string_view path);
+
+// stat and lstat of a path that need not be NUL-terminated. False, with errno, on failure.
+bool StatPath(std::string_view path, struct stat& status);
+bool LinkStatPath(std::string_view path, struct stat& status);
+
+// The type of what the path leads to, through symbolic links; false when it cannot be found out.
+bool IsDirectory(std::string_view path);
+bool IsRegularFile(std::string_view path);
+
+// The modification time of a status, as the 32-bit value that time comparisons work with.
+int32_t ShortModificationTime(const struct stat& status) noexcept;
+// The same of the file that the path leads to; -1 on failure.
+int32_t ModificationTime(std::string_view path);
+// Size in bytes of the file that the path leads to; -1 on failure.
+int64_t FileSize(std::string_view path);
+// Unlinks the file; false on failure.
+bool RemoveFile(std::string_view path);
+
+// Size and times of the entry itself: a link is not followed. Returns 0, with the values as they
+// were, for an empty path or a missing entry.
+int FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime);
+
+}  // namespace zot
