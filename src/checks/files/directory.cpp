@@ -1,0 +1,122 @@
+#include "checks/files/directory.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "base/vystring.h"
+
+namespace zot {
+namespace {
+
+constexpr size_t kMaxPath = PATH_MAX - 1;
+
+EntryKind KindOf(mode_t mode) {
+    if (S_ISREG(mode)) return EntryKind::kFile;
+    if (S_ISDIR(mode)) return EntryKind::kDirectory;
+    return S_ISLNK(mode) ? EntryKind::kLink : EntryKind::kSpecial;
+}
+
+EntryKind KindOf(const dirent& listed) {
+    switch (listed.d_type) {
+        case DT_REG:
+            return EntryKind::kFile;
+        case DT_DIR:
+            return EntryKind::kDirectory;
+        case DT_LNK:
+            return EntryKind::kLink;
+        case DT_FIFO:
+        case DT_SOCK:
+        case DT_CHR:
+        case DT_BLK:
+            return EntryKind::kSpecial;
+        default:
+            return EntryKind::kUnknown;
+    }
+}
+
+}  // namespace
+
+int Directory::Open(std::string_view path) {
+    VyString folder(path);
+    if (path.empty()) {
+        char current[4095];
+        if (getcwd(current, sizeof current) == nullptr) return errno;
+        folder = current;
+    }
+    if (folder.At(folder.Length()) != '/') folder.Append('/');
+    stream_.reset(opendir(folder.Terminate()));
+    pathLength_ = static_cast<size_t>(folder.Length());
+    search_ = Search::kUnknown;
+    return stream_ ? 0 : errno;
+}
+
+bool Directory::OpenBelow(const Directory& parent, const char* name) {
+    size_t length = std::strlen(name) + 1;
+    if (!parent.NamesPath(length)) return false;
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    UniqueFd fd(openat(dirfd(parent.stream_.get()), name, kFlags));
+    if (!fd) return false;
+    stream_.reset(fdopendir(fd.Get()));
+    if (!stream_) return false;
+    fd.Release();
+    pathLength_ = parent.pathLength_ + length;
+    search_ = Search::kUnknown;
+    return true;
+}
+
+bool Directory::Next(DirectoryEntry& entry) {
+    while (const dirent* listed = readdir(stream_.get())) {
+        entry.name = listed->d_name;
+        // What no path can name does not exist for a walk, even though a descriptor reaches it:
+        // the answer must not depend on where a walk starts or how it gets there.
+        if (!NamesPath(NAME_MAX) && !NamesPath(std::strlen(entry.name))) continue;
+        entry.kind = KindOf(*listed);
+        entry.hasStatus = false;
+        return true;
+    }
+    return false;
+}
+
+void Directory::Rewind() noexcept { rewinddir(stream_.get()); }
+
+bool Directory::Look(DirectoryEntry& entry) const {
+    if (entry.hasStatus) return true;
+    if (!StatBelow(entry.name, entry.status)) return false;
+    entry.kind = KindOf(entry.status.st_mode);
+    entry.hasStatus = true;
+    return true;
+}
+
+bool Directory::Classify(DirectoryEntry& entry) {
+    return entry.kind == EntryKind::kUnknown ? Look(entry) : IsSearchable();
+}
+
+bool Directory::StatBelow(const char* name, struct stat& status) const {
+    return NamesPath(std::strlen(name)) &&
+           fstatat(dirfd(stream_.get()), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool Directory::IsWritable(const char* name) const {
+    return faccessat(dirfd(stream_.get()), name, W_OK, 0) == 0;
+}
+
+// Whether a path to an entry of this folder, its name being so long, is one that the system takes.
+bool Directory::NamesPath(size_t nameLength) const noexcept {
+    return pathLength_ + nameLength <= kMaxPath;
+}
+
+// A folder that may be listed but not searched answers no lstat, whatever the listing tells.
+bool Directory::IsSearchable() {
+    if (search_ == Search::kUnknown) {
+        struct stat status {};
+        search_ = StatBelow(".", status) ? Search::kAllowed : Search::kDenied;
+    }
+    return search_ == Search::kAllowed;
+}
+
+}  // namespace zot

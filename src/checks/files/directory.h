@@ -1,0 +1,66 @@
+// One open folder: its entries in the system's order, each looked at relative to the folder's
+// descriptor, so that no path is built and none is resolved twice.
+//
+// A walk holds one Directory for each level it is in. Symbolic links are told apart from what they
+// lead to and never followed; special files are looked at, never opened.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "base/owners.h"
+
+namespace zot {
+
+enum class EntryKind : uint8_t { kUnknown, kFile, kDirectory, kLink, kSpecial };
+
+struct DirectoryEntry {
+    const char* name = "";  // lives until the next entry of the same folder is read
+    EntryKind kind = EntryKind::kUnknown;
+    bool hasStatus = false;
+    struct stat status;  // from lstat; holds a value only while hasStatus
+
+    // "." or "..".
+    bool IsDots() const noexcept {
+        return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+    }
+    bool IsHidden() const noexcept { return name[0] == '.' && !IsDots(); }
+};
+
+class Directory {
+  public:
+    // Opens the folder, through a symbolic link if it is one; an empty path means the current
+    // working directory. Returns 0, or the errno that tells why not.
+    int Open(std::string_view path);
+    // Opens a folder below `parent`, which stays open; the last part of `name` must not be a link.
+    bool OpenBelow(const Directory& parent, const char* name);
+    void Close() noexcept { stream_.reset(); }
+
+    // Reads the next entry: its name and, where the listing tells it, its kind. False at the end.
+    bool Next(DirectoryEntry& entry);
+    // Starts again at the first entry.
+    void Rewind() noexcept;
+
+    // Fills status and kind from lstat, once for each entry; false when that fails.
+    bool Look(DirectoryEntry& entry) const;
+    // Fills the kind without a lstat where the listing told it; false where a lstat would fail.
+    bool Classify(DirectoryEntry& entry);
+    // The lstat of a name relative to the folder.
+    bool StatBelow(const char* name, struct stat& status) const;
+    // Whether the agent may write the entry.
+    bool IsWritable(const char* name) const;
+
+  private:
+    bool NamesPath(size_t nameLength) const noexcept;
+    bool IsSearchable();
+
+    UniqueDir stream_;
+    size_t pathLength_ = 0;  // of the folder's path with its trailing "/"
+    enum class Search : uint8_t { kUnknown, kAllowed, kDenied };
+    Search search_ = Search::kUnknown;
+};
+
+}  // namespace zot

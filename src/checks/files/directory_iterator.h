@@ -1,0 +1,59 @@
+// The find-first / find-next iterator of a folder: entries with an attribute word, chosen by a
+// wildcard mask and an attribute mask. It does one lstat for each entry that can still be returned
+// and asks for the read-only bit only where somebody looks at it.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "checks/files/directory.h"
+#include "checks/files/name_mask.h"
+
+namespace zot {
+
+// Attribute bits. A regular file has none of its own; a link also carries kAttrSystem.
+constexpr int32_t kAttrReadOnly = 1;    // the agent itself cannot write the entry
+constexpr int32_t kAttrHidden = 2;      // the name begins with ".", but is neither "." nor ".."
+constexpr int32_t kAttrSystem = 4;      // neither a folder nor a regular file
+constexpr int32_t kAttrDirectory = 16;  // a folder
+constexpr int32_t kAttrLink = 64;       // a symbolic link
+
+// Attribute masks: what an entry may carry and still be returned.
+constexpr int32_t kFindAll = 63;
+constexpr int32_t kFindNoDirectories = 47;
+constexpr int32_t kFindPlainDirectories = 16;
+
+struct FindOptions {
+    enum class Kinds : uint8_t { kAll, kDirectories, kNoDirectories };
+    Kinds kinds = Kinds::kAll;
+    // Set the read-only bit even where the attribute mask accepts both; costs a call per entry.
+    bool reportReadOnly = false;
+};
+
+struct FindRecord {
+    int64_t mtime = 0;
+    int64_t changeTime = 0;
+    int64_t size = 0;
+    int32_t attributes = 0;  // kAttrReadOnly only where it was asked for
+    char name[256] = "";     // NUL-terminated
+    uint16_t mode = 0;
+
+    // Where the iteration stands; not for callers.
+    Directory directory;
+    int32_t exclusion = 0;
+    NameMask mask;
+    FindOptions options;
+};
+
+// Opens the folder (empty: the current working directory) and fills the record with its first
+// acceptable entry. An entry is acceptable when its attributes lie within `attributeMask`; no mask
+// reaches the link bit, so links are never returned. Returns 0 when there is one, the errno when
+// the folder cannot be opened, and -1 (the folder is closed again) when it holds none.
+int FindFirst(std::string_view directory, std::string_view mask, int32_t attributeMask,
+              FindRecord& record, FindOptions options = {});
+// Fills the record with the next acceptable entry and returns 0, or -1 at the end.
+int FindNext(FindRecord& record);
+// Closes the folder if it is open.
+void FindClose(FindRecord& record);
+
+}  // namespace zot
