@@ -1,0 +1,31 @@
+// Reading the content of files that a request names. Only regular files are opened for good: a
+// fifo or a device in their place is refused without waiting for anybody at its other end.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "base/owners.h"
+
+namespace zot {
+
+class RegularFile {
+  public:
+    // Opens for reading from the start to the end. False when that fails or it is no regular file.
+    bool Open(std::string_view path);
+
+    // The size in bytes when it was opened.
+    int64_t Size() const noexcept { return size_; }
+    // Reads until `size` bytes stand in the buffer or the file ends; fewer bytes mean its end.
+    // Returns their number, or -1 on an error.
+    ssize_t Read(char* buffer, size_t size);
+
+  private:
+    UniqueFd fd_;
+    int64_t size_ = 0;
+};
+
+}  // namespace zot

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "checks/files/find_in_file.h"
+#include "checks/files/same_content.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot {
+namespace {
+
+TEST(SameContent, ComparesTheCommonLength) {
+    test::TempDir dir;
+    auto pattern = [](size_t size) {
+        std::string text(size, '\0');
+        for (size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7 + i / 251);
+        return text;
+    };
+    std::string whole = dir.Write("whole", pattern(300000));
+    for (size_t size : {0, 1, 10240, 20480, 131072, 262144, 299999, 300000}) {
+        std::string text = pattern(size);
+        EXPECT_EQ(SameContent(whole, dir.Write("part", text)), 1) << size;
+        EXPECT_EQ(SameContent(dir / "part", whole), 1) << size;
+        if (size == 0) continue;
+        text.back() ^= 1;
+        EXPECT_EQ(SameContent(whole, dir.Write("part", text)), 0) << size;
+    }
+    test::MakeFifo(dir / "fifo");
+    EXPECT_EQ(SameContent(whole, dir / "fifo"), -1);
+    EXPECT_EQ(SameContent(dir / "none", whole), -1);
+    EXPECT_EQ(SameContent("/proc/self/mem", whole), -1);  // opens, but cannot be read
+}
+
+// The search as it is defined, one window after the other.
+int DefinedSearch(const std::string& data, std::string text, bool caseSensitive, bool wholeWord) {
+    auto lower = [caseSensitive](std::string& s) {
+        if (!caseSensitive) std::transform(s.begin(), s.end(), s.begin(), ::tolower);
+    };
+    if (data.size() < text.size()) return 0;
+    lower(text);
+    size_t bufferSize = std::min(data.size() + 1, 3 * text.size());
+    std::string buffer;
+    for (size_t position = 0;;) {
+        std::string load = data.substr(position, bufferSize - buffer.size());
+        bool endOfFile = load.size() < bufferSize - buffer.size();
+        position += load.size();
+        lower(load);
+        buffer += load;
+        for (size_t hit = 0; (hit = buffer.find(text, hit)) != std::string::npos;) {
+            size_t end = hit + text.size();
+            bool begins = hit == 0 || !isalnum(static_cast<unsigned char>(buffer[hit - 1]));
+            bool ends = end == buffer.size() || !isalnum(static_cast<unsigned char>(buffer[end]));
+            if (!wholeWord || (begins && ends)) return 1;
+            hit = end;
+        }
+        if (endOfFile) return 0;
+        buffer = buffer.substr(buffer.size() - text.size());
+    }
+}
+
+TEST(FindInFile, AgreesWithTheDefinition) {
+    test::TempDir dir;
+    std::mt19937 random(20240229);
+    int found = 0;
+    for (int round = 0; round < 1000; ++round) {
+        std::string data(random() % 60, ' ');
+        for (char& c : data) c = "aaAb. \0"[random() % 7];
+        std::string text(1 + random() % 5, 'a');
+        for (char& c : text) c = "aaAb."[random() % 5];
+        std::string path = dir.Write(std::to_string(round), data);
+        for (int flags = 0; flags < 4; ++flags) {
+            int expected = DefinedSearch(data, text, flags & 1, flags & 2);
+            found += expected;
+            ASSERT_EQ(FindInFile(path, text, flags & 1, flags & 2), expected)
+                << "text " << text << " data " << data << " flags " << flags;
+        }
+    }
+    EXPECT_GT(found, 1000);
+    EXPECT_LT(found, 3000);
+}
+
+TEST(FindInFile, LargeFilesAndTheBordersOfReads) {
+    test::TempDir dir;
+    for (size_t textSize : {3, 1000, 100000, 300000}) {
+        std::string text(textSize, 'x');
+        text[0] = 'A';
+        text.back() = '\0';
+        for (size_t at : {262144 - textSize % 262144, size_t{262143}, size_t{524288}}) {
+            std::string data(900000, 'x');
+            data.replace(at, textSize, text);
+            std::string path = dir.Write("data", data);
+            EXPECT_EQ(FindInFile(path, text, true, false), 1) << textSize << " " << at;
+            EXPECT_EQ(FindInFile(path, text, false, true), DefinedSearch(data, text, false, true));
+            text[0] = 'a';
+            EXPECT_EQ(FindInFile(path, text, false, false), 1);
+            EXPECT_EQ(FindInFile(path, text, true, false), 0);
+            text[0] = 'A';
+        }
+    }
+}
+
+TEST(FindInFile, Errors) {
+    test::TempDir dir;
+    std::string file = dir.Write("file", "text");
+    test::MakeFifo(dir / "fifo");
+    EXPECT_EQ(FindInFile(file, "", true, false), -1);
+    EXPECT_EQ(FindInFile("", "text", true, false), -1);
+    EXPECT_EQ(FindInFile(dir / "none", "text", true, false), -1);
+    EXPECT_EQ(FindInFile(dir / "fifo", "text", true, false), -1);
+    EXPECT_EQ(FindInFile(file, "longer text", true, false), 0);
+    EXPECT_EQ(FindFileInFile(dir / "none", dir.Write("empty", "")), 1);
+    EXPECT_EQ(FindFileInFile(file, dir / "none"), -1);
+    EXPECT_EQ(FindFileInFile(file, file), 1);
+    test::MakeFile(dir / "large", kMaxSoughtFile + 1);
+    EXPECT_EQ(FindFileInFile(dir / "large", dir / "large"), -1);
+}
+
+}  // namespace
+}  // namespace zot
