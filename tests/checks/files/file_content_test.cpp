@@ -24,7 +24,7 @@ TEST(SameContent, ComparesTheCommonLength) {
         return text;
     };
     std::string whole = dir.Write("whole", pattern(300000));
-    for (size_t size : {0, 1, 10240, 20480, 131072, 262144, 299999, 300000}) {
+    for (size_t size : {0U, 1U, 10240U, 20480U, 131072U, 262144U, 299999U, 300000U}) {
         std::string text = pattern(size);
         EXPECT_EQ(SameContent(whole, dir.Write("part", text)), 1) << size;
         EXPECT_EQ(SameContent(dir / "part", whole), 1) << size;
@@ -88,7 +88,7 @@ TEST(FindInFile, AgreesWithTheDefinition) {
 
 TEST(FindInFile, LargeFilesAndTheBordersOfReads) {
     test::TempDir dir;
-    for (size_t textSize : {3, 1000, 100000, 300000}) {
+    for (size_t textSize : {3U, 1000U, 100000U, 300000U}) {
         std::string text(textSize, 'x');
         text[0] = 'A';
         text.back() = '\0';
