@@ -2,9 +2,10 @@
 
 #include <ctime>
 #include <utility>
-#include <vector>
 
-#include "checks/files/directory_iterator.h"
+#include "checks/files/directory.h"
+#include "checks/files/name_mask.h"
+#include "checks/files/tree_walk.h"
 
 namespace zot {
 namespace {
@@ -62,13 +63,14 @@ bool IsPlain(Directory& directory, DirectoryEntry& entry) {
     return directory.IsWritable(entry.name);
 }
 
+// Looks through the whole folder, which then stands at its first entry again.
 bool HasPlainEntry(Directory& directory) {
     DirectoryEntry entry;
+    bool found = false;
     directory.Rewind();
-    while (directory.Next(entry)) {
-        if (IsPlain(directory, entry)) return true;
-    }
-    return false;
+    while (!found && directory.Next(entry)) found = IsPlain(directory, entry);
+    directory.Rewind();
+    return found;
 }
 
 int64_t CountFolder(std::string_view folder, const Criterion& criterion) {
@@ -85,18 +87,40 @@ int64_t CountFolder(std::string_view folder, const Criterion& criterion) {
     return admitted || HasPlainEntry(directory) ? count : -1;
 }
 
-struct Level {
-    Directory directory;
-    int64_t count = 0;
-    bool entered = false;  // from a folder above, which found this one writable
-    bool plain = false;    // a plain entry was met
+class CountWalker {
+  public:
+    struct Level {
+        Directory directory;
+        uint64_t count = 0;
+        bool entered = false;  // from a folder above, which found this one writable
+        bool plain = false;    // a plain entry was met
+    };
 
-    // Without one the count is void: servers take the -1 of a folder that the agent may not write.
-    int64_t Result() const { return plain ? count : -1; }
+    explicit CountWalker(const Criterion& criterion) : criterion_(criterion) {}
+
+    bool Visit(Level& level, DirectoryEntry& entry) const {
+        if (criterion_.Admits(level.directory, entry) &&
+            criterion_.Counts(level.directory, entry)) {
+            ++level.count;
+        }
+        return IsToEnter(level, entry);
+    }
+    bool Enter(const Level& parent, const char* name, Level& child) const {
+        child.entered = true;
+        return child.directory.OpenBelow(parent.directory, name);
+    }
+    // Without a plain entry the count is void: servers take the -1 of such a folder for what the
+    // agent may not look into.
+    uint64_t Result(const Level& level) const { return level.plain ? level.count : 0; }
+
+  private:
+    static bool IsToEnter(Level& level, DirectoryEntry& entry);
+
+    const Criterion& criterion_;
 };
 
 // Notes whether the entry is plain, as far as that matters; true when it is a folder to enter.
-bool IsToEnter(Level& level, DirectoryEntry& entry) {
+bool CountWalker::IsToEnter(Level& level, DirectoryEntry& entry) {
     bool isFolder = entry.kind == EntryKind::kDirectory && !entry.IsDots();
     if (level.plain && !isFolder && entry.kind != EntryKind::kUnknown) return false;
     bool isSelf = entry.name[0] == '.' && entry.name[1] == '\0';
@@ -107,29 +131,11 @@ bool IsToEnter(Level& level, DirectoryEntry& entry) {
 }
 
 int64_t CountTree(std::string_view folder, const Criterion& criterion) {
-    // The levels stand on the heap: a session's stack is small, and a tree may be deep.
-    std::vector<Level> levels(1);
-    if (levels[0].directory.Open(folder) != 0) return -1;
-    DirectoryEntry entry;
-    for (;;) {
-        Level& level = levels.back();
-        if (!level.directory.Next(entry)) {
-            int64_t result = level.Result();
-            levels.pop_back();
-            if (levels.empty()) return result;
-            if (result > 0) levels.back().count += result;
-            continue;
-        }
-        if (criterion.Admits(level.directory, entry) && criterion.Counts(level.directory, entry)) {
-            ++level.count;
-        }
-        if (!IsToEnter(level, entry)) continue;
-        Level child;
-        child.entered = true;
-        if (child.directory.OpenBelow(level.directory, entry.name)) {
-            levels.push_back(std::move(child));
-        }
-    }
+    CountWalker walker(criterion);
+    CountWalker::Level top;
+    if (top.directory.Open(folder) != 0 || !HasPlainEntry(top.directory)) return -1;
+    top.plain = true;
+    return static_cast<int64_t>(TreeWalk(walker).Run(std::move(top)));
 }
 
 }  // namespace

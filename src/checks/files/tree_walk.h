@@ -1,0 +1,137 @@
+// The walk through a tree of folders that sums what its walker finds in each.
+//
+// The levels a walk is in stand on the heap, so depth costs a descriptor each but no stack. A large
+// tree is walked by two threads, since nearly all its time is the system's, spent on one entry
+// after the other: each goes down its own branch, and folders for the other one wait in a short
+// queue.
+#pragma once
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "checks/files/directory.h"
+
+namespace zot {
+
+// A Walker says what a folder adds. It is used by both threads at once, and has
+//     struct Level { Directory directory; ... };            an open folder and what was found there
+//     bool Visit(Level&, DirectoryEntry&) const;            true for a folder to enter
+//     bool Enter(const Level&, const char* name, Level& child) const;   false when it cannot
+//     uint64_t Result(const Level&) const;                  what the folder itself adds at its end
+template <typename Walker>
+class TreeWalk {
+  public:
+    using Level = typename Walker::Level;
+
+    explicit TreeWalk(const Walker& walker) : walker_(walker) {}
+    TreeWalk(const TreeWalk&) = delete;
+    TreeWalk& operator=(const TreeWalk&) = delete;
+
+    // Walks the open folder and all that is entered from it; to be called once.
+    uint64_t Run(Level top) {
+        waiting_.reserve(kWaiting);
+        waiting_.push_back(std::move(top));
+        uint64_t sum = Work(true);
+        if (workers_ == 1) return sum;
+        pthread_join(helper_, nullptr);
+        return sum + helperSum_;
+    }
+
+  private:
+    // Entries after which a tree is large enough to be worth a thread.
+    static constexpr size_t kLarge = 4096;
+    // Folders that wait for a thread; each holds a descriptor.
+    static constexpr size_t kWaiting = 4;
+    static constexpr size_t kHelperStack = size_t{256} * 1024;
+
+    uint64_t Work(bool mayCallHelp) {
+        uint64_t sum = 0;
+        for (Level top; Take(top);) {
+            try {
+                Descend(std::move(top), mayCallHelp, sum);
+            } catch (const std::bad_alloc&) {
+                // A branch that there is no memory for counts as one that cannot be read.
+            }
+        }
+        return sum;
+    }
+
+    void Descend(Level top, bool mayCallHelp, uint64_t& sum) {
+        std::vector<Level> levels;
+        levels.push_back(std::move(top));
+        DirectoryEntry entry;
+        while (!levels.empty()) {
+            Level& level = levels.back();
+            if (!level.directory.Next(entry)) {
+                sum += walker_.Result(level);
+                levels.pop_back();
+                continue;
+            }
+            if (mayCallHelp && ++visited_ == kLarge) CallHelp();
+            Level child;
+            if (!walker_.Visit(level, entry) || !walker_.Enter(level, entry.name, child)) continue;
+            if (!Give(child)) levels.push_back(std::move(child));
+        }
+    }
+
+    // Leaves a folder to whoever is free first; false when it is better walked at once.
+    bool Give(Level& level) {
+        std::lock_guard lock(mutex_);
+        if (workers_ == 1 || waiting_.size() == kWaiting) return false;
+        waiting_.push_back(std::move(level));
+        changed_.notify_one();
+        return true;
+    }
+
+    // Waits for a folder; false when there will be none, as nobody is at work any more.
+    bool Take(Level& level) {
+        std::unique_lock lock(mutex_);
+        ++idle_;
+        changed_.wait(lock, [this] { return !waiting_.empty() || idle_ == workers_; });
+        if (waiting_.empty()) {
+            changed_.notify_all();
+            return false;
+        }
+        --idle_;
+        level = std::move(waiting_.front());
+        waiting_.erase(waiting_.begin());
+        return true;
+    }
+
+    // Without a second processor, or when no thread can be had, the walk stays with one.
+    void CallHelp() {
+        if (std::thread::hardware_concurrency() < 2) return;
+        std::lock_guard lock(mutex_);
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, kHelperStack);
+        auto help = [](void* argument) -> void* {
+            auto* walk = static_cast<TreeWalk*>(argument);
+            walk->helperSum_ = walk->Work(false);
+            return nullptr;
+        };
+        if (pthread_create(&helper_, &attributes, help, this) == 0) ++workers_;
+        pthread_attr_destroy(&attributes);
+    }
+
+    const Walker& walker_;
+    size_t visited_ = 0;  // by the thread that may call for help
+    pthread_t helper_{};
+    uint64_t helperSum_ = 0;
+
+    std::mutex mutex_;  // what follows
+    std::condition_variable changed_;
+    std::vector<Level> waiting_;
+    int workers_ = 1;
+    int idle_ = 0;
+};
+
+}  // namespace zot
