@@ -1,0 +1,93 @@
+#include "checks/files/directory_iterator.h"
+#include "checks/files/file_tests.h"
+#include "checks/files/parameters.h"
+#include "checks/files/path.h"
+
+namespace zot {
+namespace {
+
+bool IsAllowed(const AgentSettings& settings) {
+    return settings.testFolderSize || settings.testCountFiles || settings.testFileExists ||
+           settings.testFileCrc || settings.testCompareFiles || settings.testTextLog;
+}
+
+// What each entry reports besides name and attributes.
+struct Columns {
+    bool size;
+    bool changeTime;
+    bool modificationTime;
+
+    int32_t LinesPerEntry() const { return 2 + size + changeTime + modificationTime; }
+};
+
+// The lines of the entries listed so far.
+class Listing {
+  public:
+    explicit Listing(Columns columns) : columns_(columns) {}
+
+    // Adds the entries of the folder; one that cannot be listed has none.
+    void AddFolder(std::string_view folder, std::string_view mask, int32_t attributeMask,
+                   FindOptions::Kinds kinds);
+    int32_t Count() const { return count_; }
+    std::string_view Lines() const { return lines_.Text(); }
+
+  private:
+    void AddEntry(const FindRecord& record);
+
+    Columns columns_;
+    Reply lines_;
+    int32_t count_ = 0;
+};
+
+void Listing::AddFolder(std::string_view folder, std::string_view mask, int32_t attributeMask,
+                        FindOptions::Kinds kinds) {
+    FindRecord record;
+    int result = FindFirst(folder, mask, attributeMask, record, {kinds, true});
+    for (; result == 0; result = FindNext(record)) {
+        bool isSelf = record.name[0] == '.' && record.name[1] == '\0';
+        if (!isSelf) AddEntry(record);
+    }
+}
+
+void Listing::AddEntry(const FindRecord& record) {
+    lines_.AppendLine(record.name);
+    lines_.AppendInt(record.attributes);
+    if (columns_.size) lines_.AppendInt64(record.size);
+    if (columns_.changeTime) lines_.AppendLocalTime(record.changeTime);
+    if (columns_.modificationTime) lines_.AppendLocalTime(record.mtime);
+    ++count_;
+}
+
+// The folder to list, with its trailing "/".
+VyString ListedFolder(std::string_view path) {
+    if (!path.empty() && path.back() != '/' && !IsDirectory(path)) path = DirectoryPart(path);
+    return WithSlash(path);
+}
+
+}  // namespace
+
+void GetFilesList(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!IsAllowed(settings)) return reply.Start("600", "test is not allowed");
+    VyString folder = ListedFolder(GetLine(params, 1));
+    std::string_view mask = GetLine(params, 2);
+    if (mask.empty()) mask = "*";
+    int32_t attributeMask = kFindAll;
+    if (!FlagLine(params, 5)) attributeMask -= kAttrHidden;
+    if (!FlagLine(params, 6)) attributeMask -= kAttrSystem;
+    Columns columns{FlagLine(params, 7), FlagLine(params, 8), FlagLine(params, 9)};
+
+    Listing listing(columns);
+    if (FlagLine(params, 3)) {
+        listing.AddFolder(folder, "*", attributeMask, FindOptions::Kinds::kDirectories);
+    }
+    if (FlagLine(params, 4)) {
+        listing.AddFolder(folder, mask, attributeMask, FindOptions::Kinds::kNoDirectories);
+    }
+    reply.Start("200");
+    reply.AppendLine(folder);
+    reply.AppendInt(listing.Count());
+    reply.AppendInt(columns.LinesPerEntry());
+    reply.AppendRaw(listing.Lines());
+}
+
+}  // namespace zot

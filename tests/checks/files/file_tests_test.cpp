@@ -1,0 +1,195 @@
+#include "checks/files/file_tests.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "tests/support/file_tree.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot {
+namespace {
+
+using Handler = void(std::string_view, const AgentSettings&, Reply&);
+
+std::string Answer(Handler& handler, const std::string& params, const AgentSettings& settings) {
+    Reply reply;
+    handler(params, settings, reply);
+    return std::string(reply.Text().View());
+}
+
+// With only the switch of one test on.
+std::string Answer(Handler& handler, int32_t AgentSettings::*allowed, const std::string& params) {
+    AgentSettings settings;
+    settings.*allowed = 1;
+    return Answer(handler, params, settings);
+}
+
+// Parameter lines by number; those not named hold "0".
+std::string Lines(std::initializer_list<std::pair<int, std::string>> values) {
+    std::vector<std::string> lines(21, std::string(1, '0'));
+    for (const auto& [number, text] : values) lines[static_cast<size_t>(number)] = text;
+    std::string result;
+    for (size_t number = 1; number <= 20; ++number) result += lines[number] + "\n";
+    return result + "\r";
+}
+
+std::string DateText(time_t time) {
+    char text[20];
+    std::tm local{};
+    strftime(text, sizeof text, "%d%m%Y%H%M%S", localtime_r(&time, &local));
+    return text;
+}
+
+TEST(FileTests, EachHasItsSwitch) {
+    struct {
+        Handler* handler;
+        int32_t AgentSettings::*allowed;
+    } cases[] = {
+        {&TestUnc, &AgentSettings::testUnc},
+        {&TestFolderSize, &AgentSettings::testFolderSize},
+        {&TestCountFiles, &AgentSettings::testCountFiles},
+        {&TestFileExists, &AgentSettings::testFileExists},
+        {&TestFileCompare, &AgentSettings::testCompareFiles},
+        {&GetFilesList, &AgentSettings::testFolderSize},
+        {&GetFilesList, &AgentSettings::testCountFiles},
+        {&GetFilesList, &AgentSettings::testFileExists},
+        {&GetFilesList, &AgentSettings::testFileCrc},
+        {&GetFilesList, &AgentSettings::testCompareFiles},
+        {&GetFilesList, &AgentSettings::testTextLog},
+    };
+    AgentSettings others;
+    others.testProcess = others.testScript = others.allowManage = 1;
+    for (const auto& c : cases) {
+        EXPECT_EQ(Answer(*c.handler, Lines({}), others), "600\ntest is not allowed\n");
+        EXPECT_NE(Answer(*c.handler, c.allowed, Lines({})).substr(0, 3), "600");
+    }
+}
+
+TEST(FileTests, Unc) {
+    auto answer = [](const std::string& path) {
+        return Answer(TestUnc, &AgentSettings::testUnc, path + "\n\r");
+    };
+    EXPECT_EQ(answer(""), "501\nPath not specified\n");
+    EXPECT_EQ(answer("\\"), "501\nPath not specified\n");
+    EXPECT_EQ(answer("/no/such"), "301\nNo such file or directory\n");
+    EXPECT_EQ(answer("/proc\\"), "200\n     0\n     0\n     0\n0\n");
+    struct statvfs space {};
+    ASSERT_EQ(statvfs("/", &space), 0);
+    std::string total = std::to_string(space.f_blocks * space.f_frsize);
+    EXPECT_EQ(answer("/").substr(0, 5 + total.size()), "200\n" + total + "\n");
+}
+
+TEST(FileTests, FolderSize) {
+    test::TempDir dir;
+    auto answer = [&dir](const std::string& path, const char* deep, const char* macros = "0") {
+        return Answer(TestFolderSize, &AgentSettings::testFolderSize,
+                      Lines({{1, dir / path}, {2, deep}, {8, macros}}));
+    };
+    EXPECT_EQ(answer("", "0"), "200\n     0\n");
+    test::MakeFolder(dir / "sub");
+    test::MakeFile(dir / "sub/file", 123456789);
+    EXPECT_EQ(answer("", "01"), "200\n     0\n");
+    EXPECT_EQ(answer("", "1"), "200\n123456789\n");
+    EXPECT_EQ(answer("%newestfolder%", "0", "1"), "200\n123456789\n");
+    EXPECT_EQ(answer("%newestfolder%/x", "0"), "301\nFolder/File doesn`t exist or access denied\n");
+}
+
+TEST(FileTests, CountFiles) {
+    test::TempDir dir;
+    auto answer = [&dir](const std::string& folder, const char* mode, const char* value,
+                         const char* macros = "0") {
+        return Answer(
+            TestCountFiles, &AgentSettings::testCountFiles,
+            Lines({{1, dir / folder}, {2, "*.txt"}, {4, mode}, {5, value}, {11, macros}}));
+    };
+    EXPECT_EQ(answer("", "0", "0"), "200\n0\n");
+    test::MakeFolder(dir / "sub");
+    test::MakeFile(dir / "sub/a.txt", 5);
+    EXPECT_EQ(answer("%oldestfolder%", "3", "+4", "1"), "200\n1\n");
+    EXPECT_EQ(answer("sub", "3", "5"), "200\n0\n");
+    EXPECT_EQ(answer("sub", "none", "0"), "200\n1\n");
+    for (const char* mode : {"6", "-1"}) EXPECT_EQ(answer("", mode, "0"), "501\nWrong parameter\n");
+    for (const char* value : {"x", "1x", "1 2"}) {
+        EXPECT_EQ(answer("", "0", value), "501\nWrong parameter\n");
+    }
+    EXPECT_EQ(answer("none", "0", "0"), "301\nFolder doesn`t exist or access denied\n");
+}
+
+TEST(FileTests, FileExists) {
+    test::TempDir dir;
+    auto answer = [&dir](const std::string& path, const char* macros = "0") {
+        return Answer(TestFileExists, &AgentSettings::testFileExists,
+                      Lines({{1, dir / path}, {7, macros}}));
+    };
+    test::MakeFile(dir / "access_1.log", 77);
+    test::MakeLink("access_1.log", dir / "link");
+    test::SetModificationTime(dir / "access_1.log", std::time(nullptr) - 7210);
+    struct stat status {};
+    ASSERT_EQ(lstat((dir / "access_1.log").c_str(), &status), 0);
+    std::string found = "200\n    77\n" + DateText(status.st_ctime) + "\n" +
+                        DateText(status.st_mtime) + "\n" + dir / "access_1.log" + "\nmin\n120\n";
+    EXPECT_EQ(answer("access_1.log"), found);
+    EXPECT_EQ(answer("access*.log"), found);
+    EXPECT_EQ(answer("%oldestfile%", "1"), found);
+    EXPECT_EQ(answer("link").substr(0, 11), "200\n    12\n");  // the link itself
+    EXPECT_EQ(answer("*.txt"), "301\nno such file or acess denied\n");
+}
+
+TEST(FileTests, FileCompare) {
+    test::TempDir dir;
+    std::string one = dir.Write("one", "error: Err. in\n");
+    std::string two = dir.Write("two", "error: Err.");
+    test::SetModificationTime(one, 1000);
+    test::SetModificationTime(two, (int64_t{1} << 32) + 1000);
+    test::MakeFolder(dir / "sub");
+    std::string inSub = dir.Write("sub/file", "Err");
+    std::string macro = dir / "sub/%newestfile%";
+    std::string empty = dir.Write("empty", "");
+    test::MakeFile(dir / "8MB", 0x800000);
+    test::MakeFile(dir / "9MB", 0x800001);
+    test::MakeFifo(dir / "fifo");
+    const std::string yes = "200\n1\n";
+    const std::string no = "200\n0\n";
+    const std::string missing = "301\nFile doesn`t exist\n";
+    struct {
+        std::string params, answer;
+    } cases[] = {
+        {Lines({{1, "1"}, {2, one}, {3, inSub}}), yes},
+        {Lines({{1, "1"}, {2, one}, {3, two}, {4, "1"}, {6, "1"}}), yes},  // 32 bits; a prefix
+        {Lines({{1, "1"}, {2, one}, {3, inSub}, {4, "1"}}), no},
+        {Lines({{1, "1"}, {2, one}, {3, two}, {5, "1"}, {6, "1"}}), no},
+        {Lines({{1, "1"}, {2, one}, {3, inSub}, {6, "1"}}), no},
+        {Lines({{1, "1"}, {2, macro}, {3, macro}, {5, "1"}, {12, "1"}, {13, "1"}}), yes},
+        {Lines({{1, "1"}, {2, macro}, {3, one}, {13, "1"}}), missing},
+        {Lines({{1, "1"}, {2, one}, {3, dir / "fifo"}}), missing},
+        {Lines({{1, "2"}, {2, one}, {3, inSub}}), yes},
+        {Lines({{1, "2"}, {2, macro}, {3, one}, {9, "1"}}), no},
+        {Lines({{1, "2"}, {2, one}, {3, macro}, {9, "1"}, {10, "1"}}), missing},  // none in file 2
+        {Lines({{1, "2"}, {2, one}, {3, empty}}), yes},
+        {Lines({{1, "2"}, {2, dir / "8MB"}, {3, dir / "8MB"}}), yes},
+        {Lines({{1, "2"}, {2, one}, {3, dir / "9MB"}}),
+         "301\nThe size of the second file cannot exceed 8Mb\n"},
+        {Lines({{1, "3"}, {2, one}, {3, "ERR"}}), yes},
+        {Lines({{1, "3"}, {2, one}, {3, "ERR"}, {4, "1"}}), no},
+        {Lines({{1, "3"}, {2, one}, {3, "err"}, {5, "1"}}), yes},
+        {Lines({{1, "3"}, {2, one}, {3, "rro"}, {5, "1"}}), no},
+        {Lines({{1, "3"}, {2, macro}, {3, "Err"}, {11, "1"}}), yes},
+        {Lines({{1, "3"}, {2, macro}, {3, "Err"}, {12, "1"}}), missing},
+        {"3\n" + one + "\n\n\r", "301\nI/O Error\n"},
+        {Lines({{1, "4"}, {2, one}}), "501\nWrong parameter\n"},
+        {Lines({{1, "4"}, {2, dir / "none"}}), missing},
+        {Lines({{1, "3"}, {2, dir.Path()}, {3, "x"}}), missing},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Answer(TestFileCompare, &AgentSettings::testCompareFiles, c.params), c.answer)
+            << c.params;
+    }
+}
+
+}  // namespace
+}  // namespace zot
