@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <map>
 #include <string>
@@ -75,16 +74,6 @@ TEST_F(DirectoryIterator, AttributesAndMasks) {
               (Found{{"folder", 16}}));
 }
 
-TEST_F(DirectoryIterator, RecordHoldsWhatLstatTells) {
-    test::SetModificationTime(dir_ / "file", 1234567890);
-    FindRecord record;
-    ASSERT_EQ(FindFirst(dir_.Path() + "/", "file", 63, record), 0);
-    EXPECT_EQ(record.size, 12);
-    EXPECT_EQ(record.mtime, 1234567890);
-    EXPECT_EQ(record.mode, 0100644);
-    EXPECT_EQ(FindNext(record), -1);
-}
-
 TEST_F(DirectoryIterator, ReadOnlyBitIsWhatTheAgentItselfMayDo) {
     auto attributesOf = [this](int32_t mask, FindOptions options) {
         std::string result;
@@ -97,21 +86,6 @@ TEST_F(DirectoryIterator, ReadOnlyBitIsWhatTheAgentItselfMayDo) {
     EXPECT_EQ(test::AsOrdinaryUser([&] { return attributesOf(63, kReport); }),
               ".folder=19 fifo=5 folder=16 open=0 socket=5 ");
     EXPECT_EQ(test::AsOrdinaryUser([&] { return attributesOf(16, {}); }), "folder=16 open=0 ");
-}
-
-TEST_F(DirectoryIterator, EmptyPathIsTheWorkingDirectory) {
-    EXPECT_EQ(test::AsOrdinaryUser([&]() -> std::string {
-                  if (chdir((dir_ / "folder").c_str()) != 0) return "chdir";
-                  return std::to_string(List("", "*", 63).count("."));
-              }),
-              "1");
-}
-
-TEST_F(DirectoryIterator, FolderThatCannotBeSearchedHoldsNothing) {
-    test::SetMode(dir_.Path(), 0744);
-    EXPECT_EQ(
-        test::AsOrdinaryUser([&] { return std::to_string(List(dir_.Path(), "*", 63).at("")); }),
-        "-1");
 }
 
 }  // namespace

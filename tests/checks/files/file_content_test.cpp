@@ -106,6 +106,21 @@ TEST(FindInFile, LargeFilesAndTheBordersOfReads) {
     }
 }
 
+// Whole words at the borders of the windows of nine bytes and of the blocks these are read in.
+TEST(FindInFile, WordsAtTheEndOfABlock) {
+    test::TempDir dir;
+    constexpr size_t kBlockEnd = 9 + (262144 - 9) / 6 * 6;
+    for (size_t at = kBlockEnd - 12; at < kBlockEnd; ++at) {
+        for (size_t size = kBlockEnd; size < kBlockEnd + 8; ++size) {
+            std::string data(size, 'x');
+            data.replace(at, 3, "err");
+            std::string path = dir.Write(std::to_string(at) + "-" + std::to_string(size), data);
+            EXPECT_EQ(FindInFile(path, "err", true, true), DefinedSearch(data, "err", true, true))
+                << at << " " << size;
+        }
+    }
+}
+
 TEST(FindInFile, Errors) {
     test::TempDir dir;
     std::string file = dir.Write("file", "text");
