@@ -123,9 +123,12 @@ class CountWalker {
 bool CountWalker::IsToEnter(Level& level, DirectoryEntry& entry) {
     bool isFolder = entry.kind == EntryKind::kDirectory && !entry.IsDots();
     if (level.plain && !isFolder && entry.kind != EntryKind::kUnknown) return false;
-    bool isSelf = entry.name[0] == '.' && entry.name[1] == '\0';
-    bool known = level.entered && isSelf && level.directory.Classify(entry);
-    if (!known && !IsPlain(level.directory, entry)) return false;
+    if (level.entered && entry.IsDots()) {
+        // The folder above has told that "." is plain, so ".." need not be asked about.
+        if (entry.name[1] == '\0') level.plain = level.directory.Classify(entry);
+        return false;
+    }
+    if (!IsPlain(level.directory, entry)) return false;
     level.plain = true;
     return entry.kind == EntryKind::kDirectory && !entry.IsDots();
 }
