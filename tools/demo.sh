@@ -18,6 +18,8 @@ trap finish EXIT
 trap 'exit 1' HUP INT TERM
 
 export ZOT_PASSWORD="a password for the demo"
+system=linux
+[ "$(uname)" = FreeBSD ] && system=freebsd
 port=$((20000 + $$ % 20000))
 
 start_agent() {
@@ -28,6 +30,9 @@ password=$ZOT_PASSWORD
 zotpath=$PWD/build/zot
 tmpdir=$demo
 comment=the demo
+proccntscript=$PWD/scripts/zot_proccnt.sh
+proclistscript=$PWD/scripts/zot_proclist.sh
+cpuusagescript=$PWD/scripts/$system/zot_cpu.sh
 END
     build/zot -i "$demo/zot.cfg" >"$demo/output" 2>&1 &
     agent=$!
@@ -63,6 +68,39 @@ ask GetInfo
 heading "TCP and UDP services: here the agent's own port, and a UDP port where nobody answers"
 ask TEST-TCP 127.0.0.1 "$port" 2000 '' 0
 ask TEST-UDP 127.0.0.1 9 1000 1 hello 16
+
+mkdir "$demo/files" "$demo/files/sub"
+echo "first line" >"$demo/files/one.txt"
+echo "an error stands here" >"$demo/files/two.log"
+cp README.md "$demo/files/sub/three.md"
+
+heading "Space, sizes and counts: bytes in all, free and available, and the milliseconds it took"
+ask TEST-UNC /
+ask TEST-FolderSize "$demo/files" 1
+ask TEST-CountFiles "$demo/files" '*' 1 0 0
+
+heading "One file: size, change and modification time, age in minutes; and the newest by a macro"
+ask TEST-FileExists "$demo/files/*.log"
+ask TEST-FileExists "$demo/files/%newestfile%" 0 0 0 0 0 1
+
+heading "Comparing files, and looking for a text in one"
+ask TEST-FileCompare 1 "$demo/files/one.txt" "$demo/files/two.log" 0 1 1
+ask TEST-FileCompare 3 "$demo/files/two.log" ERROR 0 1
+
+heading "What is in a folder: name, attributes and size of each entry"
+ask GetFilesList "$demo/files" '*' 1 1 0 0 1 0 0
+
+heading "Processes and programs, by the scripts that come with zot"
+ask TEST-Process 0 zot
+ask TEST-CPU
+ask GetProcessesList | head -n 8
+ask TEST-ExternalPrg 'sh -c "exit 3"' 0 0 5000
+
+heading "A script that is sent with the request"
+# The script is for the agent's shell, not for this one.
+# shellcheck disable=SC2016
+ask TEST-ShellScript '/bin/sh %script% %params%' 'echo "I got $1"
+echo "scriptres: fine"' 'a-parameter' 10 5
 
 heading "What it refuses"
 ask TEST-Service

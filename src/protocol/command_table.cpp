@@ -1,5 +1,6 @@
 #include "protocol/command_table.h"
 
+#include "checks/files/file_tests.h"
 #include "checks/net/act_syslog.h"
 #include "checks/net/act_tcp_udp_send.h"
 #include "checks/net/tcp_udp_tests.h"
@@ -54,13 +55,13 @@ void UpgradeCode(RequestContext& request, Reply& reply) {
 }
 
 constexpr Command kCommands[] = {
-    {"TEST-UNC", NotImplemented},
+    {"TEST-UNC", TestUnc},
     {"TEST-DiskSpace", NotApplicable},
-    {"TEST-FolderSize", NotImplemented},
-    {"TEST-FileExists", NotImplemented},
-    {"TEST-FileCompare", NotImplemented},
+    {"TEST-FolderSize", TestFolderSize},
+    {"TEST-FileExists", TestFileExists},
+    {"TEST-FileCompare", TestFileCompare},
     {"TEST-FileHash", NotImplemented},
-    {"TEST-CountFiles", NotImplemented},
+    {"TEST-CountFiles", TestCountFiles},
     {"TEST-Process", TestProcess},
     {"TEST-Service", NotApplicable},
     {"TEST-NTLog", NotApplicable},
@@ -83,7 +84,7 @@ constexpr Command kCommands[] = {
     {"GetEventLogFiles", NotApplicable},
     {"GetEventLogSources", NotApplicable},
     {"GetDriveList", NotImplemented},
-    {"GetFilesList", NotImplemented},
+    {"GetFilesList", GetFilesList},
     {"GetInfo", AnswerGetInfo, Permission::kAnyone},
     {"ReloadCfg", ReloadCfg, Permission::kManage},
     {"ReloadApp", ReloadApp, Permission::kManage},
