@@ -29,7 +29,7 @@ void SettingsStore::Publish(SettingsSnapshot fresh) {
     }
     // The crash handler first raises its flag and then reads `latest_`; here it is the other way
     // round. So either it sees the new record, or the old one is kept for it.
-    if (crashing_.load()) new SettingsSnapshot(std::move(fresh));
+    if (crashing_.load()) keptForCrash_.push_back(std::move(fresh));
 }
 
 const AgentSettings& SettingsStore::ForCrashHandler() noexcept {

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "base/vystring.h"
 
@@ -88,8 +89,8 @@ class SettingsStore {
     // returns, and returns that. Changes run one after the other, so none loses another's work.
     int Change(const std::function<int(AgentSettings&)>& change);
 
-    // The settings for a crash handler, which may take no lock: valid for as long as the process
-    // lives once this was called, since nothing is freed any more from then on.
+    // The settings for a crash handler, which may take no lock: valid for as long as the store
+    // lives, since nothing is freed any more once this was called.
     // Async-signal-safe.
     const AgentSettings& ForCrashHandler() noexcept;
 
@@ -101,6 +102,7 @@ class SettingsStore {
     SettingsSnapshot current_;
     std::atomic<const AgentSettings*> latest_{nullptr};
     std::atomic<bool> crashing_{false};
+    std::vector<SettingsSnapshot> keptForCrash_;  // under configMutex_
 };
 
 }  // namespace zot
