@@ -43,18 +43,6 @@ TEST(IpFilter, ListOfAddressesAndRanges) {
     }
 }
 
-TEST(IpFilter, ParseIpItemTakesOneItemFromTheFront) {
-    std::string_view text = "--1.2.3.4-1.2.3.6,x";
-    uint32_t first = 9, last = 9;
-    VyString error;
-    ParseIpItem(text, first, last, error);
-    EXPECT_EQ(first, 0x01020304u);
-    EXPECT_EQ(last, 0x01020306u);
-    ParseIpItem(text, first, last, error);
-    EXPECT_EQ(first, 0u);
-    EXPECT_EQ(text, "x");  // nothing usable: left as it is
-}
-
 TEST(IpFilter, ConnectionFilterSearchesText) {
     AgentSettings settings;
     settings.activeFilter = "\r\n10.0.0.15\r\nhost 192.168.1.7!\r\n";
