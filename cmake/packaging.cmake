@@ -26,8 +26,8 @@ set(CPACK_PACKAGE_CONTACT "The zot developers <zot@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "remote monitoring agent")
 set(CPACK_PACKAGE_DESCRIPTION
   "zot runs on a monitored host and answers the requests of a monitoring server:
- disk space, folders, files, checksums, text logs, processes, CPU usage, scripts,
- external programs, and TCP and UDP services. zotq asks it from the command line.")
+disk space, folders, files, checksums, text logs, processes, CPU usage, scripts,
+external programs, and TCP and UDP services. zotq asks it from the command line.")
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://zot.example.org")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)

@@ -1,0 +1,30 @@
+#!/bin/sh
+# lint_test.sh SOURCE: manual pages must be clean for mandoc, scripts for shellcheck and for the
+# shells that they are for.
+set -eu
+cd "$1"
+
+missing=
+for tool in mandoc shellcheck bash; do
+    command -v $tool >/dev/null || missing="$missing $tool"
+done
+if [ -n "$missing" ]; then
+    echo "SKIPPED: needs$missing"
+    exit 77
+fi
+
+failed=0
+for page in docs/man/*.[1-9]; do
+    # A page may name one that is not installed here.
+    complaints=$(mandoc -T lint "$page" 2>&1 |
+        grep -v -e 'referenced manual not found' -e 'outdated mandoc.db') || continue
+    echo "$complaints"
+    failed=1
+done
+
+shellcheck -x -P SCRIPTDIR packaging/debian/postinst packaging/debian/prerm packaging/debian/postrm \
+    packaging/freebsd/zot.in packaging/completion/zotq.bash \
+    tests/packaging/*.sh tests/docs/*.sh || failed=1
+bash -n packaging/completion/zotq.bash || failed=1
+if command -v zsh >/dev/null; then zsh -n packaging/completion/_zotq || failed=1; fi
+exit $failed

@@ -1,0 +1,40 @@
+# shellcheck shell=sh
+# Sourced by tests that install the package. They work in a system of their own: the files of this
+# machine under a layer in memory, with processes of its own; both go away with the test.
+
+# require_private_root: ends the test as skipped where there is no dpkg or it is not for us to use.
+require_private_root() {
+    if [ "$(id -u)" -ne 0 ] || ! command -v dpkg-deb >/dev/null; then
+        echo "SKIPPED: needs root on a system with dpkg"
+        exit 77
+    fi
+}
+
+# build_package BUILD RELEASE DIRECTORY: leaves zot_RELEASE.deb in the directory.
+build_package() {
+    cpack --config "$1/CPackConfig.cmake" -G DEB -B "$3/$2" -D "CPACK_DEBIAN_PACKAGE_RELEASE=$2" \
+        >"$3/cpack-$2.log" 2>&1 || { cat "$3/cpack-$2.log"; exit 1; }
+    mv "$3/$2"/*.deb "$3/zot_$2.deb"
+}
+
+# run_in_private_root SCRIPT DIRECTORY: runs the script as root there, in a copy of the directory.
+run_in_private_root() {
+    # Ports of its own too, where the tool for that is there.
+    network=
+    if command -v ip >/dev/null; then network=--net; fi
+    # The inner shell expands what stands in single quotes.
+    # shellcheck disable=SC2016
+    unshare --mount --pid --fork --kill-child $network sh -euc '
+        if command -v ip >/dev/null; then ip link set lo up; fi
+        mkdir "$2/layer"
+        mount -t tmpfs tmpfs "$2/layer"
+        mkdir "$2/layer/upper" "$2/layer/work" "$2/layer/root"
+        mount -t overlay overlay \
+            -o "lowerdir=/,upperdir=$2/layer/upper,workdir=$2/layer/work" "$2/layer/root"
+        mount -t proc proc "$2/layer/root/proc"
+        mount --rbind /dev "$2/layer/root/dev"
+        mkdir "$2/layer/root/package-test"
+        cp "$1" "$2"/*.* "$2/layer/root/package-test"
+        exec chroot "$2/layer/root" sh -euc "cd /package-test; . ./$(basename "$1")"
+    ' sh "$1" "$2"
+}
