@@ -102,4 +102,10 @@ void SetSettings(std::string_view params, SettingsStore& store, Reply& reply) {
     if (saved == 0) reply.AppendRaw(errorText);
 }
 
+std::vector<std::string_view> RemoteSettingNames() {
+    std::vector<std::string_view> names;
+    for (const WireName& known : kWireNames) names.push_back(known.name);
+    return names;
+}
+
 }  // namespace zot
