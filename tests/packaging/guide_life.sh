@@ -20,8 +20,10 @@ for block in block-*.sh; do
     cat output.txt
 done
 
-# What the guide promises of its log script: nothing at first, then the new line.
-[ "$(sh -eu -c 'echo "error: again" >>/var/log/shop.log
-    zot-watch web1 /var/log/shop.log error /root/shop.state')" = "error: again" ] ||
-    { echo "FAILED: zot-watch"; exit 1; }
+# What the guide promises of its log script: the new line, and only that.
+if grep -q '/zot-watch' block-*.sh; then
+    [ "$(sh -eu -c 'echo "error: again" >>/var/log/shop.log
+        zot-watch web1 /var/log/shop.log error /root/shop.state')" = "error: again" ] ||
+        { echo "FAILED: zot-watch"; exit 1; }
+fi
 systemctl stop

@@ -1,0 +1,264 @@
+// Manual pages, sample configuration and completions against the tables of the program: whoever
+// adds a key, a command or a name is told what else to write.
+#include <gtest/gtest.h>
+#include <regex.h>
+#include <stdlib.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "client/options.h"
+#include "config/agent_info.h"
+#include "config/config_file.h"
+#include "config/config_keys.h"
+#include "config/remote_settings.h"
+#include "expr/condition.h"
+#include "expr/operator_table.h"
+#include "protocol/command_table.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot {
+namespace {
+
+using Names = std::multiset<std::string>;
+
+std::string SourceFile(const std::string& path) {
+    std::string text = test::ReadFile(std::string(ZOT_SOURCE_DIR) + "/" + path);
+    EXPECT_FALSE(text.empty()) << path;
+    return text;
+}
+
+// All matches of a POSIX extended expression, each as the whole and its groups. "^" and "$" are the
+// borders of lines.
+std::vector<std::vector<std::string>> Matches(const std::string& text, const std::string& pattern) {
+    regex_t expression;
+    EXPECT_EQ(regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NEWLINE), 0) << pattern;
+    std::vector<std::vector<std::string>> matches;
+    regmatch_t groups[4];
+    const char* rest = text.c_str();
+    while (regexec(&expression, rest, std::size(groups), groups,
+                   rest == text.c_str() ? 0 : REG_NOTBOL) == 0) {
+        matches.emplace_back();
+        for (const regmatch_t& group : groups) {
+            std::string& value = matches.back().emplace_back();
+            if (group.rm_so >= 0) value.assign(rest + group.rm_so, rest + group.rm_eo);
+        }
+        rest += groups[0].rm_eo;
+    }
+    regfree(&expression);
+    return matches;
+}
+
+// The given group of all matches.
+Names Found(const std::string& text, const std::string& pattern, size_t group = 1) {
+    Names names;
+    for (const auto& match : Matches(text, pattern)) names.insert(match[group]);
+    return names;
+}
+
+// What stands between two texts, without them.
+std::string Section(const std::string& text, const std::string& from, const std::string& to) {
+    size_t begin = text.find(from);
+    EXPECT_NE(begin, std::string::npos) << from;
+    begin += from.size();
+    return text.substr(begin, text.find(to, begin) - begin);
+}
+
+Names KeyNames() {
+    Names names;
+    for (const ConfigKey& key : kConfigKeys) names.insert(std::string(key.name));
+    return names;
+}
+
+Names RemoteNames() {
+    Names names;
+    for (std::string_view name : RemoteSettingNames()) names.insert(std::string(name));
+    return names;
+}
+
+// The commands that are documented as refused on this system.
+Names RefusedNames(const std::string& page) { return Found(page, "^\\.It\n\\.Ic ([^ ]+)$"); }
+
+// Loads a configuration file of this text. A load exports TMPDIR, and other tests want theirs.
+AgentSettings Load(const test::TempDir& dir, const std::string& text, VyString& errorText) {
+    AgentSettings settings;
+    dir.Write("zot.cfg", text).copy(settings.configPath, sizeof settings.configPath - 1);
+    LoadConfig(settings, errorText);
+    unsetenv("TMPDIR");
+    return settings;
+}
+
+const char* KindName(ConfigKind kind) {
+    switch (kind) {
+        case ConfigKind::kFlag:
+            return "flag";
+        case ConfigKind::kNumber:
+        case ConfigKind::kPort:
+            return "number";
+        default:
+            return "text";
+    }
+}
+
+TEST(Docs, ConfigurationPageHasEveryKeyWithKindAndDefault) {
+    std::map<std::string, std::string> expected;
+    test::TempDir dir;
+    VyString ignoredError;
+    const AgentSettings empty = Load(dir, "", ignoredError);
+    for (const ConfigKey& key : kConfigKeys) {
+        // An empty file leaves the defaults, but for the directory that is then resolved.
+        std::string value = key.text == nullptr    ? std::to_string(empty.*key.number)
+                            : key.name == "tmpdir" ? key.defaultText
+                                                   : std::string((empty.*key.text).View());
+        expected[std::string(key.name)] =
+            std::string(KindName(key.kind)) + " " + (value.empty() ? "empty" : value);
+    }
+    std::map<std::string, std::string> documented;
+    const std::string page = SourceFile("docs/man/zot.cfg.5");
+    for (const auto& match : Matches(page, R"(^\.It Cm ([^ ]+) Pq ([a-z]+), default (.+)$)")) {
+        documented[match[1]] = match[2] + " " + match[3];
+    }
+    EXPECT_EQ(documented, expected);
+}
+
+TEST(Docs, SampleHasEveryKeyOnceAndLoadsWithoutWarning) {
+    std::string sample = SourceFile("packaging/zot.cfg.sample.in");
+    EXPECT_EQ(Found(sample, "^([a-z]+)=.*$"), KeyNames());
+
+    test::TempDir dir;
+    dir.Write("zot", "");
+    for (const auto& path : Matches(sample, "@ZOT_[A-Z]+@")) {
+        sample.replace(sample.find(path[0]), path[0].size(), dir.Path());
+    }
+    sample.insert(sample.find("\npassword=") + 10, "secret");
+    VyString errorText;
+    const AgentSettings settings = Load(dir, sample, errorText);
+    EXPECT_EQ(errorText.View(), "");
+    EXPECT_EQ(settings.filterActive, 1);
+}
+
+TEST(Docs, CommandPageHasEveryCommand) {
+    const std::string page = SourceFile("docs/man/zot-commands.7");
+    Names documented = Found(page, R"(^\.Ss ([^ ]+)$)");
+    const Names refused = RefusedNames(page);
+    documented.insert(refused.begin(), refused.end());
+    Names known;
+    for (const Command& command : CommandTable()) {
+        known.insert(std::string(command.name));
+        if (refused.count(std::string(command.name)) == 0) continue;
+        Reply reply;
+        command.check("", AgentSettings(), reply);
+        EXPECT_EQ(reply.Code(), "500") << command.name;
+    }
+    EXPECT_EQ(documented, known);
+}
+
+TEST(Docs, CommandPageNamesOnlyKeysThatExist) {
+    const Names keys = KeyNames();
+    const std::string page = SourceFile("docs/man/zot-commands.7");
+    auto named = Found(page, "^(Key|script)\n\\.Cm ([a-z]+)", 2);
+    EXPECT_GT(named.size(), 15U);
+    for (const std::string& key : named) EXPECT_EQ(keys.count(key), 1U) << key;
+}
+
+TEST(Docs, CommandPageHasEveryRemoteSettingWithItsKey) {
+    const std::string page = SourceFile("docs/man/zot-commands.7");
+    const std::string table = Section(page, ".Ss SetSettings", ".Ss ReloadCfg");
+    EXPECT_EQ(Found(table, R"(^\.It Cm (.+)$)"), RemoteNames());
+    const Names keys = KeyNames();
+    for (const std::string& key : Found(table, "^\\.It Cm .+\n\\.Cm ([a-z]+)")) {
+        EXPECT_EQ(keys.count(key), 1U) << key;
+    }
+}
+
+TEST(Docs, CommandPageHasEveryLineOfGetSettings) {
+    Reply reply;
+    GetSettings(AgentSettings(), ConnectionCounters(), reply);
+    const std::string page = SourceFile("docs/man/zot-commands.7");
+    Names documented;
+    const std::string info = Section(page, ".Ss GetInfo", ".Ss SetSettings");
+    for (const auto& line : Matches(info, R"(^\.(It )?Va (.+)$)")) {
+        documented.merge(Found(line[2] + " ,", "([A-Z][A-Za-z ]*[A-Za-z]) ,"));
+    }
+    EXPECT_EQ(Found(std::string(reply.Text().View()), "^([A-Z][A-Za-z ]*)="), documented);
+}
+
+TEST(Docs, ClientPageAndCompletionsHaveEveryOption) {
+    const std::string page = SourceFile("docs/man/zotq.1");
+    const std::string bash = SourceFile("packaging/completion/zotq.bash");
+    const std::string zsh = SourceFile("packaging/completion/_zotq");
+    const Names options = Found(client::OptionsHelp(), "^ *(-[^ ]+)");
+    EXPECT_GT(options.size(), 5U);
+    for (const std::string& option : options) {
+        // mdoc writes the first minus sign itself.
+        EXPECT_NE(page.find(".It Fl " + option.substr(1)), std::string::npos) << option;
+        EXPECT_EQ(Matches(bash, "_options=.*" + option + "[ ']").size(), 1U) << option;
+        EXPECT_NE(zsh.find(option + "["), std::string::npos) << option;
+    }
+}
+
+TEST(Docs, CompletionsHaveEveryCommandAndSetting) {
+    Names commands;
+    for (const Command& command : CommandTable()) commands.insert(std::string(command.name));
+    // A transfer is more than a request: the client has a word of its own for it.
+    commands.erase("UpgradeCode");
+    for (const std::string& name : RefusedNames(SourceFile("docs/man/zot-commands.7"))) {
+        commands.erase(name);
+    }
+    const std::string words = "((TEST-|ACT-|Get|Set|Reload)[A-Za-z0-9]+|QUIT)";
+    const std::string bash = SourceFile("packaging/completion/zotq.bash");
+    EXPECT_EQ(Found(Section(bash, "_zotq_commands='", "'"), words), commands);
+    EXPECT_EQ(Found(Section(bash, "_zotq_names='", "'"), "^(.+)=$"), RemoteNames());
+    const std::string zsh = SourceFile("packaging/completion/_zotq");
+    EXPECT_EQ(Found(Section(zsh, "\ncommands=(", "\n)"), "'" + words + ":"), commands);
+    EXPECT_EQ(Found(Section(zsh, "\nnames=(", "\n)"), "('[^']+'|[A-Za-z/]+)").size(),
+              RemoteNames().size());
+    for (const std::string& name : RemoteNames()) {
+        EXPECT_NE(zsh.find(name), std::string::npos) << name;
+    }
+}
+
+TEST(Docs, ExpressionPageHasEveryOperator) {
+    const std::string page = SourceFile("docs/man/zot-expr.7");
+    Names documented;
+    for (const auto& line : Matches(page, R"(^\.(It )?Ic (.+)$)")) {
+        // A parenthesis is protected from being taken for punctuation.
+        documented.merge(Found(line[2], R"((\\&)?([^ ,]+))", 2));
+    }
+    for (const OperatorEntry& row : ConditionOperatorTable) {
+        EXPECT_GT(documented.count(std::string(row.keyword)), 0U) << row.keyword;
+    }
+}
+
+TEST(Docs, ExamplesOfConditionsDoWhatThePageSays) {
+    struct Example {
+        const char* matches;
+        const char* differs;
+    };
+    const Example lines[] = {
+        {"load 1 of 95", "load 1 of 85"},
+        {"backup done FAILED", "backup done OK"},
+        {"free: 350 MB of 2000 MB", "free: 750 MB of 2000 MB"},
+        {"GET,/shop,12,503", "GET,/health,12,503"},
+    };
+    const std::string page =
+        Section(SourceFile("docs/man/zot-expr.7"), ".Ss Examples of conditions", ".Sh DIAGNOSTICS");
+    auto examples = Matches(page, R"(^\.Dl (.+)$)");
+    ASSERT_EQ(examples.size(), std::size(lines));
+    for (size_t i = 0; i < examples.size(); ++i) {
+        const std::string text = examples[i][1];
+        std::string_view rest = text;
+        ExpressionParser parser(ConditionOperatorTable);
+        ASSERT_EQ(ParseExpression(parser, rest, false), 1) << text;
+        ConditionProgram program(parser.output);
+        VyString errorText;
+        EXPECT_TRUE(program.Evaluate(lines[i].matches, errorText)) << text << errorText.View();
+        EXPECT_FALSE(program.Evaluate(lines[i].differs, errorText)) << text;
+        EXPECT_EQ(errorText.View(), "") << text;
+    }
+}
+
+}  // namespace
+}  // namespace zot
