@@ -49,9 +49,14 @@ install_tools() {
     if command -v apt-get >/dev/null 2>&1; then
         want g++ command -v c++
         want make command -v make
-        if [ "${1:-}" = tests ]; then want libgtest-dev have_header gtest/gtest.h; fi
+        if [ "${1:-}" = tests ]; then
+            want libgtest-dev have_header gtest/gtest.h
+            want mandoc command -v mandoc
+            want shellcheck command -v shellcheck
+        fi
     elif [ "${1:-}" = tests ]; then
         want googletest have_header gtest/gtest.h
+        want hs-ShellCheck command -v shellcheck
     fi
     install_missing
 }
