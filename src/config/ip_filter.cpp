@@ -32,8 +32,8 @@ bool ParseAddress(std::string_view text, uint32_t& address, VyString& errorText)
 }  // namespace
 
 bool ConnectionPermitted(const AgentSettings& settings, std::string_view addressText) {
-    // Text is searched, not entries: "10.0.0.15" also admits 10.0.0.1, and administrators write
-    // "192.168.1." to admit a whole network.
+    // Text is searched, not entries: "10.0.0.15" also admits 10.0.0.1, and existing lists count
+    // on that.
     return settings.filterActive != 1 || settings.activeFilter.Pos(addressText) != 0;
 }
 
