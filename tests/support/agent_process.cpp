@@ -102,6 +102,17 @@ void AgentProcess::Stop() {
         kill(child_, SIGKILL);
         WaitForExit();
     }
+    ReportSanitizers();
+}
+
+// In a sanitizer build the agent writes what it finds into files of this name, also as a daemon.
+std::string AgentProcess::SanitizerLog() const { return dir_ / "sanitizer"; }
+
+void AgentProcess::ReportSanitizers() const {
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.Path())) {
+        std::string path = entry.path().string();
+        if (path.starts_with(SanitizerLog())) ADD_FAILURE() << ReadFile(path);
+    }
 }
 
 bool AgentProcess::IsDaemon() const {
@@ -121,7 +132,12 @@ void AgentProcess::Start() {
     command.emplace_back(ZOT_BUILD_DIR "/zot");
     command.insert(command.end(), options_.arguments.begin(), options_.arguments.end());
     command.push_back(ConfigPath());
-    std::vector<std::string> environment = EnvironmentWith(options_.environment);
+    std::vector<std::string> additions = options_.environment;
+    for (const char* sanitizer : {"ASAN", "TSAN", "UBSAN"}) {
+        additions.push_back(std::string(sanitizer) + "_OPTIONS=log_path=" + SanitizerLog() +
+                            ":verify_asan_link_order=0");
+    }
+    std::vector<std::string> environment = EnvironmentWith(additions);
 
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);

@@ -80,6 +80,8 @@ class AgentProcess {
     void Start();
     void Stop();
     void StopDaemon() const;
+    std::string SanitizerLog() const;
+    void ReportSanitizers() const;
 
     AgentOptions options_;
     TempDir dir_;

@@ -234,7 +234,7 @@ TEST_F(UpgradeTest, WhatGoesWrongLeavesTheAgentAsItWas) {
     EXPECT_EQ(Upgrade(agent).Begin(data.size()), "302\n\r");
     EXPECT_FALSE(std::filesystem::exists(agent.Dir() / "zot__.upd"));
     EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
-    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target()); }));
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
     EXPECT_EQ(Upgrade(agent).Begin(100), "501\nWrong file parameter(s)\n\r");
     EXPECT_EQ(Upgrade(agent).Begin(101), "302\n\r");
     EXPECT_TRUE(Answers(agent.Target()));

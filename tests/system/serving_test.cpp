@@ -178,7 +178,8 @@ TEST(Serving, TheFilterComparesText) {
 
 TEST(Serving, IdleConnectionsCostNoTimeAndStopNobody) {
     RaiseOwnDescriptorLimit();
-    AgentProcess agent(With("timeout=0\n"));
+    // Below 1 means never; a 0 in the file would become the default.
+    AgentProcess agent(With("timeout=-1\n"));
     std::vector<client::AgentConnection> idle;
     for (int i = 0; i < 1000; ++i) idle.push_back(agent.Connect());
     EXPECT_TRUE(
