@@ -21,6 +21,10 @@ bool RegularFile::Open(std::string_view path) {
     return true;
 }
 
+bool RegularFile::Stat(struct stat& status) const { return fstat(fd_.Get(), &status) == 0; }
+
+bool RegularFile::Seek(int64_t offset) { return lseek(fd_.Get(), offset, SEEK_SET) >= 0; }
+
 ssize_t RegularFile::Read(char* buffer, size_t size) {
     size_t done = 0;
     while (done < size) {

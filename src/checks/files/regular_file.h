@@ -19,8 +19,12 @@ class RegularFile {
 
     // The size in bytes when it was opened.
     int64_t Size() const noexcept { return size_; }
+    // Its status as it is now. False, with errno, on an error.
+    bool Stat(struct stat& status) const;
+    // Goes on reading at the offset from the start. False, with errno, when that is negative.
+    bool Seek(int64_t offset);
     // Reads until `size` bytes stand in the buffer or the file ends; fewer bytes mean its end.
-    // Returns their number, or -1 on an error.
+    // Returns their number, or -1 with errno.
     ssize_t Read(char* buffer, size_t size);
 
   private:
