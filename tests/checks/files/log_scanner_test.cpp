@@ -1,0 +1,236 @@
+#include "checks/files/log_scanner.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/owners.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/plain_log_scan.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot {
+namespace {
+
+using Kind = LogCriterion::Kind;
+
+LineMatchers Prepare(const std::vector<LogCriterion>& criteria) {
+    LineMatchers matchers;
+    VyString errorText;
+    for (const LogCriterion& criterion : criteria) {
+        matchers.push_back(MakeLineMatcher(criterion, errorText));
+        EXPECT_TRUE(matchers.back()) << errorText.View();
+    }
+    return matchers;
+}
+
+class Scanner {
+  public:
+    explicit Scanner(const std::vector<LogCriterion>& criteria) : matchers_(Prepare(criteria)) {}
+
+    int64_t Scan(std::string_view content, bool findAll = true) {
+        path_ = folder_.Write("log", content);
+        return Again(findAll);
+    }
+    int64_t Again(bool findAll = true) {
+        return ScanTextLog(path_, matchers_, findAll, state, found, tuning);
+    }
+
+    LogScanState state{0, 1, 0};
+    LogScanFindings found;
+    LogScanTuning tuning;
+
+  private:
+    test::TempDir folder_;
+    std::string path_;
+    LineMatchers matchers_;
+};
+
+const LogCriterion kText{"hit", Kind::kText, true, false};
+
+std::string Repeat(std::string_view text, size_t count) {
+    std::string result;
+    while (count-- > 0) result += text;
+    return result;
+}
+
+TEST(LogScanner, AgreesWithThePlainScanWhateverTheBlocks) {
+    std::mt19937 random(1);
+    auto pick = [&](size_t count) { return random() % count; };
+    auto text = [&](size_t longest, std::string_view alphabet) {
+        std::string result(pick(longest + 1), ' ');
+        for (char& c : result) c = alphabet[pick(alphabet.size())];
+        return result;
+    };
+    test::TempDir folder;
+    size_t found = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::string content = text(pick(2) ? 60 : 4000, pick(2) ? "aaabB. \n" : "ab1 -\r\n");
+        if (pick(4) == 0) content += Repeat(text(5, "ab."), pick(2000)) + Repeat("\r\n", pick(3));
+        std::vector<LogCriterion> criteria;
+        for (size_t count = 1 + pick(2); count > 0; --count) {
+            auto kind = static_cast<Kind>(pick(3));
+            std::string pattern = text(pick(4) ? 3 : 30, pick(9) ? "abB1" : "ab\n");
+            if (kind == Kind::kSearch) pattern = "'" + pattern + "' and not 'bab'";
+            if (kind == Kind::kCondition) pattern = "'%data%' getnumber 1 > 1";
+            criteria.push_back({std::string_view(pattern), kind, pick(2) == 0, pick(2) == 0});
+        }
+        bool findAll = pick(2) == 0;
+        LogScanTuning tuning;
+        tuning.blockSize = pick(3) ? 1 + pick(100) : 1 + pick(5000);
+        // No line is longer than half of these; the others begin where blocks can hold no more.
+        tuning.longestLine = pick(3) ? 100000 : tuning.blockSize;
+        auto position = static_cast<int64_t>(pick(content.size() + 1));
+        size_t overlap = 0;
+        LineMatchers matchers = Prepare(criteria);
+        for (const auto& matcher : matchers) overlap = std::max(overlap, matcher->Overlap());
+        size_t block = std::min(tuning.blockSize, std::max<size_t>(4096, content.size() + 1));
+        test::PlainScan plain = test::ScanPlainly(content, position, criteria, findAll,
+                                                  std::max({tuning.longestLine, overlap, block}));
+        LogScanState state{position, 1, 0};
+        LogScanFindings findings;
+        std::remove((folder / "log").c_str());  // cheaper than cutting the last one
+        int64_t result =
+            ScanTextLog(folder.Write("log", content), matchers, findAll, state, findings, tuning);
+        found += result != 0;
+        ASSERT_EQ(result, plain.result) << round;
+        ASSERT_EQ(state.position, plain.position) << round;
+        ASSERT_EQ(findings.foundLine.View(), plain.foundLine) << round;
+        ASSERT_EQ(findings.byFirst, plain.byFirst) << round;
+    }
+    EXPECT_GT(found, 500u);
+}
+
+TEST(LogScanner, FirstScanOnlyNotesTheEnd) {
+    Scanner scanner({kText});
+    scanner.state = {};
+    EXPECT_EQ(scanner.Scan(Repeat("hit here.\n", 10)), 0);
+    EXPECT_EQ(scanner.state.position, 99);
+    EXPECT_EQ(scanner.state.lastSize, 100);
+    EXPECT_EQ(scanner.found.fileSize, 100);
+    // An empty file cannot tell that it was scanned: its next scan is a first one again.
+    scanner.state = {};
+    EXPECT_EQ(scanner.Scan(""), 0);
+    EXPECT_EQ(scanner.state.position, -1);
+    EXPECT_EQ(scanner.Scan("hit\n"), 0);
+    EXPECT_EQ(scanner.state.position, 3);
+}
+
+TEST(LogScanner, LineEndsCountWithTheLineBehindThem) {
+    Scanner scanner({kText});
+    EXPECT_EQ(scanner.Scan("a hit\r\n\n"), 3);
+    EXPECT_EQ(scanner.state.position, 6);  // behind the CR
+    EXPECT_EQ(scanner.Again(), 0);
+    EXPECT_EQ(scanner.Scan("a hit\r\n\nhit"), 0);  // not complete yet
+    EXPECT_EQ(scanner.state.position, 6);
+    EXPECT_EQ(scanner.state.lastSize, 11);
+    // The result counts from where the skipped line ends began.
+    EXPECT_EQ(scanner.Scan("a hit\r\n\nhit\r"), 7);
+    EXPECT_EQ(scanner.state.position, 12);
+    EXPECT_EQ(scanner.Scan("a hit\r\n\nhit\r\n"), 0);
+    EXPECT_EQ(scanner.state.position, 12);
+}
+
+TEST(LogScanner, UnchangedFilesAreNotOpened) {
+    test::TempDir folder;
+    std::string path = folder.Write("log", "hit\n");
+    test::SetModificationTime(path, 1000);
+    LineMatchers matchers = Prepare({kText});
+    struct {
+        LogScanState state;
+        bool opened;
+    } cases[] = {{{0, 4, 1000}, false},
+                 {{0, 4, 0}, true},
+                 {{0, 3, 1000}, true},
+                 {{0, 4, 999}, true},
+                 {{-5, 4, 1000}, false}};
+    for (const auto& c : cases) {
+        LogScanState state = c.state;
+        LogScanFindings found;
+        EXPECT_EQ(ScanTextLog(path, matchers, true, state, found), c.opened ? 1 : 0);
+        EXPECT_EQ(found.fileSize, 4);
+        EXPECT_EQ(state.position, c.opened ? 4 : c.state.position);
+    }
+}
+
+TEST(LogScanner, PositionsThatNoScanLeft) {
+    Scanner scanner({kText});
+    for (int64_t position : {int64_t{6}, int64_t{5000}, INT64_MAX}) {
+        scanner.state = {position, -1, -1};
+        EXPECT_EQ(scanner.Scan("a hit"), 0);
+        EXPECT_EQ(scanner.state.position, 0) << "read from the start";
+    }
+    scanner.state = {5, 1, 1};
+    EXPECT_EQ(scanner.Scan("a hit"), 0);
+    EXPECT_EQ(scanner.state.position, 5);
+    for (int64_t position : {int64_t{-1}, INT64_MIN}) {
+        scanner.state = {position, 1, 1};
+        EXPECT_EQ(scanner.Scan("hit\n"), -1);
+        EXPECT_EQ(scanner.found.errorText.View(), "fseek error");
+        EXPECT_EQ(scanner.state.position, position);
+    }
+}
+
+TEST(LogScanner, StopsAtTheFirstMatchAndGoesOnFromThere) {
+    Scanner scanner({kText});
+    EXPECT_EQ(scanner.Scan("x\nhit 1\nhit 2\n", false), 3);
+    EXPECT_EQ(scanner.found.foundLine.View(), "hit 1");
+    EXPECT_EQ(scanner.state.lastSize, 1);  // as it was, so that the file does not seem unchanged
+    EXPECT_EQ(scanner.Again(false), 9);
+    EXPECT_EQ(scanner.found.foundLine.View(), "hit 2");
+    EXPECT_EQ(scanner.Again(false), 0);
+    EXPECT_EQ(scanner.state.lastSize, 14);
+    EXPECT_NE(scanner.state.lastModified, 0);
+}
+
+TEST(LogScanner, LinesOfAnyLengthAreCountedInBoundedMemory) {
+    size_t length = size_t{40} << 20;
+    std::string content = "\n" + std::string(length, 'x') + " hit\nhit\n" + std::string(100, 'y');
+    Scanner text({{"hit", Kind::kText, true, true}});
+    EXPECT_EQ(text.Scan(content, false), static_cast<int64_t>(length) + 2);
+    EXPECT_EQ(text.found.foundLine.View(), std::string(text.tuning.longestLine, 'x'));
+    EXPECT_EQ(text.state.position, static_cast<int64_t>(length) + 6);
+    EXPECT_EQ(text.Again(), static_cast<int64_t>(length) + 7);
+    // Expressions see no more of it than is held.
+    Scanner search({{"'hit'", Kind::kSearch, true, false}});
+    EXPECT_EQ(search.Scan(content, false), static_cast<int64_t>(length) + 7);
+}
+
+TEST(LogScanner, OnlyRegularFilesAreOpened) {
+    test::TempDir folder;
+    LineMatchers matchers = Prepare({kText});
+    LogScanTuning tuning;
+    tuning.openRetry = std::chrono::milliseconds(20);
+    LogScanState state{0, 1, 0};
+    LogScanFindings found;
+    std::string path = folder / "log";
+    EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), -1);
+    EXPECT_EQ(found.errorText.View(), "File \"log\" not found");
+    EXPECT_EQ(found.fileSize, -1);
+    test::MakeFifo(path);
+    auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), -1);
+    EXPECT_EQ(found.errorText.View(), "Cannot open file");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 2 * tuning.openRetry);
+    // A log that comes to its place while the scan waits is found. The first attempt to open it is
+    // what lets the writer open the fifo.
+    tuning.openRetry = std::chrono::seconds(1);
+    std::string next = folder.Write("next", "hit\n");
+    std::thread writer([&] {
+        UniqueFd fifo(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+        std::rename(next.c_str(), path.c_str());
+    });
+    EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), 1);
+    writer.join();
+}
+
+}  // namespace
+}  // namespace zot
