@@ -1,6 +1,7 @@
 #include "protocol/command_table.h"
 
 #include "checks/files/file_tests.h"
+#include "checks/files/text_log.h"
 #include "checks/net/act_syslog.h"
 #include "checks/net/act_tcp_udp_send.h"
 #include "checks/net/tcp_udp_tests.h"
@@ -73,8 +74,8 @@ constexpr Command kCommands[] = {
     {"TEST-Ping", NotImplemented},
     {"TEST-TCP", TestTcp},
     {"TEST-UDP", TestUdp},
-    {"TEST-TextLog", NotImplemented},
-    {"TEST-TextLog2", NotImplemented},
+    {"TEST-TextLog", TestTextLog},
+    {"TEST-TextLog2", TestTextLog2},
     {"TEST-ShellScript", TestShellScript},
     {"ACT-ExternalCmd", ActExternalCmd},
     {"ACT-TCPUDPsend", ActTcpUdpSend},
