@@ -28,6 +28,9 @@ void TestFileExists(std::string_view params, const AgentSettings& settings, Repl
 // "TEST-FileCompare": 1 mode; 2 first file; 3 second file or text; flags by mode, see there.
 void TestFileCompare(std::string_view params, const AgentSettings& settings, Reply& reply);
 
+// "TEST-FileHash": 1 file; 2 algorithm; 3 size limit.
+void TestFileHash(std::string_view params, const AgentSettings& settings, Reply& reply);
+
 // "GetFilesList": 1 folder; 2 mask; then flags: 3 folders, 4 files, 5 hidden, 6 system entries,
 // 7 size, 8 change time, 9 modification time.
 void GetFilesList(std::string_view params, const AgentSettings& settings, Reply& reply);

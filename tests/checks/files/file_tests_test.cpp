@@ -55,6 +55,7 @@ TEST(FileTests, EachHasItsSwitch) {
         {&TestCountFiles, &AgentSettings::testCountFiles},
         {&TestFileExists, &AgentSettings::testFileExists},
         {&TestFileCompare, &AgentSettings::testCompareFiles},
+        {&TestFileHash, &AgentSettings::testFileCrc},
         {&GetFilesList, &AgentSettings::testFolderSize},
         {&GetFilesList, &AgentSettings::testCountFiles},
         {&GetFilesList, &AgentSettings::testFileExists},
