@@ -49,6 +49,7 @@ ask() {
     printf '$ zotq'
     for word in "$@"; do
         case $word in
+        *\'*) printf ' "%s"' "$word" ;;
         '' | *[!A-Za-z0-9_./:%+=-]*) printf " '%s'" "$word" ;;
         *) printf ' %s' "$word" ;;
         esac
@@ -87,8 +88,18 @@ heading "Comparing files, and looking for a text in one"
 ask TEST-FileCompare 1 "$demo/files/one.txt" "$demo/files/two.log" 0 1 1
 ask TEST-FileCompare 3 "$demo/files/two.log" ERROR 0 1
 
+heading "Hashes: CRC-32 without its final inversion, MD5, SHA-256, SHA-512"
+for algorithm in 0 1 2 3; do ask TEST-FileHash "$demo/files/one.txt" "$algorithm" 0; done
+
 heading "What is in a folder: name, attributes and size of each entry"
 ask GetFilesList "$demo/files" '*' 1 1 0 0 1 0 0
+
+heading "Watching a log: the first scan notes its end, the next finds what was added"
+ask TEST-TextLog "$demo/files/two.log" error 0 0 0 0 1 0 0
+echo "another error" >>"$demo/files/two.log"
+ask TEST-TextLog "$demo/files/two.log" error 20 21 1 0 1 0 0
+ask TEST-TextLog2 "$demo/files/two.log" 0 1 1 1 \
+    "'%data%' getword 2 == 'error' and '%data%' getword 1 <> 'an'" 2 0 0 0
 
 heading "Processes and programs, by the scripts that come with zot"
 ask TEST-Process 0 zot

@@ -61,7 +61,7 @@ constexpr Command kCommands[] = {
     {"TEST-FolderSize", TestFolderSize},
     {"TEST-FileExists", TestFileExists},
     {"TEST-FileCompare", TestFileCompare},
-    {"TEST-FileHash", NotImplemented},
+    {"TEST-FileHash", TestFileHash},
     {"TEST-CountFiles", TestCountFiles},
     {"TEST-Process", TestProcess},
     {"TEST-Service", NotApplicable},
