@@ -1,5 +1,6 @@
-// Whole requests over loopback beside a bare echo server that starts a thread for each connection
-// and makes the same socket calls: what is left between the two is the agent's own work.
+// Whole requests over loopback to the detached agent beside a bare echo server that starts a thread
+// for each connection and makes the same socket calls: what is left between the two is the agent's
+// own work.
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -114,7 +115,7 @@ pid_t StartEcho() {
     return child;
 }
 
-pid_t StartAgent(const std::string& folder) {
+void StartAgent(const std::string& folder) {
     BoundSocket(agentPort);
     std::string config = folder + "/zot.cfg";
     std::ofstream(config) << "host=127.0.0.1\nport=" << agentPort << "\npassword=" << kPassword
@@ -123,13 +124,13 @@ pid_t StartAgent(const std::string& folder) {
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, 1, "/dev/null", O_WRONLY, 0);
     char program[] = ZOT_BUILD_DIR "/zot";
-    char mode[] = "-i";
+    char mode[] = "-d";
     char* arguments[] = {program, mode, config.data(), nullptr};
     pid_t child = 0;
     if (posix_spawn(&child, program, &files, nullptr, arguments, ProcessEnvironment()) != 0)
         abort();
+    waitpid(child, nullptr, 0);
     for (int i = 0; i < 500 && OneRequest(agentPort) == 0; ++i) usleep(10000);
-    return child;
 }
 
 const std::vector<Ratio> kRatios = {
@@ -145,12 +146,13 @@ int main(int argc, char** argv) {
     zot::packet = zot::client::BuildRequest(zot::kPassword, "0123456789abcdef", "TEST-SNMP\n\r");
     char folder[] = "/tmp/zot-bench-XXXXXX";
     if (mkdtemp(folder) == nullptr) return 2;
-    pid_t children[] = {zot::StartEcho(), zot::StartAgent(folder)};
+    pid_t echo = zot::StartEcho();
+    zot::StartAgent(folder);
     int result = zot::RunWithRatios(argc, argv, zot::kRatios);
-    for (pid_t child : children) {
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-    }
+    kill(echo, SIGKILL);
+    waitpid(echo, nullptr, 0);
+    zot::packet = zot::client::BuildRequest(zot::kPassword, "0123456789abcdef", "QUIT\n\r");
+    zot::OneRequest(zot::agentPort);
     unlink((std::string(folder) + "/zot.cfg").c_str());
     rmdir(folder);
     return result;
