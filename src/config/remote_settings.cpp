@@ -1,95 +1,100 @@
 #include "config/remote_settings.h"
 
-#include <variant>
-
 #include "config/config_file.h"
 #include "protocol/request_text.h"
 
 namespace zot {
 namespace {
 
-using Text = VyString AgentSettings::*;
+using A = AgentSettings;
 
-// Flags and numbers are both 32-bit fields, so a row says which of them it is.
-struct Flag {
-    int32_t AgentSettings::*field;
-};
-struct Number {
-    int32_t AgentSettings::*field;
-};
-// A text whose "%0D" and "%0A" stand for line breaks.
-struct EscapedText {
-    Text field;
-};
+constexpr WireSetting Text(std::string_view name, VyString A::*text,
+                           WireKind kind = WireKind::kText) {
+    return {.name = name, .kind = kind, .text = text};
+}
 
-struct WireName {
-    std::string_view name;
-    std::variant<Text, Number, Flag, EscapedText> target;
-};
+constexpr WireSetting Flag(std::string_view name, int32_t A::*number) {
+    return {.name = name, .kind = WireKind::kFlag, .number = number};
+}
 
-const WireName kWireNames[] = {
-    {"Comment", &AgentSettings::comment},
-    {"Port", Number{&AgentSettings::port}},
-    {"Timeout", Number{&AgentSettings::timeout}},
-    {"Password", &AgentSettings::password},
-    {"LogOkConn", Flag{&AgentSettings::logSuccess}},
-    {"LogBadConn", Flag{&AgentSettings::logFails}},
-    {"OkLogFile", &AgentSettings::okLogFile},
-    {"BadLogFile", &AgentSettings::badLogFile},
-    {"Ping", Flag{&AgentSettings::testPing}},
-    {"TCP", Flag{&AgentSettings::testTcp}},
-    {"UDP", Flag{&AgentSettings::testUdp}},
-    {"UNC", Flag{&AgentSettings::testUnc}},
-    {"Drive Space", Flag{&AgentSettings::testFreeSpace}},
-    {"Folder Size", Flag{&AgentSettings::testFolderSize}},
-    {"Count Files", Flag{&AgentSettings::testCountFiles}},
-    {"File Availability", Flag{&AgentSettings::testFileExists}},
-    {"File Compare", Flag{&AgentSettings::testCompareFiles}},
-    {"Text Log", Flag{&AgentSettings::testTextLog}},
-    {"File Integrity", Flag{&AgentSettings::testFileCrc}},
-    {"Process", Flag{&AgentSettings::testProcess}},
-    {"Service", Flag{&AgentSettings::testService}},
-    {"NT Event Log", Flag{&AgentSettings::testNtEventLog}},
-    {"CPU Usage", Flag{&AgentSettings::testCpuUsage}},
-    {"Perf Counter", Flag{&AgentSettings::testPerfCounter}},
-    {"Script", Flag{&AgentSettings::testScript}},
-    {"External", Flag{&AgentSettings::testExternal}},
-    {"SNMP", Flag{&AgentSettings::testSnmp}},
-    {"Execute external command", Flag{&AgentSettings::actExecute}},
-    {"TCP/UDP send", Flag{&AgentSettings::actTcpUdp}},
-    {"Syslog", Flag{&AgentSettings::actSyslog}},
-    {"IPFiltering", Flag{&AgentSettings::filterActive}},
-    {"IPFilterAddr", EscapedText{&AgentSettings::filterList}},
-    {"IPFilterMarks", &AgentSettings::filterMarks},
-    {"AllowUpdates", Flag{&AgentSettings::allowUpdates}},
-    {"AllowRManage", Flag{&AgentSettings::allowManage}},
-    {"UpdateAddr", &AgentSettings::updateAddr},
-    {"ManageAddr", &AgentSettings::manageAddr},
-};
+constexpr WireSetting Number(std::string_view name, int32_t A::*number) {
+    return {.name = name, .kind = WireKind::kNumber, .number = number};
+}
 
-struct Apply {
-    AgentSettings& settings;
-    std::string_view value;
-
-    void operator()(Text field) const { settings.*field = value; }
-    void operator()(Number number) const { settings.*number.field = ToInt(value); }
-    // Stricter than the file, where a value need only begin with "1": servers send "1" or "0".
-    void operator()(Flag flag) const { settings.*flag.field = IsFlagSet(value) ? 1 : 0; }
-    void operator()(EscapedText text) const { settings.*text.field = Unescape(value); }
-};
+void ApplyValue(AgentSettings& settings, const WireSetting& setting, std::string_view value) {
+    switch (setting.kind) {
+        case WireKind::kText:
+            settings.*setting.text = value;
+            break;
+        case WireKind::kEscapedText:
+            settings.*setting.text = Unescape(value);
+            break;
+        case WireKind::kNumber:
+            settings.*setting.number = ToInt(value);
+            break;
+        case WireKind::kFlag:
+            // Stricter than the file, where a value need only begin with "1": servers send "1" or
+            // "0".
+            settings.*setting.number = IsFlagSet(value) ? 1 : 0;
+            break;
+    }
+}
 
 void ApplyLine(AgentSettings& settings, std::string_view line) {
     size_t equals = line.find('=');
     if (equals == std::string_view::npos) return;
-    std::string_view name = TrimView(line.substr(0, equals));
-    for (const WireName& known : kWireNames) {
-        if (known.name != name) continue;
-        std::visit(Apply{settings, TrimView(line.substr(equals + 1))}, known.target);
-        return;
-    }
+    const WireSetting* setting = FindWireSetting(TrimView(line.substr(0, equals)));
+    if (setting != nullptr) ApplyValue(settings, *setting, TrimView(line.substr(equals + 1)));
 }
 
 }  // namespace
+
+constexpr std::array<WireSetting, kWireSettingCount> kWireSettings = {{
+    Text("Comment", &A::comment),
+    Number("Port", &A::port),
+    Number("Timeout", &A::timeout),
+    Text("Password", &A::password),
+    Flag("LogOkConn", &A::logSuccess),
+    Flag("LogBadConn", &A::logFails),
+    Text("OkLogFile", &A::okLogFile),
+    Text("BadLogFile", &A::badLogFile),
+    Flag("Ping", &A::testPing),
+    Flag("TCP", &A::testTcp),
+    Flag("UDP", &A::testUdp),
+    Flag("UNC", &A::testUnc),
+    Flag("Drive Space", &A::testFreeSpace),
+    Flag("Folder Size", &A::testFolderSize),
+    Flag("Count Files", &A::testCountFiles),
+    Flag("File Availability", &A::testFileExists),
+    Flag("File Compare", &A::testCompareFiles),
+    Flag("Text Log", &A::testTextLog),
+    Flag("File Integrity", &A::testFileCrc),
+    Flag("Process", &A::testProcess),
+    Flag("Service", &A::testService),
+    Flag("NT Event Log", &A::testNtEventLog),
+    Flag("CPU Usage", &A::testCpuUsage),
+    Flag("Perf Counter", &A::testPerfCounter),
+    Flag("Script", &A::testScript),
+    Flag("External", &A::testExternal),
+    Flag("SNMP", &A::testSnmp),
+    Flag("Execute external command", &A::actExecute),
+    Flag("TCP/UDP send", &A::actTcpUdp),
+    Flag("Syslog", &A::actSyslog),
+    Flag("IPFiltering", &A::filterActive),
+    Text("IPFilterAddr", &A::filterList, WireKind::kEscapedText),
+    Text("IPFilterMarks", &A::filterMarks),
+    Flag("AllowUpdates", &A::allowUpdates),
+    Flag("AllowRManage", &A::allowManage),
+    Text("UpdateAddr", &A::updateAddr),
+    Text("ManageAddr", &A::manageAddr),
+}};
+
+const WireSetting* FindWireSetting(std::string_view name) {
+    for (const WireSetting& setting : kWireSettings) {
+        if (setting.name == name) return &setting;
+    }
+    return nullptr;
+}
 
 void SetSettings(std::string_view params, SettingsStore& store, Reply& reply) {
     VyString errorText;
@@ -100,12 +105,6 @@ void SetSettings(std::string_view params, SettingsStore& store, Reply& reply) {
     });
     reply.Start(saved != 0 ? "200" : "300");
     if (saved == 0) reply.AppendRaw(errorText);
-}
-
-std::vector<std::string_view> RemoteSettingNames() {
-    std::vector<std::string_view> names;
-    for (const WireName& known : kWireNames) names.push_back(known.name);
-    return names;
 }
 
 }  // namespace zot

@@ -1,19 +1,39 @@
 // Changing the settings from the server: SetSettings and its wire names.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
-#include <vector>
 
 #include "config/settings.h"
 #include "protocol/reply.h"
 
 namespace zot {
 
+enum class WireKind {
+    kText,
+    kEscapedText,  // a text whose "%0D" and "%0A" stand for line breaks
+    kNumber,
+    kFlag,
+};
+
+// A setting that servers may change, under the name that they know it by.
+struct WireSetting {
+    std::string_view name;
+    WireKind kind;
+    VyString AgentSettings::*text = nullptr;   // of the texts
+    int32_t AgentSettings::*number = nullptr;  // of numbers and flags
+};
+
+inline constexpr size_t kWireSettingCount = 37;
+extern const std::array<WireSetting, kWireSettingCount> kWireSettings;
+
+// The setting with exactly this name; nullptr if there is none.
+const WireSetting* FindWireSetting(std::string_view name);
+
 // Applies every line name=value of the request to a copy of the settings, saves the configuration
 // file and publishes the copy, also when the save fails. Unknown names are ignored.
 void SetSettings(std::string_view params, SettingsStore& store, Reply& reply);
-
-// The names that SetSettings knows, in no particular order. They live as long as the program.
-std::vector<std::string_view> RemoteSettingNames();
 
 }  // namespace zot

@@ -74,7 +74,7 @@ Names KeyNames() {
 
 Names RemoteNames() {
     Names names;
-    for (std::string_view name : RemoteSettingNames()) names.insert(std::string(name));
+    for (const WireSetting& setting : kWireSettings) names.insert(std::string(setting.name));
     return names;
 }
 
