@@ -63,19 +63,28 @@ bool SetFlag(std::string_view, Options& options) {
 constexpr OptionRow kOptions[] = {
     {"-H", "HOST", "name or IPv4 address of the agent's host (127.0.0.1)", SetHost},
     {"-p", "PORT", "TCP port of the agent (1055)", SetPort},
-    {"-t", "SECONDS", "time limit for the whole exchange, 1 to 86400 (10)", SetTimeout},
+    {"-t", "SECONDS",
+     "time limit for the whole exchange, for each step of an upgrade; 1 to 86400 (10)", SetTimeout},
     {"-P", "FILE", "take the password from the first line of FILE", SetPasswordFile},
     {"-u", "", "print line breaks inside values as such, not as %0D and %0A",
      SetFlag<&Options::unescape>},
+    {"--json", "", "print the reply as one JSON object", SetFlag<&Options::json>},
+    {"--show-password", "", "settings: show the password too", SetFlag<&Options::showPassword>},
     {"--help", "", "print this help and exit", SetFlag<&Options::help>},
     {"--version", "", "print the version and exit", SetFlag<&Options::version>},
 };
 
-// The row that the argument names, alone or with its value attached as in "-p1055".
-const OptionRow* FindOption(std::string_view argument) {
+// The row that the argument names, with the value attached to it: "-p1055", "--state=FILE".
+const OptionRow* FindOption(std::string_view argument, std::optional<std::string_view>& attached) {
     for (const OptionRow& row : kOptions) {
-        bool attached = !row.argument.empty() && argument.starts_with(row.name);
-        if (attached || argument == row.name) return &row;
+        attached.reset();
+        if (argument == row.name) return &row;
+        if (row.argument.empty() || !argument.starts_with(row.name)) continue;
+        attached = argument.substr(row.name.size());
+        if (!row.name.starts_with("--")) return &row;
+        if (!attached->starts_with('=')) continue;
+        attached->remove_prefix(1);
+        return &row;
     }
     return nullptr;
 }
@@ -111,21 +120,22 @@ int ParseOptions(std::span<const char* const> arguments, Options& options, std::
         if (argument.size() < 2 || argument[0] != '-') break;
         ++next;
         if (argument == "--") break;
-        const OptionRow* row = FindOption(argument);
+        std::optional<std::string_view> value;
+        const OptionRow* row = FindOption(argument, value);
         if (!row) {
             error = "unknown option " + std::string(argument);
             return 0;
         }
-        std::string_view value = argument.substr(row->name.size());
-        if (!row->argument.empty() && value.empty()) {
+        if (!row->argument.empty() && !value) {
             if (next == arguments.size()) {
                 error = "option " + std::string(row->name) + " needs a value";
                 return 0;
             }
             value = arguments[next++];
         }
-        if (!row->apply(value, options)) {
-            error = "wrong value of option " + std::string(row->name) + ": " + std::string(value);
+        std::string_view given = value.value_or("");
+        if (!row->apply(given, options)) {
+            error = "wrong value of option " + std::string(row->name) + ": " + std::string(given);
             return 0;
         }
     }
@@ -138,7 +148,7 @@ std::string OptionsHelp() {
     for (const OptionRow& row : kOptions) {
         std::string left(row.name);
         if (!row.argument.empty()) left.append(" ").append(row.argument);
-        help << "  " << std::left << std::setw(12) << left << ' ' << row.help << '\n';
+        help << "  " << std::left << std::setw(15) << left << ' ' << row.help << '\n';
     }
     return help.str();
 }

@@ -14,6 +14,8 @@ struct Options {
     Target target;
     std::string passwordFile;
     bool unescape = false;
+    bool json = false;
+    bool showPassword = false;
     bool help = false;
     bool version = false;
     std::vector<std::string> words;  // the command and its parameters

@@ -1,79 +1,16 @@
 #include "client/program.h"
 
-#include <istream>
 #include <ostream>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "client/agent_client.h"
 #include "client/options.h"
-#include "protocol/request_text.h"
+#include "client/subcommands.h"
 
 namespace zot::client {
 namespace {
 
 constexpr std::string_view kVersion = "1.36";
-
-struct Invocation {
-    Options options;
-    const char* environmentPassword;
-    const Console& console;
-};
-
-int Fail(const Console& console, std::string_view message, ExitStatus status) {
-    console.err << "zotq: " << message << '\n';
-    return status;
-}
-
-// The parameters, where "-" stands for the lines of standard input.
-int CollectParams(const Invocation& call, std::vector<std::string>& params) {
-    const auto& words = call.options.words;
-    for (size_t i = 1; i < words.size(); ++i) {
-        if (words[i] != "-") {
-            params.push_back(words[i]);
-            continue;
-        }
-        for (std::string line; std::getline(call.console.in, line);) params.push_back(line);
-        if (call.console.in.bad()) return 0;
-    }
-    return 1;
-}
-
-void PrintAnswer(const Answer& answer, bool unescape, std::ostream& out) {
-    out << answer.code << '\n';
-    for (const std::string& line : answer.lines) {
-        if (unescape) {
-            out << Unescape(line).View() << '\n';
-        } else {
-            out << line << '\n';
-        }
-    }
-}
-
-// What standard output did not take (a full disk, say) did not reach the caller.
-int Finish(const Console& console, ExitStatus status) {
-    if (console.out.flush()) return status;
-    return Fail(console, "cannot write to standard output", kNoReply);
-}
-
-int AskAgent(Invocation& call) {
-    Target& target = call.options.target;
-    std::string error;
-    std::vector<std::string> params;
-    if (!ReadPassword(call.options, call.environmentPassword, target.password, error)) {
-        return Fail(call.console, error, kWrongUsage);
-    }
-    if (!CollectParams(call, params)) {
-        return Fail(call.console, "cannot read standard input", kWrongUsage);
-    }
-    Answer answer;
-    if (!Ask(target, ComposeRequest(call.options.words[0], params), answer, error)) {
-        return Fail(call.console, error, kNoReply);
-    }
-    PrintAnswer(answer, call.options.unescape, call.console.out);
-    return Finish(call.console, answer.code == "200" ? kReplyOk : kReplyOther);
-}
 
 // The row with the empty name takes every word that no other row has, and comes last.
 struct Subcommand {
@@ -84,7 +21,12 @@ struct Subcommand {
 };
 
 constexpr Subcommand kSubcommands[] = {
-    {"", "COMMAND [PARAM ...]", AskAgent,
+    {"upgrade", "upgrade FILE", UpgradeAgent,
+     "send FILE as the agent's new executable and wait until it answers"},
+    {"settings", "settings", ShowSettings, "show the agent's settings, without the password"},
+    {"set", "set NAME=VALUE ...", ChangeSettings,
+     "change settings; names and values that the agent would not take are refused"},
+    {"", "COMMAND [PARAM ...]", SendRequest,
      "send COMMAND with one line for each PARAM; - stands for the lines of standard input"},
 };
 
@@ -108,27 +50,32 @@ void PrintHelp(std::ostream& out) {
            "3 when no valid reply came.\n";
 }
 
+int Run(std::span<const char* const> arguments, Invocation& call) {
+    std::string error;
+    Options& options = call.options;
+    if (!ParseOptions(arguments, options, error)) {
+        return Fail(call.console, error + " (see zotq --help)", kWrongUsage);
+    }
+    if (options.help) {
+        PrintHelp(call.console.out);
+        return Finish(call.console, kReplyOk);
+    }
+    if (options.version) {
+        call.console.out << "zotq " << kVersion << '\n';
+        return Finish(call.console, kReplyOk);
+    }
+    if (options.words.empty()) {
+        return Fail(call.console, "no command (see zotq --help)", kWrongUsage);
+    }
+    return FindSubcommand(options.words[0]).run(call);
+}
+
 }  // namespace
 
-int RunProgram(std::span<const char* const> arguments, const char* environmentPassword,
+int RunProgram(std::span<const char* const> arguments, const Environment& environment,
                const Console& console) {
-    Invocation call = {{}, environmentPassword, console};
-    std::string error;
-    if (!ParseOptions(arguments, call.options, error)) {
-        return Fail(console, error + " (see zotq --help)", kWrongUsage);
-    }
-    if (call.options.help) {
-        PrintHelp(console.out);
-        return Finish(console, kReplyOk);
-    }
-    if (call.options.version) {
-        console.out << "zotq " << kVersion << '\n';
-        return Finish(console, kReplyOk);
-    }
-    if (call.options.words.empty()) {
-        return Fail(console, "no command (see zotq --help)", kWrongUsage);
-    }
-    return FindSubcommand(call.options.words[0]).run(call);
+    Invocation call = {{}, environment, console};
+    return Run(arguments, call);
 }
 
 }  // namespace zot::client

@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include "config/remote_settings.h"
+#include "tests/client/fake_agent.h"
+
+namespace zot::client {
+namespace {
+
+TEST(Settings, AreShownForPeople) {
+    const char* reply =
+        "200\nAgentName=An agent\nAvailable tests=TCP%0D%0AFolder Size%0D%0A\nEnabled tests=10\n"
+        "Comment=\nPassword=topsecret\nIPFilterAddr=10.0.0.1%0D%0A10.0.0.2\nIPFilterMarks=1\n\r";
+    FakeAgent agent({reply});
+    ProgramRun run({agent.PortOption(), "settings"});
+    EXPECT_EQ(run.status, kReplyOk) << run.err;
+    EXPECT_EQ(run.out,
+              "AgentName        An agent\n"
+              "Available tests  TCP          on\n"
+              "                 Folder Size  off\n"
+              "Comment        \n"
+              "Password         ********\n"
+              "IPFilterAddr     10.0.0.1\n"
+              "                 10.0.0.2\n"
+              "IPFilterMarks    1\n");
+    EXPECT_EQ(agent.Requests()[0], "GetSettings\n\r");
+    run = ProgramRun({agent.PortOption(), "--show-password", "settings"});
+    EXPECT_NE(run.out.find("Password         topsecret\n"), std::string::npos);
+    run = ProgramRun({agent.PortOption(), "--json", "settings"});
+    EXPECT_NE(run.out.find("\"Password=********\""), std::string::npos);
+    EXPECT_EQ(run.out.find("topsecret"), std::string::npos);
+
+    FakeAgent refusing({"600\nOperation is not allowed\n\r"});
+    run = ProgramRun({refusing.PortOption(), "settings"});
+    EXPECT_EQ(run.out, "600\nOperation is not allowed\n");
+    EXPECT_EQ(run.status, kReplyOther);
+}
+
+TEST(Settings, AreSetByEveryNameThatTheAgentKnows) {
+    FakeAgent agent({"200\n\r"});
+    std::vector<std::string> words = {agent.PortOption(), "set"};
+    std::string request = "SetSettings\n";
+    for (const WireSetting& setting : kWireSettings) {
+        words.push_back(std::string(setting.name) + "=1");
+        request += words.back() + "\n";
+    }
+    EXPECT_EQ(ProgramRun(words).status, kReplyOk);
+    EXPECT_EQ(ProgramRun({agent.PortOption(), "set", " TCP = 0 ", "IPFilterAddr=a\nb\r\nc%0D%0Ad",
+                          "Comment="})
+                  .status,
+              kReplyOk);
+    EXPECT_EQ(agent.Requests(),
+              (std::vector<std::string>{
+                  request + "\r",
+                  "SetSettings\nTCP=0\nIPFilterAddr=a%0D%0Ab%0D%0Ac%0D%0Ad\nComment=\n\r"}));
+}
+
+TEST(Settings, WhatTheAgentWouldIgnoreIsRefused) {
+    FakeAgent agent({"200\n\r"});
+    struct Case {
+        const char* word;
+        const char* message;
+    };
+    for (const Case& c :
+         {Case{"port=5", "no setting with the name port; there are: Comment, Port, "},
+          Case{"Shell Script=1", "no setting"}, Case{"=1", "no setting"}, Case{"TCP", "NAME=VALUE"},
+          Case{"TCP=yes", "must be 0 or 1"}, Case{"TCP=", "must be 0 or 1"},
+          Case{"TCP=01", "must be 0 or 1"}, Case{"Port=0", "is no port"},
+          Case{"Port=65536", "is no port"}, Case{"Timeout=5s", "whole number"},
+          Case{"Timeout=2147483648", "whole number"}, Case{"Comment=a\nTCP=0", "no line break"},
+          Case{"Password=", "must not be empty"}}) {
+        ProgramRun run({agent.PortOption(), "set", "UDP=1", c.word});
+        EXPECT_EQ(run.status, kWrongUsage) << c.word;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    }
+    EXPECT_TRUE(agent.Requests().empty());
+}
+
+}  // namespace
+}  // namespace zot::client

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include "base/md5.h"
+#include "tests/client/fake_agent.h"
+#include "tests/support/temp_dir.h"
+
+namespace zot::client {
+namespace {
+
+std::string Info(int opened, const char* version) {
+    return "200\nAgentVersion=" + std::string(version) +
+           "\nOpenedConnections=" + std::to_string(opened) + "\n\r";
+}
+
+// Receives as agents do, 1024 bytes at once, and slower than the client sends.
+class UpgradeAgent {
+  public:
+    struct Plan {
+        int refusals = 0;           // answers "Wrong CRC" that often whatever came
+        std::string begin = "200";  // the answer to the request
+        size_t hangUpAfter = SIZE_MAX;
+        bool restarts = true;
+        std::string* module = nullptr;  // what came in, to be read when the agent is gone
+    };
+    explicit UpgradeAgent(Plan plan) : plan_(plan) {}
+    const FakeAgent& Agent() const { return agent_; }
+
+  private:
+    void Answer(int fd, const std::string& key, const std::string& text) {
+        ++opened_;
+        if (text == "GetInfo\n\r") return SendReply(fd, key, Info(opened_, version_));
+        Transfer(fd, key, text);
+    }
+    void Transfer(int fd, const std::string& key, const std::string& text) {
+        int size = 0;
+        ASSERT_EQ(sscanf(text.c_str(), "UpgradeCode\n%d\n\r", &size), 1);
+        SendReply(fd, key, plan_.begin + "\n\r");
+        if (plan_.begin != "200") return;
+        std::string received, trailer;
+        char buffer[1024];
+        while (trailer.empty()) {
+            ssize_t got = recv(fd, buffer, sizeof buffer, 0);
+            ASSERT_GT(got, 0);
+            std::string_view bytes(buffer, static_cast<size_t>(got));
+            size_t missing = static_cast<size_t>(size) - received.size();
+            received += bytes.substr(0, missing);
+            if (bytes.size() > missing) trailer = bytes.substr(missing);
+            if (received.size() > plan_.hangUpAfter) return;
+            if (received.size() % 65536 < 1024) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+        auto digest = Md5Digest(received.data(), received.size());
+        std::string expected(digest.begin(), digest.end());
+        if (plan_.module) *plan_.module = received;
+        bool good = Decrypt(key, trailer) == expected && ++attempts_ > plan_.refusals;
+        SendReply(fd, key, good ? "200\n\r" : "300\nWrong CRC\n\r");
+        if (!good || !plan_.restarts) return;
+        opened_ = 0;
+        version_ = "1.37";
+    }
+
+    Plan plan_;
+    int opened_ = 5;
+    int attempts_ = 0;
+    const char* version_ = "1.36";
+    FakeAgent agent_{
+        [this](int fd, const std::string& key, const std::string& text) { Answer(fd, key, text); }};
+};
+
+class Upgrade : public testing::Test {
+  protected:
+    ProgramRun Run(const UpgradeAgent& agent, const std::string& module, bool progress = false) {
+        return ProgramRun(
+            {agent.Agent().PortOption(), "-t1", "upgrade", dir_.Write("module", module)},
+            {kTestPassword}, "", progress);
+    }
+    test::TempDir dir_;
+};
+
+TEST_F(Upgrade, SendsTheModuleAndReportsTheNewAgent) {
+    // Sizes around the border of a receive, where the trailer would be split.
+    for (size_t size :
+         {size_t{101}, size_t{1023}, size_t{1024}, size_t{102400} - 8, size_t{10485759}}) {
+        std::string module(size, 'm');
+        std::string received;
+        module[size / 2] = '\0';
+        {
+            UpgradeAgent agent({.module = &received});
+            ProgramRun run = Run(agent, module);
+            EXPECT_EQ(run.status, kReplyOk) << run.err;
+            EXPECT_EQ(run.out, "200\nAgentVersion=1.37\n");
+            EXPECT_EQ(run.err, "");
+        }
+        EXPECT_TRUE(received == module) << size;
+    }
+}
+
+TEST_F(Upgrade, RepeatsTheTransferWhenTheTrailerWasSplit) {
+    UpgradeAgent agent({.refusals = 1});
+    ProgramRun run = Run(agent, std::string(5000, 'm'), true);
+    EXPECT_EQ(run.status, kReplyOk) << run.err;
+    EXPECT_NE(run.err.find("] 100%\n"), std::string::npos);
+}
+
+TEST_F(Upgrade, TellsWhatWentWrong) {
+    struct Case {
+        UpgradeAgent::Plan plan;
+        int status;
+        const char* out;
+        const char* err;
+    } cases[] = {
+        {{.begin = "302"}, kReplyOther, "302\n", "ReloadApp"},
+        {{.begin = "600\nOperation is not allowed"},
+         kReplyOther,
+         "600\nOperation is not allowed\n",
+         ""},
+        {{.hangUpAfter = 2000}, kNoReply, "", "the transfer was broken off"},
+        {{.restarts = false}, kNoReply, "", "no new agent answers"},
+    };
+    for (const Case& c : cases) {
+        UpgradeAgent agent(c.plan);
+        ProgramRun run = Run(agent, std::string(5000, 'm'));
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_EQ(run.out, c.out);
+        EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
+    }
+}
+
+TEST_F(Upgrade, RefusesFilesThatNoAgentTakesBeforeItConnects) {
+    UpgradeAgent agent({});
+    for (size_t size : {size_t{0}, size_t{100}, size_t{10485760}}) {
+        ProgramRun run = Run(agent, std::string(size, 'm'));
+        EXPECT_EQ(run.status, kWrongUsage) << size;
+        EXPECT_NE(run.err.find(" bytes"), std::string::npos) << run.err;
+    }
+    for (const std::string& path : {dir_ / "missing", dir_.Path()}) {
+        EXPECT_EQ(ProgramRun({agent.Agent().PortOption(), "upgrade", path}).status, kWrongUsage);
+    }
+    EXPECT_TRUE(agent.Agent().Requests().empty());
+}
+
+}  // namespace
+}  // namespace zot::client
