@@ -11,7 +11,7 @@
 
 namespace zot::client {
 
-// What scripts rely on.
+// Of everything but the plugin, which has statuses of its own.
 enum ExitStatus : int {
     kReplyOk = 0,     // the agent answered 200
     kReplyOther = 1,  // the agent answered anything else

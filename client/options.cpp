@@ -55,6 +55,17 @@ bool SetPasswordFile(std::string_view value, Options& options) {
     return !value.empty();
 }
 
+bool SetStateFile(std::string_view value, Options& options) {
+    options.stateFile = value;
+    return !value.empty();
+}
+
+template <std::optional<Range> Options::*range>
+bool SetRange(std::string_view value, Options& options) {
+    options.*range = Range::Parse(value);
+    return (options.*range).has_value();
+}
+
 template <bool Options::*flag>
 bool SetFlag(std::string_view, Options& options) {
     return options.*flag = true;
@@ -70,6 +81,10 @@ constexpr OptionRow kOptions[] = {
      SetFlag<&Options::unescape>},
     {"--json", "", "print the reply as one JSON object", SetFlag<&Options::json>},
     {"--show-password", "", "settings: show the password too", SetFlag<&Options::showPassword>},
+    {"--plugin", "", "be a monitoring plugin", SetFlag<&Options::plugin>},
+    {"-w", "RANGE", "plugin: warn outside of RANGE", SetRange<&Options::warning>},
+    {"-c", "RANGE", "plugin: critical outside of RANGE", SetRange<&Options::critical>},
+    {"--state", "FILE", "plugin: where the log check keeps its position", SetStateFile},
     {"--help", "", "print this help and exit", SetFlag<&Options::help>},
     {"--version", "", "print the version and exit", SetFlag<&Options::version>},
 };
@@ -87,6 +102,16 @@ const OptionRow* FindOption(std::string_view argument, std::optional<std::string
         return &row;
     }
     return nullptr;
+}
+
+bool GoTogether(const Options& options, std::string& error) {
+    bool pluginOnly = options.warning || options.critical || !options.stateFile.empty();
+    if (pluginOnly && !options.plugin) {
+        error = "-w, -c and --state go with --plugin only";
+    } else if (options.plugin && options.json) {
+        error = "--json does not go with --plugin";
+    }
+    return error.empty();
 }
 
 struct FreeMemory {
@@ -140,7 +165,7 @@ int ParseOptions(std::span<const char* const> arguments, Options& options, std::
         }
     }
     options.words.assign(arguments.begin() + static_cast<ptrdiff_t>(next), arguments.end());
-    return 1;
+    return GoTogether(options, error) ? 1 : 0;
 }
 
 std::string OptionsHelp() {

@@ -1,10 +1,12 @@
 #include "client/program.h"
 
+#include <algorithm>
 #include <ostream>
 #include <string>
 #include <string_view>
 
 #include "client/options.h"
+#include "client/plugin.h"
 #include "client/subcommands.h"
 
 namespace zot::client {
@@ -42,18 +44,27 @@ void PrintHelp(std::ostream& out) {
     for (const Subcommand& row : kSubcommands) {
         out << "  zotq [OPTION ...] " << row.synopsis << "\n      " << row.help << '\n';
     }
-    out << "\nOptions:\n"
-        << OptionsHelp()
-        << "\nWithout -P the password comes from the environment variable ZOT_PASSWORD.\n\n"
+    out << "  zotq --plugin [OPTION ...] CHECK [ARGUMENT ...]\n"
+           "      be a monitoring plugin, with one of the checks below\n"
+           "\nOptions:\n"
+        << OptionsHelp() << "\nChecks, and what the ranges apply to:\n"
+        << ChecksHelp()
+        << "\nA RANGE is 10 (0 to 10 is good), 10: (10 or more), ~:10 (10 or less), 10:20, or\n"
+           "@10:20 (anything else is good).\n\n"
+           "Without -P the password comes from the environment variable ZOT_PASSWORD.\n\n"
            "Exit status: 0 when the agent replied 200, 1 after any other reply, 2 for wrong "
            "usage,\n"
-           "3 when no valid reply came.\n";
+           "3 when no valid reply came. With --plugin: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.\n";
 }
 
 int Run(std::span<const char* const> arguments, Invocation& call) {
     std::string error;
     Options& options = call.options;
     if (!ParseOptions(arguments, options, error)) {
+        // Wherever the fault is: a monitoring system that runs a plugin reads its standard output.
+        bool plugin = std::find(arguments.begin(), arguments.end(), std::string_view("--plugin")) !=
+                      arguments.end();
+        if (plugin) return PluginUsageError(call.console, error);
         return Fail(call.console, error + " (see zotq --help)", kWrongUsage);
     }
     if (options.help) {
@@ -64,6 +75,7 @@ int Run(std::span<const char* const> arguments, Invocation& call) {
         call.console.out << "zotq " << kVersion << '\n';
         return Finish(call.console, kReplyOk);
     }
+    if (options.plugin) return RunPlugin(call);
     if (options.words.empty()) {
         return Fail(call.console, "no command (see zotq --help)", kWrongUsage);
     }

@@ -6,7 +6,7 @@ GetSettings QUIT ReloadApp ReloadCfg SetSettings TEST-CPU TEST-CountFiles TEST-E
 TEST-FileCompare TEST-FileExists TEST-FileHash TEST-FolderSize TEST-Process TEST-ShellScript
 TEST-TCP TEST-TextLog TEST-TextLog2 TEST-UDP TEST-UNC set settings upgrade'
 _zotq_checks='age cpu disk files hash log process script size tcp'
-_zotq_options='-H -p -t -P -u -w -c --json --show-password --plugin --help --version'
+_zotq_options='-H -p -t -P -u -w -c --json --show-password --plugin --state --help --version'
 _zotq_names='Comment=
 Port=
 Timeout=
@@ -66,13 +66,13 @@ _zotq() {
     COMPREPLY=()
     case $previous in
     -H) mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"); return ;;
-    -P) _zotq_files "$current"; return ;;
+    -P | --state) _zotq_files "$current"; return ;;
     -p | -t | -w | -c) return ;;
     esac
     # The command is the first word that is neither an option nor the value of one.
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-        -[HptPwc]) ((++i)) ;;
+        -[HptPwc] | --state) ((++i)) ;;
         --plugin) plugin=yes ;;
         -*) ;;
         *) word=${COMP_WORDS[i]}; break ;;

@@ -1,0 +1,83 @@
+// What a check of the plugin works with, and what it finds out.
+//
+// A check asks the agent and fills a CheckResult with a value, which the ranges judge afterwards,
+// or with a status of its own.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/agent_client.h"
+#include "client/options.h"
+#include "client/plugin.h"
+
+namespace zot::client {
+
+struct CheckResult {
+    std::string text;                    // what the status line says
+    std::string longText;                // lines below it
+    std::optional<PluginStatus> status;  // set: the ranges are not asked
+    // The measured value under its name in the performance data. The data count in `unit`, of
+    // which the value's own unit holds `factor`.
+    std::optional<double> value;
+    std::string_view label;
+    std::string_view unit;
+    double factor = 1;
+    std::string_view limits;  // ";MIN;MAX" behind the value's thresholds
+    std::string otherData;    // further performance data
+
+    void Fail(PluginStatus failure, std::string message) {
+        status = failure;
+        text = std::move(message);
+    }
+};
+
+class CheckRun {
+  public:
+    CheckRun(const Invocation& call);
+
+    // The words behind the check's name.
+    std::span<const std::string> Arguments() const { return arguments_; }
+    const Options& GivenOptions() const { return call_.options; }
+    const Environment& GivenEnvironment() const { return call_.environment; }
+    // One moment for everything that the check does.
+    const Deadline& TimeLimit() const { return deadline_; }
+
+    // Asks the agent. Returns 1 with a reply 200 of at least `lineCount` values; otherwise 0 with
+    // the failure in `result`, UNKNOWN, and the code in `answer` if there was a reply at all.
+    // Parameters that would not reach the agent as they are count as failures.
+    int Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
+            Answer& answer, CheckResult& result) const;
+    // The same, and reads the value at this place of the reply as a number into `result`.
+    int AskForValue(std::string_view command, std::span<const std::string> params, size_t line,
+                    Answer& answer, CheckResult& result) const;
+
+  private:
+    const Invocation& call_;
+    std::span<const std::string> arguments_;
+    Deadline deadline_;
+};
+
+struct Check {
+    std::string_view name;
+    std::string_view arguments;
+    size_t minArguments;
+    size_t maxArguments;
+    bool takesRanges;
+    std::string_view defaultCritical;  // the range when none is given; may be empty
+    void (*run)(const CheckRun& run, CheckResult& result);
+    std::string_view help;
+};
+
+extern const std::span<const Check> kChecks;
+
+// Reads a value line, which may be padded with blanks. Otherwise UNKNOWN in `result`.
+int ReadNumber(std::string_view line, double& value, CheckResult& result);
+
+void CheckLog(const CheckRun& run, CheckResult& result);
+void CheckScript(const CheckRun& run, CheckResult& result);
+
+}  // namespace zot::client

@@ -1,0 +1,173 @@
+#include "client/plugin.h"
+
+#include <algorithm>
+#include <ostream>
+
+#include "client/check.h"
+#include "client/text.h"
+#include "protocol/request_text.h"
+
+namespace zot::client {
+namespace {
+
+constexpr std::string_view kStatusNames[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
+
+// A bar would begin the performance data, a line break or another control the next line.
+std::string Printable(std::string_view text, bool keepLines) {
+    std::string result;
+    for (char c : text) {
+        bool control = static_cast<unsigned char>(c) < 32 && !(keepLines && c == '\n');
+        if (c == '\r' && keepLines) continue;
+        result += c == '|' ? '/' : control ? ' ' : c;
+    }
+    return result;
+}
+
+int Print(const Console& console, std::string_view service, PluginStatus status,
+          std::string_view text, std::string_view data, std::string_view longText) {
+    std::ostream& out = console.out;
+    for (char c : service) out << static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
+    out << ' ' << kStatusNames[status] << " - " << Printable(text, false);
+    if (!data.empty()) out << " | " << data;
+    out << '\n' << Printable(longText, true);
+    if (!longText.empty() && !longText.ends_with('\n')) out << '\n';
+    return out.flush() ? status : Fail(console, "cannot write to standard output", kNoReply);
+}
+
+std::string PerformanceData(const CheckResult& result, const std::optional<Range>& warning,
+                            const std::optional<Range>& critical) {
+    std::string data;
+    if (result.value) {
+        data = Concat({result.label, "=", FormatDecimal(*result.value * result.factor), result.unit,
+                       ";", warning ? warning->Format(result.factor) : "", ";",
+                       critical ? critical->Format(result.factor) : "", result.limits});
+        data.erase(data.find_last_not_of(';') + 1);
+    }
+    if (!data.empty() && !result.otherData.empty()) data += ' ';
+    data += result.otherData;
+    return data;
+}
+
+int RunCheck(const Check& check, Invocation& call) {
+    const Options& options = call.options;
+    std::optional<Range> critical = options.critical;
+    if (!check.defaultCritical.empty() && !options.warning && !critical) {
+        critical = Range::Parse(check.defaultCritical);
+    }
+    CheckResult result;
+    check.run(CheckRun(call), result);
+    PluginStatus status = kOk;
+    if (result.status) {
+        status = *result.status;
+    } else if (critical && critical->Alerts(*result.value)) {
+        status = kCritical;
+    } else if (options.warning && options.warning->Alerts(*result.value)) {
+        status = kWarning;
+    }
+    return Print(call.console, check.name, status, result.text,
+                 PerformanceData(result, options.warning, critical), result.longText);
+}
+
+// The agent trims a line, skips an empty one and reads "%0D" and "%0A" as line breaks.
+bool FitsRequestLine(std::string_view text) {
+    VyString line = Escape(text);
+    return text.find("%0A") == std::string_view::npos &&
+           text.find("%0D") == std::string_view::npos && GetLine(line.View(), 1) == line.View();
+}
+
+const Check* FindCheck(std::string_view name) {
+    for (const Check& check : kChecks) {
+        if (check.name == name) return &check;
+    }
+    return nullptr;
+}
+
+std::string UsageFault(const Check& check, const Options& options) {
+    size_t count = options.words.size() - 1;
+    if (count < check.minArguments || count > check.maxArguments) {
+        return "usage: zotq --plugin [OPTION ...] " + std::string(check.name) + " " +
+               std::string(check.arguments);
+    }
+    if (std::find(options.words.begin(), options.words.end(), "") != options.words.end()) {
+        return "an argument is empty";
+    }
+    if (!check.takesRanges && (options.warning || options.critical)) {
+        return "the check " + std::string(check.name) + " takes no -w and -c";
+    }
+    return {};
+}
+
+}  // namespace
+
+CheckRun::CheckRun(const Invocation& call)
+    : call_(call),
+      arguments_(std::span(call.options.words).subspan(1)),
+      deadline_(call.options.target.timeout) {}
+
+int CheckRun::Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
+                  Answer& answer, CheckResult& result) const {
+    for (const std::string& param : params) {
+        if (FitsRequestLine(param)) continue;
+        result.Fail(kUnknown, "the protocol cannot carry this parameter as it is: " + param);
+        return 0;
+    }
+    Target target = call_.options.target;
+    target.timeout = std::chrono::milliseconds(deadline_.Remaining());
+    std::string error;
+    answer = {};
+    if (!client::Ask(target, ComposeRequest(command, params), answer, error)) {
+        result.Fail(kUnknown, error);
+    } else if (answer.code != "200") {
+        result.Fail(kUnknown, "the agent answered " + answer.code);
+        if (!answer.lines.empty()) result.text += ": " + answer.lines[0];
+    } else if (answer.lines.size() < lineCount) {
+        result.Fail(kUnknown, "the agent's reply is too short");
+    } else {
+        return 1;
+    }
+    return 0;
+}
+
+int CheckRun::AskForValue(std::string_view command, std::span<const std::string> params,
+                          size_t line, Answer& answer, CheckResult& result) const {
+    double value = 0;
+    if (!Ask(command, params, line + 1, answer, result)) return 0;
+    if (!ReadNumber(answer.lines[line], value, result)) return 0;
+    result.value = value;
+    return 1;
+}
+
+int ReadNumber(std::string_view line, double& value, CheckResult& result) {
+    if (ParseDecimal(TrimView(line), value)) return 1;
+    result.Fail(kUnknown, "not a number in the agent's reply: " + std::string(line));
+    return 0;
+}
+
+int RunPlugin(Invocation& call) {
+    const Options& options = call.options;
+    if (options.words.empty()) return PluginUsageError(call.console, "no check");
+    const Check* check = FindCheck(options.words[0]);
+    if (!check) {
+        return PluginUsageError(call.console, "no check with the name " + options.words[0]);
+    }
+    std::string error = UsageFault(*check, options);
+    if (!error.empty()) return PluginUsageError(call.console, error);
+    if (!TakePassword(call, error)) return PluginUsageError(call.console, error);
+    return RunCheck(*check, call);
+}
+
+int PluginUsageError(const Console& console, std::string_view message) {
+    return Print(console, "zotq", kUnknown, std::string(message) + " (see zotq --help)", "", "");
+}
+
+std::string ChecksHelp() {
+    std::string help;
+    for (const Check& check : kChecks) {
+        std::string left = std::string(check.name) + " " + std::string(check.arguments);
+        help += "  " + left + std::string(left.size() < 27 ? 27 - left.size() : 1, ' ') +
+                std::string(check.help) + "\n";
+    }
+    return help;
+}
+
+}  // namespace zot::client
