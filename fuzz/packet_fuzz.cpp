@@ -1,0 +1,73 @@
+// The packet decoder. The first byte says how the rest becomes a packet: as it is, or as the fields
+// of a packet whose password and lengths are right, so that the decryption is reached too; further
+// bits put wrong lengths into it.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "base/twofish.h"
+#include "client/request_packet.h"
+#include "fuzz/scratch.h"
+#include "protocol/packet.h"
+
+namespace {
+
+using namespace zot;
+
+constexpr std::string_view kPassword = "fuzz";
+
+std::string MakePacket(std::string_view input) {
+    unsigned kind = fuzz::TakeByte(input);
+    if ((kind & 1) == 0) return std::string(input);
+    std::string_view key = input.substr(0, fuzz::TakeByte(input));
+    client::RequestFields fields = client::MakeRequest(kPassword, key, input);
+    auto word = [&] {
+        unsigned low = fuzz::TakeByte(input);
+        return low | static_cast<unsigned>(fuzz::TakeByte(input)) << 8;
+    };
+    if ((kind & 2) != 0) fields.packetLength = word() << (kind >> 4);
+    if ((kind & 4) != 0) fields.keyLength = static_cast<uint16_t>(word());
+    if ((kind & 8) != 0) fields.textLength = word() << (kind >> 4);
+    if ((kind & 16) != 0) fields.digestLength = static_cast<uint16_t>(word());
+    if ((kind & 32) != 0) fields.trailer = input.substr(0, fuzz::TakeByte(input));
+    return client::Serialise(fields);
+}
+
+struct Receiver {
+    Receiver() : log(store) {
+        TwofishInitialise();
+        store.Change([](AgentSettings& settings) { return settings.debug = settings.verbose = 1; });
+    }
+    SettingsStore store;
+    Log log;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static Receiver receiver;
+    const std::string bytes = MakePacket({reinterpret_cast<const char*>(data), size});
+
+    // What is incomplete has no complete beginning.
+    PacketState whole = CheckPacket(bytes);
+    for (size_t part : {bytes.size() / 2, bytes.size() - (bytes.empty() ? 0 : 1)}) {
+        PacketState before = CheckPacket(std::string_view(bytes).substr(0, part));
+        if (whole == PacketState::kIncomplete) fuzz::Require(before != PacketState::kComplete);
+    }
+
+    VyString packet(bytes);
+    RequestPacket request;
+    bool valid = DecodeRequest(packet, kPassword, 0x0100007f, receiver.log, request);
+    if (!valid) {
+        fuzz::Require(request.sessionKey.Empty());
+        return 0;
+    }
+    fuzz::Require(whole == PacketState::kComplete);
+    Reply reply;
+    reply.Start("200", request.text);
+    std::string plain(reply.Text().View());
+    SealReply(reply, *request.cipher);
+    fuzz::Require(client::Decrypt(request.sessionKey, reply.Text().View().substr(4)) ==
+                  plain + "\r");
+    return 0;
+}

@@ -1,0 +1,39 @@
+// The lines of a request, walked once and asked for one by one, and its numbers: both ways must
+// agree on any bytes.
+#include <charconv>
+#include <cstdint>
+
+#include "fuzz/scratch.h"
+#include "protocol/request_text.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace zot;
+    std::string_view text(reinterpret_cast<const char*>(data), size);
+    int32_t number = 0;
+    std::string_view rest = text;
+    std::string_view line;
+    for (; number < 64 && NextLine(rest, line); ++number) {
+        fuzz::Require(line == GetLine(text, number + 1));
+        // Trimming takes blanks away and never adds anything else than a later line.
+        std::string_view raw = TrimView(RawLine(text, number + 1));
+        if (!raw.empty() && static_cast<signed char>(raw.front()) >= 33) fuzz::Require(raw == line);
+    }
+    if (number < 64) fuzz::Require(LineCount(text) == number);
+    std::string_view name = RawLine(text, 1);
+    std::string_view value = GetValue(text, name);
+    fuzz::Require(value == TrimView(value));
+
+    int64_t parsed = 0;
+    int32_t narrow = 0;
+    if (ParseInt64(name, parsed)) {
+        fuzz::Require(ToInt64(name) == parsed && ParseInt(name, narrow));
+        if (parsed == narrow) fuzz::Require(ToInt(name) == narrow);
+        std::string_view digits = name.substr(name.starts_with('+') ? 1 : 0);
+        int64_t expected = 0;
+        auto result = std::from_chars(digits.data(), digits.data() + digits.size(), expected);
+        if (result.ec == std::errc()) fuzz::Require(expected == parsed);
+    }
+    ToDouble(name);
+    ParseDate(name);
+    return 0;
+}
