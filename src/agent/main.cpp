@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 
 #include "agent/agent_control.h"
 #include "agent/command_line.h"
@@ -68,17 +69,14 @@ int Detach() {
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv, char** envp) {
-    // A line at a time, also into a pipe: a reader sees each line when it is complete.
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+// Everything up to the accept loop, which does not return; an exit code when it is not reached.
+int Run(int argc, char** argv, char** envp) {
     PrintBanner();
     std::printf("Command line checking .. ");
     zot::AgentSettings commandLine;
     zot::ParseCommandLine(argc, argv, commandLine);
 
-    // These live in main's frame, which exit() does not unwind: sessions use them to the end.
+    // These live in a frame that exit() does not unwind: sessions use them to the end.
     zot::SettingsStore store;
     zot::Log log(store);
     zot::AgentControl control;
@@ -117,4 +115,17 @@ int main(int argc, char** argv, char** envp) {
     }
     log.WriteLogText(zot::LogKind::kStatus, 0, "Listening...\n");
     zot::Listener(services, std::move(socket), pidFile, {argv, envp}, descriptorLimit).Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv, char** envp) {
+    // A line at a time, also into a pipe: a reader sees each line when it is complete.
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    try {
+        return Run(argc, argv, envp);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "Cannot start: %s\n", error.what());
+        return kExitConfig;
+    }
 }
