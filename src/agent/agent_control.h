@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <utility>
 
 #include "agent/clock.h"
 #include "agent/upgrade.h"
@@ -24,10 +25,11 @@ class AgentControl {
     Waker waker;  // poked when a flag was raised
     UpgradeGate upgradeGate;
 
-    // The script to execute for an upgrade request; stored before the flag is raised.
-    void RequestUpgrade(const VyString& scriptPath) {
+    // The script to execute for an upgrade request; stored before the flag is raised. Needs no
+    // memory, since a session calls it at its very end.
+    void RequestUpgrade(VyString scriptPath) noexcept {
         std::lock_guard<std::mutex> lock(connectionMutex_);
-        upgradeScriptPath_ = scriptPath;
+        upgradeScriptPath_ = std::move(scriptPath);
         upgradeRequest.store(true);
     }
     VyString UpgradeScriptPath() {

@@ -82,7 +82,7 @@ Session::~Session() {
     bool upgradeAsked = !upgrade_.ScriptPath().Empty();
     if (terminateAsked_) control.terminateRequest.store(true);
     if (reloadAsked_) control.reloadRequest.store(true);
-    if (upgradeAsked) control.RequestUpgrade(upgrade_.ScriptPath());
+    if (upgradeAsked) control.RequestUpgrade(upgrade_.TakeScriptPath());
     if (terminateAsked_ || reloadAsked_ || upgradeAsked) control.waker.Wake();
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "base/md5.h"
 #include "base/owners.h"
@@ -55,6 +56,7 @@ class UpgradeTransfer {
                  VyString& errorText);
 
     const VyString& ScriptPath() const { return scriptPath_; }
+    VyString TakeScriptPath() noexcept { return std::move(scriptPath_); }
 
   private:
     int OpenFile(const AgentSettings& settings, VyString& errorText);
