@@ -1,39 +1,46 @@
-// Loaded into the agent by the system tests: lets them move its clock and break what is under it.
+// Loaded into the agent by the system tests: lets them move its clocks and break what is under it.
 #include "tests/preload/faults.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
 namespace {
 
+using zot::test::CallFault;
 using zot::test::FaultControl;
+using zot::test::kShort;
 
-FaultControl& Control() {
-    static FaultControl* control = [] {
-        static FaultControl none;
-        const char* path = getenv(zot::test::kFaultControlVariable);
-        int fd = path == nullptr ? -1 : open(path, O_RDWR | O_CLOEXEC);
-        if (fd < 0) return &none;
-        void* memory =
-            mmap(nullptr, sizeof(FaultControl), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-        close(fd);
-        return memory == MAP_FAILED ? &none : static_cast<FaultControl*>(memory);
-    }();
-    return *control;
-}
+// Calls that come before the mapping stands, from the runtime's own start, find no orders here.
+constinit FaultControl none;
+constinit FaultControl* control = &none;
 
-template <typename Function>
-Function* Real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+// The next definition of the function. No guarded static: memory is asked for before those work.
+#define REAL(name)                                                     \
+    static std::atomic<void*> found{nullptr};                          \
+    if (found.load() == nullptr) found.store(dlsym(RTLD_NEXT, #name)); \
+    auto* const real = reinterpret_cast<decltype(&::name)>(found.load());
+
+__attribute__((constructor)) void Attach() {
+    const char* path = getenv(zot::test::kFaultControlVariable);
+    int fd = path == nullptr ? -1 : openat(AT_FDCWD, path, O_RDWR | O_CLOEXEC);
+    if (fd < 0) return;
+    void* memory = mmap(nullptr, sizeof(FaultControl), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (memory != MAP_FAILED) control = static_cast<FaultControl*>(memory);
 }
 
 // A real fault, at once and on this thread. Each order to crash is good for one crash.
@@ -43,42 +50,132 @@ void CrashIf(std::atomic<bool>& ordered) {
     *nowhere = 1;
 }
 
+// Whether this call fails; then errno is set.
+bool Fails(CallFault& fault) {
+    if (!fault.Strikes()) return false;
+    errno = fault.error.load();
+    return true;
+}
+
+// For calls that move bytes: false when the call fails, else `size` is what it may move.
+bool MayMove(CallFault& fault, size_t& size) {
+    if (!Fails(fault)) return true;
+    if (errno != kShort) return false;
+    size -= size / 2;
+    return true;
+}
+
 }  // namespace
 
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
-    static auto* real = Real<int(clockid_t, timespec*)>("clock_gettime");
+    REAL(clock_gettime)
     int result = real(clock, now);
-    if (clock == CLOCK_MONOTONIC) now->tv_sec += Control().clockOffsetSeconds.load();
+    if (clock == CLOCK_MONOTONIC) now->tv_sec += control->clockOffsetSeconds.load();
+    if (clock == CLOCK_REALTIME) now->tv_sec += control->dateOffsetSeconds.load();
     return result;
 }
 
+time_t time(time_t* result) noexcept {
+    REAL(time)
+    time_t now = real(nullptr) + control->dateOffsetSeconds.load();
+    if (result != nullptr) *result = now;
+    return now;
+}
+
 int uname(utsname* name) noexcept {
-    static auto* real = Real<int(utsname*)>("uname");
-    CrashIf(Control().crashInUname);
+    REAL(uname)
+    CrashIf(control->crashInUname);
     return real(name);
 }
 
 tm* localtime_r(const time_t* time, tm* result) noexcept {
-    static auto* real = Real<tm*(const time_t*, tm*)>("localtime_r");
-    CrashIf(Control().crashInLocaltime);
+    REAL(localtime_r)
+    CrashIf(control->crashInLocaltime);
     return real(time, result);
 }
 
-pid_t fork() noexcept {
-    static auto* real = Real<pid_t()>("fork");
-    if (!Control().failFork.load()) return real();
-    errno = EAGAIN;
-    return -1;
+void* malloc(size_t size) noexcept {
+    REAL(malloc)
+    return Fails(control->memory) ? nullptr : real(size);
 }
+
+void* realloc(void* memory, size_t size) noexcept {
+    REAL(realloc)
+    return Fails(control->memory) ? nullptr : real(memory, size);
+}
+
+int open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    auto mode = static_cast<mode_t>((flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0);
+    va_end(arguments);
+    return Fails(control->open) ? -1 : openat(AT_FDCWD, path, flags, mode);
+}
+
+FILE* fopen(const char* path, const char* mode) {
+    REAL(fopen)
+    return Fails(control->open) ? nullptr : real(path, mode);
+}
+
+DIR* opendir(const char* path) {
+    REAL(opendir)
+    return Fails(control->open) ? nullptr : real(path);
+}
+
+ssize_t read(int fd, void* buffer, size_t size) {
+    REAL(read)
+    return MayMove(control->read, size) ? real(fd, buffer, size) : -1;
+}
+
+ssize_t write(int fd, const void* buffer, size_t size) {
+    REAL(write)
+    return MayMove(control->write, size) ? real(fd, buffer, size) : -1;
+}
+
+ssize_t recv(int fd, void* buffer, size_t size, int flags) {
+    REAL(recv)
+    return MayMove(control->receive, size) ? real(fd, buffer, size, flags) : -1;
+}
+
+ssize_t send(int fd, const void* buffer, size_t size, int flags) {
+    REAL(send)
+    return MayMove(control->send, size) ? real(fd, buffer, size, flags) : -1;
+}
+
+int socket(int domain, int type, int protocol) noexcept {
+    REAL(socket)
+    return Fails(control->socket) ? -1 : real(domain, type, protocol);
+}
+
+int accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
+    REAL(accept4)
+    return Fails(control->accept) ? -1 : real(fd, address, size, flags);
+}
+
+int poll(pollfd* descriptors, nfds_t count, int timeout) {
+    REAL(poll)
+    return Fails(control->poll) ? -1 : real(descriptors, count, timeout);
+}
+
+int ppoll(pollfd* descriptors, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+    REAL(ppoll)
+    return Fails(control->poll) ? -1 : real(descriptors, count, timeout, mask);
+}
+
+pid_t fork() noexcept {
+    REAL(fork)
+    return Fails(control->fork) ? -1 : real();
+}
+
+// A child of the real one could not return through this function, so it gets memory of its own.
+pid_t vfork() noexcept { return fork(); }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
                    void* argument) noexcept {
-    static auto* real =
-        Real<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
-    if (Control().failThreads.load()) return EAGAIN;
-    return real(thread, attributes, entry, argument);
+    REAL(pthread_create)
+    return Fails(control->thread) ? errno : real(thread, attributes, entry, argument);
 }
 
 }  // extern "C"

@@ -91,9 +91,9 @@ TEST(Crash, ADaemonDetachesAgain) {
 TEST(Crash, WithoutThreadsTheAgentGoesOn) {
     FaultInjection faults;
     AgentProcess agent(WithFaults(faults, "-i"));
-    faults->failThreads.store(true);
+    faults->thread.Fail(EAGAIN);
     EXPECT_FALSE(Answers(agent));
-    faults->failThreads.store(false);
+    faults->thread.Stop();
     EXPECT_TRUE(Answers(agent));
     EXPECT_EQ(
         Count(agent.Output(), "Cannot start session thread: Resource temporarily unavailable\n"),

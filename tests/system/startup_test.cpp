@@ -133,7 +133,7 @@ TEST(Startup, APortInUseIsReportedBeforeDetaching) {
 
 TEST(Startup, AFailedDetachIsReported) {
     FaultInjection faults;
-    faults->failFork.store(true);
+    faults->fork.Fail(EAGAIN);
     AgentOptions options;
     options.arguments = {"-d"};
     options.environment = faults.Environment();

@@ -1,0 +1,326 @@
+// The real agent while memory, files, processes, sockets and clocks fail under it: the reply or the
+// exit that belongs to the fault, or else an agent that goes on serving. Never a crash, never a
+// descriptor or a temporary file left behind.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "tests/support/agent_process.h"
+#include "tests/support/fault_injection.h"
+
+namespace zot::test {
+namespace {
+
+namespace fs = std::filesystem;
+using client::Deadline;
+using std::chrono::milliseconds;
+using Lines = std::vector<std::string>;
+
+struct Request {
+    const char* command;
+    Lines params;
+};
+
+// Requests that together open, read and write files, start children and threads, and listen to
+// the network.
+const Request kRequests[] = {
+    {"GetInfo", {}},
+    {"GetSettings", {}},
+    {"SetSettings", {"Comment=changed"}},
+    {"TEST-ExternalPrg", {"/bin/echo x", "", "", "2000"}},
+    {"TEST-ShellScript", {"sh %script% ", "echo scriptres:1", "", "5", "3"}},
+    {"TEST-FolderSize", {".", "1"}},
+    {"TEST-FileExists", {"/%newestfolder%", "", "", "", "", "", "1"}},
+    {"TEST-FileCompare", {"0", "/etc/passwd", "/etc/passwd"}},
+    {"TEST-TCP", {"127.0.0.1", "1", "1000", "", "0"}},
+    {"GetFilesList", {"/", "*", "1", "1"}},
+    {"UpgradeCode", {"101"}},
+};
+
+class Faults : public testing::Test {
+  protected:
+    Faults() {
+        options_.arguments = {"-i", "-v"};
+        options_.environment = faults_.Environment();
+        options_.settings =
+            "timeout=1000\ndelayforscripts=0\nlogsuccess=1\noklogfile=ok.txt\nbadlogfile=bad.txt\n";
+    }
+
+    // Counts the agent's descriptors between two requests; systems without /proc show none.
+    size_t Descriptors() const {
+        std::error_code missing;
+        fs::directory_iterator folder("/proc/" + std::to_string(agent_->Pid()) + "/fd", missing);
+        return static_cast<size_t>(std::distance(folder, fs::directory_iterator()));
+    }
+
+    void Start() {
+        agent_.emplace(options_);
+        ASSERT_EQ(agent_->Ask("GetInfo").code, "200");
+        // The session that answered may still be closing its socket.
+        int unchanged = 0;
+        EXPECT_TRUE(WaitUntil([&] {
+            size_t before = std::exchange(descriptors_, Descriptors());
+            unchanged = before == descriptors_ ? unchanged + 1 : 0;
+            return unchanged == 10;
+        }));
+    }
+
+    // Asks although nothing good needs to come of it.
+    bool TryAsk(const Request& request, const char* password = nullptr) const {
+        client::Target target = agent_->Target();
+        if (password != nullptr) target.password = password;
+        client::Answer answer;
+        std::string error;
+        return client::Ask(target, client::ComposeRequest(request.command, request.params), answer,
+                           error) != 0;
+    }
+
+    std::string Value(const std::string& name) const {
+        for (const std::string& line : agent_->Ask("GetInfo").lines) {
+            if (line.starts_with(name + "=")) return line.substr(name.size() + 1);
+        }
+        return "(none)";
+    }
+
+    void ExpectAnswer(const Request& request, const std::string& code, const Lines& lines) const {
+        client::Answer answer = agent_->Ask(request.command, request.params);
+        EXPECT_EQ(answer.code, code) << request.command;
+        EXPECT_EQ(answer.lines, lines) << request.command;
+    }
+
+    // The fault is over: everything must be as it was before.
+    void ExpectUnharmed() {
+        ASSERT_FALSE(agent_->WaitForExit(milliseconds(0)).has_value());
+        EXPECT_EQ(agent_->Ask("ReloadCfg").code, "200");
+        EXPECT_TRUE(WaitUntil([this] { return Value("ActiveConnections") == "1"; }));
+        EXPECT_TRUE(WaitUntil([this] { return Descriptors() == descriptors_; }))
+            << Descriptors() << " instead of " << descriptors_;
+        for (const auto& entry : fs::directory_iterator(agent_->Dir().Path())) {
+            std::string name = entry.path().filename();
+            EXPECT_FALSE(name.starts_with("tmp") || name.starts_with("zot__") ||
+                         name.ends_with(".New"))
+                << name;
+        }
+    }
+
+    FaultInjection faults_;
+    AgentOptions options_;
+    std::optional<AgentProcess> agent_;
+    size_t descriptors_ = 0;
+};
+
+TEST_F(Faults, AnAcceptThatFailsEndsTheAgentOrIsPassedOver) {
+    for (int error : {EINTR, EAGAIN, ECONNABORTED}) {
+        if (!agent_) Start();
+        faults_->accept.Fail(error, 3);
+        EXPECT_TRUE(TryAsk(kRequests[0])) << error;
+    }
+    ExpectUnharmed();
+    for (auto [error, text] : {std::pair(EMFILE, "Too many open files"),
+                               std::pair(ENFILE, "Too many open files in system")}) {
+        Start();
+        faults_->accept.Fail(error, 1);
+        EXPECT_FALSE(TryAsk(kRequests[0]));
+        EXPECT_EQ(agent_->WaitForExit(), 4);
+        std::string log = ReadFile(agent_->Dir() / "bad.txt");
+        EXPECT_TRUE(log.ends_with("\t Accept fatal error: " + std::string(text) + "\n\n")) << log;
+    }
+}
+
+TEST_F(Faults, EveryAllocationMayFail) {
+    Start();
+    for (const Request& request : kRequests) {
+        // One after the other, until the request takes no further one.
+        for (int nth = 0; nth < 300; ++nth) {
+            int64_t before = faults_->memory.hits.load();
+            faults_->memory.Fail(ENOMEM, 1, nth);
+            TryAsk(request);
+            faults_->memory.Stop();
+            if (faults_->memory.hits.load() == before) break;
+        }
+    }
+    faults_->memory.Fail(ENOMEM, 500);
+    for (const Request& request : kRequests) TryAsk(request);
+    faults_->memory.Stop();
+    EXPECT_GT(faults_->memory.hits.load(), 20);
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, EveryCallMayFail) {
+    Start();
+    const struct {
+        CallFault& fault;
+        std::vector<int> errors;
+    } cases[] = {
+        {faults_->open, {EMFILE, EACCES, EINTR, EIO}},
+        {faults_->read, {EIO, EINTR, kShort}},
+        {faults_->write, {ENOSPC, EIO, EINTR, kShort}},
+        {faults_->fork, {EAGAIN, ENOMEM}},
+        {faults_->thread, {EAGAIN}},
+        {faults_->poll, {EINTR, ENOMEM}},
+        {faults_->receive, {EINTR, ECONNRESET, kShort}},
+        {faults_->socket, {EMFILE, ENOBUFS}},
+        {faults_->send, {EPIPE, ECONNRESET, ENOBUFS, kShort}},
+    };
+    for (const auto& [fault, errors] : cases) {
+        for (int error : errors) {
+            for (const Request& request : kRequests) {
+                // Now and then only, and then every time for a while.
+                fault.Fail(error, 1, 1);
+                TryAsk(request);
+                fault.Fail(error, 20);
+                TryAsk(request);
+                fault.Stop();
+            }
+        }
+        EXPECT_GT(fault.hits.load(), 0) << &fault - &faults_->memory;
+    }
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, WhatFailsIsToldToTheServer) {
+    Start();
+    std::string path = agent_->ConfigPath();
+    faults_->fork.Fail(EAGAIN);
+    ExpectAnswer(kRequests[3], "301", {"fork error"});
+    faults_->fork.Stop();
+
+    faults_->open.Fail(EMFILE);
+    ExpectAnswer(kRequests[2], "300", {"Cannot open configuration file '" + path + "'"});
+    ExpectAnswer(kRequests[4], "301", {"Cannot create temp file"});
+    ExpectAnswer(kRequests[10], "300", {"Cannot create temp file"});
+    faults_->open.Stop();
+
+    // A full disk: the old file stays whole, and what was asked stays in memory.
+    std::string before = ReadFile(path);
+    faults_->write.Fail(ENOSPC);
+    ExpectAnswer({"SetSettings", {"Comment=lost"}}, "300",
+                 {"Cannot create new configuration file '" + path + ".New'"});
+    ExpectAnswer(kRequests[4], "301", {"cannot create temp file"});
+    EXPECT_EQ(ReadFile(path), before);
+    EXPECT_EQ(Value("Comment"), "lost");
+    faults_->write.Stop();
+
+    // Short writes are none of the server's business.
+    faults_->write.Fail(kShort);
+    ExpectAnswer({"SetSettings", {"Comment=kept"}}, "200", {});
+    faults_->write.Stop();
+    EXPECT_NE(ReadFile(path).find("comment=kept\r\n"), std::string::npos);
+
+    faults_->socket.Fail(EMFILE);
+    ExpectAnswer(kRequests[8], "301", {"Too many open files", "-3"});
+    faults_->socket.Stop();
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, AFullDiskEndsATransfer) {
+    Start();
+    client::AgentConnection connection = agent_->Connect();
+    std::string error;
+    std::string text;
+    auto exchange = [&](const std::string& bytes) {
+        EXPECT_TRUE(connection.Send(bytes, Deadline(kPatience), error)) << error;
+        EXPECT_TRUE(connection.ReceiveReply("key", Deadline(kPatience), text, error)) << error;
+        return text;
+    };
+    EXPECT_EQ(
+        exchange(client::BuildRequest(agent_->Target().password, "key", "UpgradeCode\n101\n\r")),
+        "200\n\r");
+    faults_->write.Fail(ENOSPC);
+    EXPECT_EQ(exchange("x"), "300\nWrite error\n\r");
+    faults_->write.Stop();
+    connection.Close();
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, ASendThatIsBrokenOffIsNotTakenUpAgain) {
+    Start();
+    faults_->send.Fail(kShort, 1);
+    client::AgentConnection connection = agent_->Connect();
+    std::string packet = client::BuildRequest(agent_->Target().password, "key", "GetInfo\n\r");
+    std::string error;
+    std::string bytes;
+    ASSERT_TRUE(connection.Send(packet, Deadline(kPatience), error)) << error;
+    ASSERT_TRUE(connection.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+    size_t announced = static_cast<unsigned char>(bytes[0]) +
+                       size_t{static_cast<unsigned char>(bytes[1])} * 256 + 4;
+    EXPECT_EQ(bytes.size(), announced - announced / 2);
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, ADateThatJumpsNeitherDropsNorKeepsAnybody) {
+    Start();
+    for (int64_t jump : {-86400, 86400}) {
+        auto start = std::chrono::steady_clock::now();
+        client::AgentConnection connection = agent_->Connect();
+        std::string error;
+        std::string bytes;
+        ASSERT_TRUE(connection.Send("a", Deadline(kPatience), error)) << error;
+        faults_->dateOffsetSeconds.store(jump);
+        ASSERT_TRUE(connection.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+        auto waited = std::chrono::steady_clock::now() - start;
+        EXPECT_GT(waited, milliseconds(990));
+        EXPECT_LT(waited, milliseconds(4000));
+    }
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, FoldersThatDisappear) {
+    TempDir lent;
+    std::string work = lent / "work";
+    std::string logs = lent / "logs";
+    fs::create_directories(work);
+    fs::create_directories(logs);
+    options_.prefix = {"/bin/sh", "-c", "cd " + work + " && exec \"$@\"", "sh"};
+    options_.settings += "oklogfile=" + logs + "/ok.txt\n";
+    Start();
+    EXPECT_NE(ReadFile(logs + "/ok.txt"), "");
+    fs::remove_all(work);
+    fs::remove_all(logs);
+    for (const Request& request : kRequests) EXPECT_TRUE(TryAsk(request)) << request.command;
+    ExpectUnharmed();
+    fs::create_directories(logs);
+    EXPECT_EQ(agent_->Ask("GetInfo").code, "200");
+    EXPECT_NE(ReadFile(logs + "/ok.txt"), "");
+    // A restart from a folder that is gone.
+    EXPECT_EQ(agent_->Ask("ReloadApp").code, "200");
+    EXPECT_TRUE(WaitUntil([this] { return TryAsk(kRequests[0]); }));
+}
+
+TEST_F(Faults, AConfigurationThatIsAFolderForAWhile) {
+    options_.arguments = {"-d"};
+    Start();
+    std::string path = agent_->ConfigPath();
+    fs::rename(path, path + ".away");
+    fs::create_directory(path);
+    ExpectAnswer({"ReloadCfg", {}}, "300", {"Cannot open configuration file '" + path + "'"});
+    // A load starts from the defaults and takes nothing back: there is no password now.
+    EXPECT_FALSE(TryAsk(kRequests[0]));
+    EXPECT_TRUE(TryAsk(kRequests[0], ""));
+    agent_->Signal(SIGHUP);
+    EXPECT_TRUE(TryAsk(kRequests[0], ""));
+    fs::remove(path);
+    fs::rename(path + ".away", path);
+    agent_->Signal(SIGHUP);
+    EXPECT_TRUE(WaitUntil([this] { return TryAsk(kRequests[0]); }));
+    EXPECT_TRUE(WaitUntil([this] { return Descriptors() == descriptors_; }));
+}
+
+TEST_F(Faults, AStartWithoutMemoryOrThreadsEndsWithAWord) {
+    faults_->memory.Fail(ENOMEM, INT64_MAX, 40);
+    options_.awaitReady = false;
+    AgentProcess agent(options_);
+    std::optional<int> exit = agent.WaitForExit();
+    ASSERT_TRUE(exit.has_value());
+    EXPECT_GT(*exit, 0) << "minus a signal";
+    EXPECT_NE(agent.ErrorOutput(), "");
+}
+
+}  // namespace
+}  // namespace zot::test
