@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "checks/files/count_files.h"
@@ -13,13 +14,16 @@ namespace {
 // More entries than one thread walks alone, in branches of unlike depth.
 TEST(TreeWalk, LargeTreeIsCountedOnce) {
     test::TempDir dir;
+    test::TempDir sources;
+    test::MakeFile(sources / "file", 1);
     int files = 0;
     for (int branch = 0; branch < 30; ++branch) {
         std::string folder = dir / std::to_string(branch);
         test::MakeFolder(folder);
         for (int level = 0; level < branch % 7; ++level) test::MakeFolder(folder += "/below");
         for (int file = 0; file < 200; ++file, ++files) {
-            test::MakeFile(folder + "/" + std::to_string(file), 1);
+            std::filesystem::create_hard_link(sources / "file",
+                                              folder + "/" + std::to_string(file));
         }
     }
     for (int run = 0; run < 20; ++run) {
