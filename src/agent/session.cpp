@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <climits>
@@ -25,7 +26,13 @@ constexpr size_t kReceiveSize = 1024;
 // Enough for the deepest handler and the system's name resolution; thousands may exist at once.
 constexpr size_t kStackSize = size_t{256} * 1024;
 
-constexpr int64_t kMsPerSecond = 1000;
+constexpr int32_t kMsPerSecond = 1000;
+constexpr int32_t kUsPerMs = 1000;
+constexpr int32_t kClockTick = 20;  // milliseconds by which the system's waits may be short
+
+// How long a peer may take nothing of its reply, in milliseconds, where silence is allowed for
+// ever.
+constexpr int32_t kSendTimeout = 60000;
 
 struct SessionStart {
     AgentServices& services;
@@ -172,12 +179,22 @@ bool Session::TakeUpgradeBytes(std::string_view bytes) {
     return false;
 }
 
-// One call: a peer that goes away while it is answered gets nothing more.
+// Blocks while the peer reads, however slowly, as one blocking call would; but a peer that takes
+// nothing for the length of the time-out is not waited for. What ends a call before that, such as
+// a peer that goes away, ends the sending: a short send is not taken up again.
 void Session::Send(Reply& reply) {
     SealReply(reply, *request_.cipher);
-    [[maybe_unused]] ssize_t ignored =
-        send(socket_.Get(), reply.Text().Data(), static_cast<size_t>(reply.Text().Length()),
-             MSG_NOSIGNAL);
+    int32_t timeout = services_.settings.Snapshot()->timeout;
+    if (timeout < 1) timeout = kSendTimeout;
+    timeval limit = {timeout / kMsPerSecond, timeout % kMsPerSecond * kUsPerMs};
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    for (std::string_view rest = reply.Text(); !rest.empty();) {
+        int64_t start = MonotonicMs();
+        ssize_t sent = send(socket_.Get(), rest.data(), rest.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return;
+        rest.remove_prefix(static_cast<size_t>(sent));
+        if (MonotonicMs() - start < timeout - kClockTick) return;
+    }
 }
 
 void StartSession(AgentServices& services, UniqueFd socket, uint32_t peerAddress) {
