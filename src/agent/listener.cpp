@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "agent/session.h"
+#include "base/descriptor_reserve.h"
 #include "base/platform.h"
 #include "checks/net/sockets.h"
 #include "checks/scripts/run_process.h"
@@ -27,8 +28,6 @@ constexpr int kOpenAttempts = 3;
 constexpr int32_t kMaxPort = 65535;
 constexpr int kAddressTextSize = 24;
 
-// So many descriptors stay for the files, pipes and sockets of running requests.
-constexpr int kDescriptorReserve = 64;
 constexpr timespec kTick = {1, 0};
 constexpr timespec kShortPause = {0, 10 * 1000 * 1000};
 
@@ -139,17 +138,19 @@ void Listener::SwitchPort() {
 
 // Waits for a connection, a wake-up, a hang-up or the next second, and accepts what has come.
 void Listener::WaitForConnection() {
-    if (DescriptorsRunShort()) {
-        nanosleep(&kShortPause, nullptr);
-        return;
-    }
     pollfd descriptors[] = {{socket_.Get(), POLLIN, 0},
                             {services_.control.waker.Descriptor(), POLLIN, 0}};
     sigset_t none;
     sigemptyset(&none);
-    if (ppoll(descriptors, 2, &kTick, &none) <= 0) return;
-    if (descriptors[1].revents != 0) services_.control.waker.Drain();
-    if (descriptors[0].revents != 0) Accept();
+    int ready = ppoll(descriptors, 2, &kTick, &none);
+    if (ready > 0 && descriptors[1].revents != 0) services_.control.waker.Drain();
+    bool mustWait = ready < 0 && errno != EINTR;
+    if (ready > 0 && descriptors[0].revents != 0) {
+        mustWait = DescriptorsRunShort();
+        if (!mustWait) Accept();
+    }
+    // What cannot be had now is asked for again a little later, not at once and for ever.
+    if (mustWait) nanosleep(&kShortPause, nullptr);
 }
 
 void Listener::Accept() {
@@ -165,7 +166,6 @@ void Listener::Accept() {
         services_.log.WriteLog(LogKind::kFailure, 0, "Accept fatal error: %s\n\n", text);
         std::exit(kExitListen);
     }
-    newestDescriptor_ = socket.Get();
     uint32_t peerAddress = peer.sin_addr.s_addr;
     SettingsSnapshot settings = services_.settings.Snapshot();
     if (settings->filterActive != 0) {
@@ -188,10 +188,9 @@ void Listener::Refuse(UniqueFd socket, uint32_t peerAddress) {
     oldestRefused_ = (oldestRefused_ + 1) % refused_.size();
 }
 
-// The system hands out the lowest free descriptor, so one near the limit means that nearly all are
-// taken. Asked only when the newest connection's number is already high.
-bool Listener::DescriptorsRunShort() {
-    if (newestDescriptor_ < descriptorLimit_ / 2) return false;
+// Asked before every accept, since one that finds no descriptor ends the agent, and sessions take
+// and give back theirs at any time.
+bool Listener::DescriptorsRunShort() const {
     UniqueFd lowestFree(fcntl(socket_.Get(), F_DUPFD_CLOEXEC, 0));
     if (!lowestFree) return errno == EMFILE;
     return lowestFree.Get() >= descriptorLimit_ - kDescriptorReserve;

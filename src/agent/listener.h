@@ -38,7 +38,7 @@ class Listener {
     void WaitForConnection();
     void Accept();
     void Refuse(UniqueFd socket, uint32_t peerAddress);
-    bool DescriptorsRunShort();
+    bool DescriptorsRunShort() const;
 
     AgentServices& services_;
     UniqueFd socket_;
@@ -46,7 +46,6 @@ class Listener {
     PidFile& pidFile_;
     StartArguments arguments_;
     int descriptorLimit_;
-    int newestDescriptor_ = 0;
 
     // Refused connections are shut down but stay open for a while; the oldest is closed when its
     // place is needed, so that refused peers cannot use up the descriptors.

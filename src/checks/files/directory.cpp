@@ -8,6 +8,7 @@
 
 #include <cstring>
 
+#include "base/descriptor_reserve.h"
 #include "base/vystring.h"
 
 namespace zot {
@@ -60,7 +61,7 @@ bool Directory::OpenBelow(const Directory& parent, const char* name) {
     if (!parent.NamesPath(length)) return false;
     constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     UniqueFd fd(openat(dirfd(parent.stream_.get()), name, kFlags));
-    if (!fd) return false;
+    if (!fd || EatsIntoReserve(fd.Get())) return false;
     stream_.reset(fdopendir(fd.Get()));
     if (!stream_) return false;
     fd.Release();
