@@ -120,10 +120,11 @@ TEST(FolderSize, DepthCostsNoStackAndStopsAtTheLastDescriptor) {
             return std::to_string(work.second);
         }));
     };
-    EXPECT_EQ(sizeWith(kLevels + 50), kLevels);
-    int64_t few = sizeWith(100);
+    // A walk leaves a reserve of descriptors to others.
+    EXPECT_EQ(sizeWith(kLevels + 200), kLevels);
+    int64_t few = sizeWith(200);
     EXPECT_GT(few, 50);
-    EXPECT_LT(few, 100);
+    EXPECT_LT(few, 200);
 }
 
 }  // namespace
