@@ -56,7 +56,8 @@ TEST(Program, TakesThePasswordFromTheFirstLineOfAFile) {
 TEST(Program, ReceivesLongReplies) {
     std::string value(3000000, 'v');
     FakeAgent agent({"200\n" + value + "\n\r"});
-    EXPECT_EQ(ProgramRun({agent.PortOption(), "GetFilesList"}).out, "200\n" + value + "\n");
+    EXPECT_EQ(ProgramRun({agent.PortOption(), "-t100", "GetFilesList"}).out,
+              "200\n" + value + "\n");
 }
 
 TEST(Program, NoValidReply) {

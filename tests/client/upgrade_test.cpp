@@ -70,9 +70,10 @@ class UpgradeAgent {
 
 class Upgrade : public testing::Test {
   protected:
-    ProgramRun Run(const UpgradeAgent& agent, const std::string& module, bool progress = false) {
+    ProgramRun Run(const UpgradeAgent& agent, const std::string& module, bool progress = false,
+                   const char* limit = "-t60") {
         return ProgramRun(
-            {agent.Agent().PortOption(), "-t1", "upgrade", dir_.Write("module", module)},
+            {agent.Agent().PortOption(), limit, "upgrade", dir_.Write("module", module)},
             {kTestPassword}, "", progress);
     }
     test::TempDir dir_;
@@ -109,6 +110,7 @@ TEST_F(Upgrade, TellsWhatWentWrong) {
         int status;
         const char* out;
         const char* err;
+        const char* limit = "-t60";
     } cases[] = {
         {{.begin = "302"}, kReplyOther, "302\n", "ReloadApp"},
         {{.begin = "600\nOperation is not allowed"},
@@ -116,11 +118,11 @@ TEST_F(Upgrade, TellsWhatWentWrong) {
          "600\nOperation is not allowed\n",
          ""},
         {{.hangUpAfter = 2000}, kNoReply, "", "the transfer was broken off"},
-        {{.restarts = false}, kNoReply, "", "no new agent answers"},
+        {{.restarts = false}, kNoReply, "", "no new agent answers", "-t2"},
     };
     for (const Case& c : cases) {
         UpgradeAgent agent(c.plan);
-        ProgramRun run = Run(agent, std::string(5000, 'm'));
+        ProgramRun run = Run(agent, std::string(5000, 'm'), false, c.limit);
         EXPECT_EQ(run.status, c.status);
         EXPECT_EQ(run.out, c.out);
         EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
