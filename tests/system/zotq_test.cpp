@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <string>
 
@@ -100,6 +101,48 @@ TEST(ZotqPlugin, ChecksFilesAndTheSystem) {
     };
     for (const Case& c : cases)
         ExpectRun(Zotq(agent, "--plugin " + c.arguments), c.status, c.pattern);
+}
+
+TEST(ZotqPlugin, TellsChangedFilesByTheirDigest) {
+    AgentProcess agent;
+    std::string file = agent.Dir().Write("data", "123456789");
+    std::string hash = "--plugin hash " + file + " ";
+    ExpectRun(Zotq(agent, hash + "873187033"), 0, "HASH OK - .* is unchanged\n");
+    ExpectRun(Zotq(agent, hash + "25F9E794323B453885F5181F1B624D0B"), 0, "HASH OK - .*\n");
+    ExpectRun(Zotq(agent, hash + std::string(64, '0')), 2,
+              "HASH CRITICAL - .* has changed: 15e2b0d3c33891eb.*\n");
+    ExpectRun(Zotq(agent, "--plugin hash " + file + ".gone 1"), 2,
+              "HASH CRITICAL - the agent answered 301: File doesn`t exist\n");
+}
+
+TEST(ZotqPlugin, WatchesALogFromRunToRun) {
+    AgentProcess agent;
+    std::string log = agent.Dir() / "app.log";
+    std::string check = "--plugin log " + log + " error";
+    auto append = [&](const std::string& text) { std::ofstream(log, std::ios::app) << text; };
+    auto expectNew = [&](int count) {
+        std::string number = std::to_string(count);
+        ExpectRun(Zotq(agent, check), count > 0 ? 2 : 0,
+                  "LOG [A-Z]+ - " + number + " new lines with 'error' in .* matches=" + number +
+                      ";;0;0\n");
+    };
+    ExpectRun(Zotq(agent, check), 2, "LOG CRITICAL - the agent answered 301: File .*\n");
+    append("");
+    ExpectRun(Zotq(agent, check), 0, "LOG OK - watching .* from now on \\| matches=0;;0;0\n");
+    append("error: the first line of an empty log\nfine\n");
+    expectNew(1);
+    expectNew(0);
+    append("ERROR\nfine\nan error | here\nerror in a line without an en");
+    ExpectRun(Zotq(agent, check), 2, "LOG CRITICAL - 2 .*, the last: an error / here \\| .*\n");
+    append("d\n");
+    expectNew(1);
+    std::filesystem::resize_file(log, 0);  // rotated by copying
+    append("error\nerror\nerror\n");
+    expectNew(3);
+    std::filesystem::resize_file(log, 0);
+    expectNew(0);
+    append("error after a look at the empty log\n");
+    expectNew(1);
 }
 
 TEST(ZotqPlugin, RunsALocalScriptOverThere) {
