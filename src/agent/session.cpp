@@ -84,6 +84,7 @@ Session::~Session() {
     shutdown(socket_.Get(), SHUT_RDWR);
     socket_.Reset();
     packet_.Wipe();  // requests carry passwords and scripts
+    request_.sessionKey.Wipe();
     --services_.counters.activeConnections;
     AgentControl& control = services_.control;
     bool upgradeAsked = !upgrade_.ScriptPath().Empty();

@@ -112,7 +112,10 @@ void VyString::Cut(int32_t n) noexcept { length_ = std::clamp(n, 0, length_); }
 void VyString::Assign(std::string_view text) {
     if (fixed_) text = text.substr(0, capacity_);
     // A view of this very string stays where it is in the buffer; a longer text is never a view.
-    if (text.size() > capacity_) SetCapacity(text.size());
+    if (text.size() > capacity_) {
+        Wipe();  // what is replaced may be a secret, and the buffer may be freed
+        SetCapacity(text.size());
+    }
     if (!text.empty()) std::memmove(data_, text.data(), text.size());
     length_ = static_cast<int32_t>(text.size());
 }

@@ -93,11 +93,22 @@ void GetInfo(const AgentSettings& settings, const ConnectionCounters& counters, 
 
 void GetSettings(const AgentSettings& settings, const ConnectionCounters& counters, Reply& reply) {
     GetInfo(settings, counters, reply);
+    // From here on the reply must not move: that would leave the password in freed memory.
+    size_t room = 512;
+    for (const VyString* text :
+         {&settings.okLogFile, &settings.badLogFile, &settings.password, &settings.filterMarks,
+          &settings.updateAddr, &settings.manageAddr}) {
+        room += text->View().size();
+    }
+    constexpr size_t kEscapedSize = 3;
+    reply.MakeRoom(room + kEscapedSize * settings.filterList.View().size());
     AppendPair(reply, "LogOkConn=", FlagText(settings.logSuccess));
     AppendPair(reply, "LogBadConn=", FlagText(settings.logFails));
     AppendPair(reply, "OkLogFile=", settings.okLogFile);
     AppendPair(reply, "BadLogFile=", settings.badLogFile);
-    AppendPair(reply, "Password=", settings.password);
+    VyString password = VyString::Concat("Password=", settings.password);
+    reply.AppendLine(password);
+    password.Wipe();
     AppendPair(reply, "IPFiltering=", FlagText(settings.filterActive));
     AppendPair(reply, "IPFilterAddr=", settings.filterList, Escaping::kLineBreaks);
     AppendPair(reply, "IPFilterMarks=", settings.filterMarks);

@@ -16,6 +16,11 @@
 namespace zot {
 
 struct AgentSettings {
+    AgentSettings() = default;
+    AgentSettings(const AgentSettings&) = default;
+    AgentSettings& operator=(const AgentSettings&) = default;
+    ~AgentSettings() { password.Wipe(); }
+
     // Set by the command line before the file is read; no load touches them.
     int32_t interactive = 0;  // stays in the terminal
     int32_t verbose = 0;      // writes the verbose log

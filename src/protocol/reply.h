@@ -43,9 +43,11 @@ class Reply {
     VyString& Text() { return text_; }
     const VyString& Text() const { return text_; }
 
+    // Sets memory aside, so that so many bytes can be appended without moving the text.
+    void MakeRoom(size_t extra);
+
   private:
     void EndLine();
-    void MakeRoom(size_t extra);
 
     VyString text_;
 };
