@@ -4,18 +4,16 @@
 
 #include <unistd.h>
 
-#include <climits>
-
 namespace zot {
 
 // So many stay for the files, pipes and sockets of running requests when connections crowd in.
 inline constexpr int kDescriptorReserve = 64;
 
 // Whether what takes one descriptor after the other, a walk down a tree, must stop at this one:
-// early enough that the listener still finds its reserve. The limit is read once, so the first call
-// must come after it was raised.
+// early enough that the listener still finds its reserve. Low numbers are not worth a question.
 inline bool EatsIntoReserve(int descriptor) {
-    static const long limit = sysconf(_SC_OPEN_MAX);
+    if (descriptor < kDescriptorReserve) return false;
+    long limit = sysconf(_SC_OPEN_MAX);
     return limit > 0 && descriptor >= limit - 2 * kDescriptorReserve;
 }
 

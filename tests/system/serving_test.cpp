@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tests/support/agent_process.h"
+#include "tests/support/checkers.h"
 
 namespace zot::test {
 namespace {
@@ -193,7 +194,8 @@ TEST(Serving, IdleConnectionsCostNoTimeAndStopNobody) {
     };
     double before = cpuTime();
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    EXPECT_LT(cpuTime() - before, 20.0) << "milliseconds of processor time in two seconds";
+    double used = cpuTime() - before;
+    if (kMeasurable) EXPECT_LT(used, 20.0) << "milliseconds of processor time in two seconds";
     EXPECT_TRUE(std::all_of(idle.begin(), idle.end(), IsStillOpen));
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
 }
