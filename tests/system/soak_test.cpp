@@ -145,7 +145,9 @@ TEST(Soak, AfterwardsTheAgentHoldsWhatItHeld) {
     Holdings after = Look(agent);
     EXPECT_EQ(after.descriptors, before.descriptors);
     EXPECT_EQ(after.files, before.files);
-    if (kMeasurable) EXPECT_LE(after.memoryKib, before.memoryKib + kMemorySlackKib);
+    if (kMeasurable) {
+        EXPECT_LE(after.memoryKib, before.memoryKib + kMemorySlackKib);
+    }
     std::printf("%ld requests; memory %ld KiB before, %ld KiB after\n", answered.load(),
                 before.memoryKib, after.memoryKib);
 }
