@@ -195,7 +195,9 @@ TEST(Serving, IdleConnectionsCostNoTimeAndStopNobody) {
     double before = cpuTime();
     std::this_thread::sleep_for(std::chrono::seconds(2));
     double used = cpuTime() - before;
-    if (kMeasurable) EXPECT_LT(used, 20.0) << "milliseconds of processor time in two seconds";
+    if (kMeasurable) {
+        EXPECT_LT(used, 20.0) << "milliseconds of processor time in two seconds";
+    }
     EXPECT_TRUE(std::all_of(idle.begin(), idle.end(), IsStillOpen));
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
 }
