@@ -16,7 +16,7 @@ if [ $# -eq 0 ]; then
     done
 fi
 for target in "$@"; do
-    work=build-fuzz/work/$target
+    work=build-fuzz/found/$target
     mkdir -p "$work"
     log=$work.log
     # A target changes its working directory, so every path is a whole one.
