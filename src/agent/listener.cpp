@@ -29,7 +29,7 @@ constexpr int32_t kMaxPort = 65535;
 constexpr int kAddressTextSize = 24;
 
 constexpr timespec kTick = {1, 0};
-constexpr timespec kShortPause = {0, 10 * 1000 * 1000};
+constexpr timespec kShortPause = {0, 10L * 1000 * 1000};
 
 }  // namespace
 

@@ -27,7 +27,7 @@ constexpr size_t kReceiveSize = 1024;
 constexpr size_t kStackSize = size_t{256} * 1024;
 
 constexpr int32_t kMsPerSecond = 1000;
-constexpr int32_t kUsPerMs = 1000;
+constexpr long kUsPerMs = 1000;
 constexpr int32_t kClockTick = 20;  // milliseconds by which the system's waits may be short
 
 // How long a peer may take nothing of its reply, in milliseconds, where silence is allowed for

@@ -14,7 +14,7 @@ inline constexpr int kDescriptorReserve = 64;
 inline bool EatsIntoReserve(int descriptor) {
     if (descriptor < kDescriptorReserve) return false;
     long limit = sysconf(_SC_OPEN_MAX);
-    return limit > 0 && descriptor >= limit - 2 * kDescriptorReserve;
+    return limit > 0 && descriptor >= limit - 2L * kDescriptorReserve;
 }
 
 }  // namespace zot

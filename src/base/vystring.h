@@ -24,7 +24,7 @@ class VyString {
     VyString(VyString&& other) noexcept;
     // Assigning to a string of fixed capacity cuts the text to that capacity and keeps it fixed.
     VyString& operator=(const VyString& other);
-    VyString& operator=(VyString&& other) noexcept;
+    VyString& operator=(VyString&& other) noexcept;  // NOLINT(bugprone-exception-escape)
     VyString& operator=(std::string_view text);
     VyString& operator=(const char* text) { return *this = std::string_view(text); }
     ~VyString();

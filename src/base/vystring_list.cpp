@@ -15,7 +15,11 @@ void CheckIndex(int32_t index, int32_t count, const char* operation, int line) {
     if (index < 0 || index >= count) AssertionFailure(operation, "vystring", line, "0");
 }
 
-char* HeapText(uint64_t slot) { return reinterpret_cast<char*>(static_cast<uintptr_t>(slot)); }
+// A slot holds either a text of one character or the address of a longer one.
+char* HeapText(uint64_t slot) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    return reinterpret_cast<char*>(static_cast<uintptr_t>(slot));
+}
 
 }  // namespace
 

@@ -49,7 +49,8 @@ std::string SearchPath() {
     }
     std::string standard(confstr(_CS_PATH, nullptr, 0), '\0');
     confstr(_CS_PATH, standard.data(), standard.size());
-    return standard.c_str();
+    if (!standard.empty()) standard.pop_back();  // the terminating NUL
+    return standard;
 }
 
 // The system's error texts, made before the fork: the routines that make them may take locks.
