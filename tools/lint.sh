@@ -1,0 +1,27 @@
+#!/bin/sh
+# clang-tidy and cppcheck over the agent and the client; clean means no output but the last line.
+#   sh tools/lint.sh [FILE...]     BUILD_DIR names a configured build directory
+# Neither tool runs code, so this finds what the tests do not reach.
+set -eu
+cd "$(dirname "$0")/.."
+. tools/setup.sh
+build=${BUILD_DIR:-build}
+
+missing=
+want clang-tidy command -v clang-tidy
+want cppcheck command -v cppcheck
+install_missing
+[ -f "$build/compile_commands.json" ] || cmake -B "$build" >/dev/null
+
+if [ $# -eq 0 ]; then
+    # What the other system's files include is not here.
+    other=freebsd
+    [ "$(uname -s)" = Linux ] || other=linux
+    # shellcheck disable=SC2046
+    set -- $(find src client -name '*.cpp' ! -name "*_$other.cpp")
+fi
+
+cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
+    --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
+printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" 2>/dev/null
+echo "clang-tidy and cppcheck: clean"
