@@ -35,8 +35,8 @@ const std::string kUsage =
 const std::string kBadParameter = "Error\nInvalid or missed command line parameter";
 const std::string kBadPort = "Error\nInvalid port number";
 const std::string kChecks =
-    "Basic encryption checking .. Ok\n"
-    "ZOT encryption checking .. Ok\n"
+    "Basic encyption checking .. Ok\n"
+    "ZOT encyption checking .. Ok\n"
     "Sock testing .. Ok\n";
 
 // Runs the agent with these arguments alone.
