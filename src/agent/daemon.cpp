@@ -11,6 +11,13 @@
 
 namespace zot {
 
+void OpenStandardDescriptors() {
+    // Not close-on-exec: a restarted agent is to find them as this one does.
+    int descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDWR);
+    if (descriptor >= 0) close(descriptor);
+}
+
 int Daemonize() {
     // What is still buffered would otherwise be written by parent and child.
     std::fflush(nullptr);

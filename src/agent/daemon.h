@@ -7,11 +7,17 @@
 
 namespace zot {
 
+// Opens those of standard input, output and error that the agent was started without on
+// "/dev/null". Else the next files and sockets would get their numbers, and what is printed would
+// go there.
+void OpenStandardDescriptors();
+
 // Detaches from the terminal: returns 0 in the detached child and -1 when fork fails; the parent
 // prints its line and ends with exit code 0.
 int Daemonize();
 
-// Raises the limit of open descriptors to what the system allows. Returns the limit in force.
+// Raises the limit of open descriptors to what the system allows. Returns the limit in force, 0 if
+// it cannot be told.
 int RaiseDescriptorLimit();
 
 // The locked pid file, kept open for the life of the process because the lock lives with it.

@@ -120,6 +120,7 @@ int Run(int argc, char** argv, char** envp) {
 }  // namespace
 
 int main(int argc, char** argv, char** envp) {
+    zot::OpenStandardDescriptors();
     // A line at a time, also into a pipe: a reader sees each line when it is complete.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     try {

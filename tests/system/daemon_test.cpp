@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "tests/support/agent_process.h"
@@ -55,6 +56,20 @@ TEST(Daemon, DetachesAndHoldsItsPidFile) {
     }));
     EXPECT_EQ(ReadFile(agent.PidFilePath()), std::to_string(pid) + "\n");
     EndUnwatched(second);
+}
+
+TEST(Daemon, StartsWithoutAnyStandardDescriptor) {
+    AgentOptions options = Daemon();
+    options.prefix = {"/bin/sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"};
+    AgentProcess agent(options);
+    EXPECT_EQ(agent.Ask("GetInfo").code, "200");
+    std::string descriptors = "/proc/" + std::to_string(agent.Pid()) + "/fd/";
+    if (!std::filesystem::exists(descriptors)) GTEST_SKIP() << "no /proc/PID/fd";
+    for (const char* number : {"0", "1", "2"}) {
+        EXPECT_EQ(std::filesystem::read_symlink(descriptors + number), "/dev/null") << number;
+    }
+    EXPECT_EQ(agent.Ask("QUIT").code, "200");
+    EXPECT_TRUE(agent.WaitForDaemonEnd());
 }
 
 TEST(Daemon, QuitAnswersThenEndsAndRemovesThePidFile) {
