@@ -146,6 +146,8 @@ void Listener::WaitForConnection() {
     if (ready > 0 && descriptors[1].revents != 0) services_.control.waker.Drain();
     bool mustWait = ready < 0 && errno != EINTR;
     if (ready > 0 && descriptors[0].revents != 0) {
+        // The refused ones that are still open are the first to go.
+        if (DescriptorsRunShort()) refused_ = {};
         mustWait = DescriptorsRunShort();
         if (!mustWait) Accept();
     }
@@ -191,9 +193,10 @@ void Listener::Refuse(UniqueFd socket, uint32_t peerAddress) {
 // Asked before every accept, since one that finds no descriptor ends the agent, and sessions take
 // and give back theirs at any time.
 bool Listener::DescriptorsRunShort() const {
+    if (descriptorLimit_ == 0) return false;
     UniqueFd lowestFree(fcntl(socket_.Get(), F_DUPFD_CLOEXEC, 0));
     if (!lowestFree) return errno == EMFILE;
-    return lowestFree.Get() >= descriptorLimit_ - kDescriptorReserve;
+    return lowestFree.Get() >= descriptorLimit_ - DescriptorReserve(descriptorLimit_);
 }
 
 }  // namespace zot

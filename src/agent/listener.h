@@ -24,7 +24,7 @@ UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText)
 class Listener {
   public:
     // `socket` listens on the port of the current settings. `descriptorLimit` is the number of
-    // descriptors that the process may have.
+    // descriptors that the process may have, 0 if unknown.
     Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile, StartArguments arguments,
              int descriptorLimit);
 

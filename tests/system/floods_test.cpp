@@ -207,7 +207,7 @@ TEST(Floods, HalfClosedAndReset) {
 }
 
 TEST(Floods, ARefusedPeerThatComesBack) {
-    AgentProcess agent(With("filteractive=1\nfilterlist=10.0.0.1\nfiltermarks=1\n", "-n 160"));
+    AgentProcess agent(With("filteractive=1\nfilterlist=10.0.0.1\nfiltermarks=1\n", "-n 100"));
     const int count = Scaled(2000);
     auto start = steady_clock::now();
     for (int i = 0; i < count; ++i) {
