@@ -18,10 +18,10 @@ int64_t MonotonicMs() {
 
 int64_t MonotonicSeconds() { return MonotonicMs() / kMsPerSecond; }
 
-int64_t PastWholeSeconds(int64_t seconds) {
+int64_t StartOfWholeSecond() {
     timespec wall{};
     clock_gettime(CLOCK_REALTIME, &wall);
-    return MonotonicMs() + (seconds + 1) * kMsPerSecond - wall.tv_nsec / kNsPerMs;
+    return MonotonicMs() - wall.tv_nsec / kNsPerMs;
 }
 
 }  // namespace zot

@@ -9,8 +9,8 @@ namespace zot {
 int64_t MonotonicMs();
 int64_t MonotonicSeconds();
 
-// The moment (on the clock of MonotonicMs) at which the whole-second wall clock has moved by more
-// than `seconds` from what it shows now.
-int64_t PastWholeSeconds(int64_t seconds);
+// The moment (on the clock of MonotonicMs) at which the wall clock began the second that it shows
+// now: time-outs that count whole seconds start there.
+int64_t StartOfWholeSecond();
 
 }  // namespace zot

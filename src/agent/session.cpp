@@ -7,7 +7,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <climits>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <new>
@@ -26,9 +26,12 @@ constexpr size_t kReceiveSize = 1024;
 // Enough for the deepest handler and the system's name resolution; thousands may exist at once.
 constexpr size_t kStackSize = size_t{256} * 1024;
 
-constexpr int32_t kMsPerSecond = 1000;
+constexpr int64_t kMsPerSecond = 1000;
 constexpr long kUsPerMs = 1000;
 constexpr int32_t kClockTick = 20;  // milliseconds by which the system's waits may be short
+
+// After so many milliseconds a silent session looks whether the time-out was changed meanwhile.
+constexpr int64_t kLongestWait = 60000;
 
 // How long a peer may take nothing of its reply, in milliseconds, where silence is allowed for
 // ever.
@@ -107,18 +110,17 @@ void Session::Run() {
 // Sleeps until the peer has something to say. False when it was silent for too long: the time-out
 // counts in whole seconds of the clock from the last byte on.
 bool Session::WaitForData() {
-    // A server that sends an executable may take its time.
-    int32_t timeout = upgrade_.InProgress() ? 0 : services_.settings.Snapshot()->timeout;
-    deadline_ = PastWholeSeconds(timeout / kMsPerSecond);
+    const int64_t silentSince = StartOfWholeSecond();
     for (;;) {
-        int wait = -1;
-        if (timeout >= 1) {
-            wait = static_cast<int>(std::clamp<int64_t>(deadline_ - MonotonicMs(), 0, INT_MAX));
-        }
+        // A server that sends an executable may take its time.
+        int32_t timeout = upgrade_.InProgress() ? 0 : services_.settings.Snapshot()->timeout;
+        int64_t deadline = INT64_MAX;
+        if (timeout >= 1) deadline = silentSince + (timeout / kMsPerSecond + 1) * kMsPerSecond;
+        int64_t wait = std::clamp<int64_t>(deadline - MonotonicMs(), 0, kLongestWait);
         pollfd descriptor = {socket_.Get(), POLLIN, 0};
-        int ready = poll(&descriptor, 1, wait);
+        int ready = poll(&descriptor, 1, static_cast<int>(wait));
         if (ready > 0) return true;
-        if (ready == 0 && MonotonicMs() >= deadline_) return false;
+        if (ready == 0 && MonotonicMs() >= deadline) return false;
         if (ready < 0 && errno != EINTR) return false;
     }
 }

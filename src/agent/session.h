@@ -45,7 +45,6 @@ class Session : private ProcessControl {
     VyString packet_;
     RequestPacket request_;
     UpgradeTransfer upgrade_;
-    int64_t deadline_ = 0;  // MonotonicMs at which a silent peer is dropped
     bool terminateAsked_ = false;
     bool reloadAsked_ = false;
 };
