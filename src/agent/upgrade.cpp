@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 
+#include "base/files.h"
 #include "protocol/request_text.h"
 
 namespace zot {
@@ -40,16 +40,6 @@ UniqueFd CreateExclusively(VyString& path) {
     unlink(path.Terminate());
     return UniqueFd(
         open(path.Terminate(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-}
-
-int WriteAll(int fd, std::string_view data) {
-    while (!data.empty()) {
-        ssize_t written = write(fd, data.data(), data.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return 0;
-        data.remove_prefix(static_cast<size_t>(written));
-    }
-    return 1;
 }
 
 VyString ScriptText(std::string_view agentPath, std::string_view modulePath,
@@ -122,7 +112,7 @@ int UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText
 int UpgradeTransfer::WriteData(std::string_view& data, VyString& errorText) {
     auto missing = static_cast<uint64_t>(expectedSize_ - bytesWritten_);
     std::string_view part = data.substr(0, std::min<uint64_t>(missing, data.size()));
-    if (WriteAll(file_.Get(), part) == 0) {
+    if (!WriteAll(file_.Get(), part)) {
         errorText = "Write error";
         RemoveFile();
         Release();
@@ -163,7 +153,7 @@ int UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& 
 int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
     VyString path = VyString::Concat(settings.tmpDir, kScriptName);
     UniqueFd script = CreateExclusively(path);
-    if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path)) != 0) {
+    if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path))) {
         if (fchmod(script.Get(), kExecutable) == 0) {
             scriptPath_ = path;
             return 1;

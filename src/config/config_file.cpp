@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "base/ascii.h"
+#include "base/files.h"
 #include "config/config_keys.h"
 #include "config/config_lines.h"
 
@@ -64,11 +65,6 @@ void ApplyLine(AgentSettings& settings, std::string_view line) {
 bool IsDirectory(const char* path) {
     struct stat info {};
     return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-bool IsRegularFile(const char* path) {
-    struct stat info {};
-    return stat(path, &info) == 0 && S_ISREG(info.st_mode);
 }
 
 int Validate(AgentSettings& settings, VyString& errorText) {
@@ -154,6 +150,7 @@ int LoadConfig(AgentSettings& settings, VyString& errorText) {
         if (!opened || file.Failed()) {
             errorText = VyString::Concat("Cannot open configuration file '", settings.configPath);
             errorText.Append('\'');
+            ResolveTmpDir(settings);  // what runs now goes on to need one
             return 0;
         }
     }

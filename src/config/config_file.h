@@ -2,6 +2,8 @@
 // SetSettings.
 #pragma once
 
+#include <functional>
+
 #include "base/vystring.h"
 #include "config/settings.h"
 
@@ -11,14 +13,19 @@ namespace zot {
 // `errorText`; what was applied before a failure stays. A warning alone leaves the result 1.
 int LoadConfig(AgentSettings& settings, VyString& errorText);
 
+// LoadConfig as one change of the published settings, under the configuration mutex.
+int LoadConfigLocked(SettingsStore& store, VyString& errorText);
+
 // Writes the settings back into the file, keeping comments, unknown keys and the order of lines.
 // Returns 1, or 0 with `errorText`; the old file stays whole until the new one is on the disk.
 int SaveConfig(AgentSettings& settings, VyString& errorText);
 
+// Changes the published settings and saves them in one step, under the configuration mutex; the
+// change counts also when the save fails.
+int SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
+                     VyString& errorText);
+
 // Derives activeFilter, script paths and tmpDir, and exports TMPDIR when its value changes.
 void PostProcessConfig(AgentSettings& settings, VyString& errorText);
-
-// The same as one change of the published settings, under the configuration mutex.
-int LoadConfigLocked(SettingsStore& store, VyString& errorText);
 
 }  // namespace zot

@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 
+#include "base/files.h"
 #include "base/owners.h"
 #include "config/config_file.h"
 #include "config/config_keys.h"
@@ -18,18 +18,6 @@
 
 namespace zot {
 namespace {
-
-bool WriteAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        ssize_t written = write(fd, text.data(), text.size());
-        if (written > 0) {
-            text.remove_prefix(static_cast<size_t>(written));
-        } else if (written == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
 
 // A file under construction: it disappears again unless Keep is called.
 class NewFile {
@@ -91,11 +79,11 @@ class NewFile {
     bool kept_ = false;
 };
 
-// Appends at most `room` bytes of a value. What could end a line in the file becomes a blank, or a
-// value would bring settings of its own; a NUL ends the value, as it does on reading.
+// Appends at most `room` bytes of a value. What ends a line in the file becomes a blank, or a value
+// would bring settings of its own; a NUL ends the value, as it does on reading.
 void AppendValue(VyString& line, std::string_view value, size_t room) {
     value = value.substr(0, value.find('\0')).substr(0, room);
-    for (size_t at; (at = value.find_first_of("\r\n\v\f")) != std::string_view::npos;) {
+    for (size_t at; (at = value.find('\n')) != std::string_view::npos;) {
         line.Append(value.substr(0, at));
         line.Append(' ');
         value.remove_prefix(at + 1);
@@ -103,7 +91,8 @@ void AppendValue(VyString& line, std::string_view value, size_t room) {
     line.Append(value);
 }
 
-// Writes the value of a key behind what the line holds, up to the limit of a line.
+// Writes the value of a key behind what the line holds, up to the limit of a line: what is behind
+// it would be read as a line of its own.
 void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& settings) {
     size_t room = kMaxConfigLine - line.View().size();
     switch (key.kind) {
@@ -209,6 +198,14 @@ int Fail(VyString& errorText, std::string_view what, std::string_view path) {
 }
 
 }  // namespace
+
+int SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
+                     VyString& errorText) {
+    return store.Change([&](AgentSettings& settings) {
+        change(settings);
+        return SaveConfig(settings, errorText);
+    });
+}
 
 int SaveConfig(AgentSettings& settings, VyString& errorText) {
     errorText.Clear();

@@ -98,11 +98,11 @@ const WireSetting* FindWireSetting(std::string_view name) {
 
 void SetSettings(std::string_view params, SettingsStore& store, Reply& reply) {
     VyString errorText;
-    int saved = store.Change([&](AgentSettings& settings) {
+    auto applyLines = [params](AgentSettings& settings) mutable {
         std::string_view line;
         while (NextLine(params, line)) ApplyLine(settings, line);
-        return SaveConfig(settings, errorText);
-    });
+    };
+    int saved = SaveConfigLocked(store, applyLines, errorText);
     reply.Start(saved != 0 ? "200" : "300");
     if (saved == 0) reply.AppendRaw(errorText);
 }

@@ -96,11 +96,12 @@ TEST_F(ConfigSave, NoValueBringsALineOfItsOwn) {
     settings_.okLogFile = std::string(1023 - 10, 'x') + "port=4";
     settings_.badLogFile = std::string(2000, 'y');
     EXPECT_EQ(SaveConfig(settings_, error_), 1);
-    EXPECT_TRUE(Saved().starts_with("comment=a  port=1 b  c\r\nhost=h\r\nport=")) << Saved();
-    EXPECT_NE(Saved().find("\r\nfilterlist=a b port=3 c\r\n"), std::string::npos) << Saved();
+    EXPECT_TRUE(Saved().starts_with("comment=a\r port=1 b\v\rc\r\nhost=h\r\nport=")) << Saved();
+    EXPECT_NE(Saved().find("\r\nfilterlist=a b port=3\rc\r\n"), std::string::npos) << Saved();
     settings_.port = 0;
     LoadConfig(settings_, error_);
     EXPECT_EQ(settings_.port, 0);
+    EXPECT_EQ(settings_.comment, "a\r port=1 b\v\rc");
     EXPECT_EQ(settings_.badLogFile, std::string(1023 - 11, 'y'));
     settings_.okLogFile = std::string(3000, 'z');
     EXPECT_EQ(SaveConfig(settings_, error_), 1);  // now in place

@@ -49,11 +49,6 @@ bool IsDirectory(std::string_view path) {
     return StatPath(path, status) && S_ISDIR(status.st_mode);
 }
 
-bool IsRegularFile(std::string_view path) {
-    struct stat status {};
-    return StatPath(path, status) && S_ISREG(status.st_mode);
-}
-
 int32_t ShortModificationTime(const struct stat& status) noexcept {
     return static_cast<int32_t>(status.st_mtime);
 }

@@ -4,12 +4,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/files.h"
 #include "base/vystring.h"
 
 namespace zot {
 
 bool RegularFile::Open(std::string_view path) {
     VyString terminated(path);
+    fd_.Reset();
+    // To open a tape or the reading end of a pipe already does something to it.
+    if (!IsRegularFile(terminated.Terminate())) return false;
     fd_.Reset(open(terminated.Terminate(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
     if (!fd_ || fstat(fd_.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {

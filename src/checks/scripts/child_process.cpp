@@ -40,7 +40,8 @@ std::vector<char*> CopyEnvironment() {
     }
     return variables;
 }
-const std::vector<char*> inheritedEnvironment = CopyEnvironment();
+// Never destroyed: sessions start children while the process ends.
+const std::vector<char*>& inheritedEnvironment = *new std::vector<char*>(CopyEnvironment());
 
 std::string SearchPath() {
     for (const char* variable : inheritedEnvironment) {
@@ -109,7 +110,7 @@ void MarkerName::Prepare(const ChildOptions& options) {
     prefix_ = 0;
     std::string directory(options.tmpDir);
     // The child looks for it after its change of directory.
-    if (!options.workDir.empty() && !options.tmpDir.starts_with('/')) {
+    if (!options.workDir.empty() && !directory.empty() && directory[0] != '/') {
         char current[sizeof path_];
         if (getcwd(current, sizeof current) == nullptr) return;
         directory = std::string(current) + "/" + directory;
@@ -149,10 +150,8 @@ ChildProcess::ChildProcess(char* const* arguments, const ChildOptions& options,
 void ChildProcess::PrepareEnvironment(std::string_view tmpDir) {
     environment_.reserve(inheritedEnvironment.size() + 2);
     environment_ = inheritedEnvironment;
-    if (!tmpDir.empty()) {
-        tmpDirVariable_.append(kTmpDirPrefix).append(tmpDir);
-        environment_.push_back(tmpDirVariable_.data());
-    }
+    tmpDirVariable_.append(kTmpDirPrefix).append(tmpDir);
+    environment_.push_back(tmpDirVariable_.data());
     environment_.push_back(nullptr);
 }
 

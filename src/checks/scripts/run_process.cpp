@@ -42,7 +42,8 @@ class LeftRunning {
     std::vector<pid_t> children_;
 };
 
-LeftRunning leftRunning;
+// Never destroyed: sessions leave children while the process ends.
+LeftRunning& leftRunning = *new LeftRunning;
 
 // Reaps the child; with WNOHANG only if it has ended. Returns whether it is gone.
 bool Reap(pid_t pid, int flags, int& status) {

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <mutex>
 
+#include "base/files.h"
+
 namespace zot {
 namespace {
 
@@ -24,11 +26,6 @@ int32_t NextCounter() {
     std::lock_guard<std::mutex> lock(tempNameLock);
     tempCounter = tempCounter >= kLastCounter ? 1 : tempCounter + 1;
     return tempCounter;
-}
-
-bool IsRegularFile(const char* path) {
-    struct stat info {};
-    return stat(path, &info) == 0 && S_ISREG(info.st_mode);
 }
 
 // Finds a free "DIRECTORY/tmp-ID-COUNTER".
@@ -55,7 +52,6 @@ int64_t UniqueId() {
 int MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName) {
     if (buffer == nullptr || size == 0) return 0;
     buffer[0] = '\0';
-    if (tmpDir.empty()) tmpDir = ".";
     if (size < kRoomForName || tmpDir.size() + 1 > size - kRoomForName) return 0;
     if (fixedName != nullptr) {
         std::snprintf(buffer, size, "%.*s/%s", static_cast<int>(tmpDir.size()), tmpDir.data(),
@@ -93,15 +89,7 @@ TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view pref
     return Result::kNotCreated;
 }
 
-bool TempFile::Write(std::string_view content) {
-    while (!content.empty()) {
-        ssize_t written = write(file_.Get(), content.data(), content.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        content.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
+bool TempFile::Write(std::string_view content) { return WriteAll(file_.Get(), content); }
 
 bool TempFile::SetMode(unsigned mode) {
     return fchmod(file_.Get(), static_cast<mode_t>(mode)) == 0;

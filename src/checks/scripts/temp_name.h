@@ -14,8 +14,8 @@ namespace zot {
 // value, plus a sequence number.
 int64_t UniqueId();
 
-// Writes a path in `tmpDir` ("./" when that is empty) into the buffer: with `fixedName` just that
-// name, otherwise a name of which no regular file exists. Creates nothing.
+// Writes a path in `tmpDir` (empty for the root, as the settings have it) into the buffer: with
+// `fixedName` just that name, otherwise a name of which no regular file exists. Creates nothing.
 // Returns 1, or 0 with an empty buffer when the buffer is below 16 bytes or too small for the path,
 // or when no free name was found.
 int MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -216,20 +217,25 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
     EXPECT_EQ(found.errorText.View(), "File \"log\" not found");
     EXPECT_EQ(found.fileSize, -1);
     test::MakeFifo(path);
+    // A writer that waits for a reader goes on waiting.
+    std::atomic<bool> hasReader{false};
+    std::thread writer([&] {
+        UniqueFd fifo(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+        hasReader = true;
+    });
     auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), -1);
     EXPECT_EQ(found.errorText.View(), "Cannot open file");
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 2 * tuning.openRetry);
-    // A log that comes to its place while the scan waits is found. The first attempt to open it is
-    // what lets the writer open the fifo.
+    EXPECT_FALSE(hasReader);
+    UniqueFd reader(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    writer.join();
+    // A log that comes to its place while the scan waits is found.
     tuning.openRetry = std::chrono::seconds(1);
     std::string next = folder.Write("next", "hit\n");
-    std::thread writer([&] {
-        UniqueFd fifo(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-        std::rename(next.c_str(), path.c_str());
-    });
+    std::thread mover([&] { std::rename(next.c_str(), path.c_str()); });
     EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), 1);
-    writer.join();
+    mover.join();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "base/files.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/temp_dir.h"
 
@@ -40,7 +41,7 @@ TEST(Path, QuestionsToTheSystem) {
     test::MakeFile(file, int64_t{5} << 30);
     test::MakeLink("file", link);
     test::SetModificationTime(file, (int64_t{1} << 32) + 7);
-    EXPECT_TRUE(IsRegularFile(link));
+    EXPECT_TRUE(IsRegularFile(link.c_str()));
     EXPECT_FALSE(IsDirectory(link));
     EXPECT_TRUE(IsDirectory(dir.Path()));
     EXPECT_EQ(FileSize(link), int64_t{5} << 30);

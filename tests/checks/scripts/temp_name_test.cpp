@@ -22,7 +22,7 @@ TEST(TempName, NamesAndRefusals) {
     EXPECT_EQ(MakeTempName("/tmp", buffer, sizeof buffer, "fixed.txt"), 1);
     EXPECT_STREQ(buffer, "/tmp/fixed.txt");
     EXPECT_EQ(MakeTempName("", buffer, sizeof buffer, "fixed.txt"), 1);
-    EXPECT_STREQ(buffer, "./fixed.txt");
+    EXPECT_STREQ(buffer, "/fixed.txt");
     // The directory and its "/" must leave 16 bytes.
     EXPECT_EQ(MakeTempName(std::string(47, 'd'), buffer, sizeof buffer, "f"), 1);
     EXPECT_EQ(MakeTempName(std::string(48, 'd'), buffer, sizeof buffer, "f"), 0);

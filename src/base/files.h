@@ -1,0 +1,31 @@
+// What several modules do with files.
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
+
+namespace zot {
+
+// Whether the path leads to a regular file, also through links. Opens nothing.
+inline bool IsRegularFile(const char* path) {
+    struct stat info {};
+    return stat(path, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// Writes the whole text to the descriptor, which must block; false, with errno, when it cannot.
+inline bool WriteAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        ssize_t written = write(fd, text.data(), text.size());
+        if (written > 0) {
+            text.remove_prefix(static_cast<size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace zot
