@@ -83,6 +83,11 @@ std::string_view RawLine(std::string_view text, int32_t n) {
     return SkipToLine(text, n) ? UpToLineFeed(text) : std::string_view();
 }
 
+std::string_view OptionalRawLine(std::string_view text, int32_t n) {
+    std::string_view line = RawLine(text, n);
+    return line == "\r" ? std::string_view() : line;
+}
+
 std::string_view GetLine(std::string_view text, int32_t n) {
     if (!SkipToLine(text, n)) return {};
     while (!text.empty() && IsLeadingBlank(text.front())) text.remove_prefix(1);

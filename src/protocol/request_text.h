@@ -15,6 +15,10 @@ int32_t LineCount(std::string_view text);
 // Line n (from 1) as it stands, without its line feed; empty beyond the last line.
 std::string_view RawLine(std::string_view text, int32_t n);
 
+// RawLine for the last parameter where it is optional: the carriage return that ends a request is
+// none, although it stands alone on the next line when the parameter before is the last.
+std::string_view OptionalRawLine(std::string_view text, int32_t n);
+
 // Line n (from 1) without blanks at its ends. An empty or blank line n yields the next line that
 // is not blank: the skip of leading blanks crosses line feeds, and optional parameters rely on it.
 std::string_view GetLine(std::string_view text, int32_t n);

@@ -57,7 +57,7 @@ void ActSyslog(std::string_view params, const AgentSettings& settings, Reply& re
     std::tm localTime{};
     localtime_r(&now, &localTime);
     VyString message = BuildSyslogMessage(localTime, LocalHostAddress(), facility, severity,
-                                          Unescape(RawLine(params, 5)));
+                                          Unescape(OptionalRawLine(params, 5)));
     VyString errorText;
     if (UdpRequest(host, port, 0, message, {}, errorText) < 1) {
         return reply.Start("301", errorText);

@@ -30,13 +30,6 @@ class Sender {
     sockaddr_in address_{};
 };
 
-// The second block is optional, and the carriage return that ends a request is none: it stands
-// alone on the next line when the pause is the last parameter.
-std::string_view SecondBlock(std::string_view params) {
-    std::string_view line = RawLine(params, 6);
-    return line == "\r" ? std::string_view() : line;
-}
-
 }  // namespace
 
 void ActTcpUdpSend(std::string_view params, const AgentSettings& settings, Reply& reply) {
@@ -45,7 +38,7 @@ void ActTcpUdpSend(std::string_view params, const AgentSettings& settings, Reply
     std::string_view host = GetLine(params, 1);
     // Decoded as in every other request that sends data: a line cannot hold a line break itself.
     VyString first = Unescape(RawLine(params, 4));
-    VyString second = Unescape(SecondBlock(params));
+    VyString second = Unescape(OptionalRawLine(params, 6));
     int32_t port = 0;
     int32_t pauseSeconds = 0;
     if (host.empty() || first.Empty() || !ParseInt(GetLine(params, 2), port) ||

@@ -113,6 +113,13 @@ TEST(NetHandlers, UdpWithoutAnAnswer) {
     EXPECT_EQ(Answer(Ask(TestUdp, silent.HostLines() + "0\n1\nd\n0\n")), "\n");
 }
 
+TEST(NetHandlers, AnOmittedSyslogTextIsEmpty) {
+    Loopback server(SOCK_DGRAM);
+    EXPECT_EQ(Ask(ActSyslog, server.HostLines() + "4\n2\n\r"),
+              "200\nSyslog: Data to 127.0.0.1 has been sent\n");
+    EXPECT_TRUE(server.Receive().ends_with(" VY ZOT: "));
+}
+
 TEST(NetHandlers, SyslogMessageBytes) {
     std::tm time{};
     time.tm_mon = 10;
