@@ -50,7 +50,7 @@ void Listing::AddFolder(std::string_view folder, std::string_view mask, int32_t 
 }
 
 void Listing::AddEntry(const FindRecord& record) {
-    lines_.AppendLine(record.name);
+    lines_.AppendLine(record.name, Escaping::kLineBreaks);
     lines_.AppendInt(record.attributes);
     if (columns_.size) lines_.AppendInt64(record.size);
     if (columns_.changeTime) lines_.AppendLocalTime(record.changeTime);
@@ -84,7 +84,7 @@ void GetFilesList(std::string_view params, const AgentSettings& settings, Reply&
         listing.AddFolder(folder, mask, attributeMask, FindOptions::Kinds::kNoDirectories);
     }
     reply.Start("200");
-    reply.AppendLine(folder);
+    reply.AppendLine(folder, Escaping::kLineBreaks);
     reply.AppendInt(listing.Count());
     reply.AppendInt(columns.LinesPerEntry());
     reply.AppendRaw(listing.Lines());

@@ -54,7 +54,7 @@ bool Answer(Watch& watch, size_t lineLimit, bool& byFirst, Reply& reply) {
     LogScanFindings found;
     int64_t result = ScanTextLog(watch.path, watch.matchers, watch.findAll, watch.state, found);
     if (result == -1) {
-        reply.Start("301", found.errorText);
+        reply.Start("301", Escape(found.errorText));
         return false;
     }
     reply.Start("200");
@@ -90,7 +90,7 @@ bool ReadCriteria(std::string_view params, bool second, LineMatchers& matchers, 
         // Only this one of the four messages has a colon; servers show them as they are.
         bool colon = i == 0 && criteria[i].kind == LogCriterion::Kind::kCondition;
         std::string_view head = colon ? "Search expression error: " : "Search expression error";
-        reply.Start("301", VyString::Concat(head, parserText));
+        reply.Start("301", Escape(VyString::Concat(head, parserText)));
         return false;
     }
     return true;
@@ -136,7 +136,7 @@ void TestTextLog2(std::string_view params, const AgentSettings& settings, Reply&
     bool byFirst = false;
     if (!Answer(watch, kNoLimit, byFirst, reply)) return;
     reply.AppendFlag(byFirst);
-    reply.AppendLine(watch.path);
+    reply.AppendLine(watch.path, Escaping::kLineBreaks);
 }
 
 }  // namespace zot

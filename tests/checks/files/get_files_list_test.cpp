@@ -79,6 +79,9 @@ TEST(GetFilesList, PassesMasksAndColumns) {
     EXPECT_EQ(Listed(dir / "none/" + "\n*\n" + Flags("1111111")),
               Lines{"200 " + folder + "none/ 0 5"});
     EXPECT_EQ(Listed("\r")[0], "200 / 0 2");
+    // A name with line breaks is still one line.
+    test::MakeFile(dir / "x\n1\r");
+    EXPECT_EQ(listed("x*", "0100000"), (Lines{"200 " + folder + " 1 2", "x%0A1%0D 0"}));
 }
 
 TEST(GetFilesList, AnswersALargeFolderWhole) {
