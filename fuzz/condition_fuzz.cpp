@@ -26,6 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Twice, since the second line meets a stack that was used.
     program.Evaluate(line, errorText);
     bool result = program.Evaluate(line, errorText);
+    if (program.IsTrueOf(line) != result) std::abort();
     if (result && !errorText.Empty()) std::abort();
 
     for (int32_t i = 0; i < parser.output.Count(); ++i) {

@@ -30,18 +30,23 @@ bool Finish(const std::vector<ConditionValue>& stack, size_t depth, VyString& er
 ConditionProgram::ConditionProgram(const VyStringList& postfix) {
     steps_.reserve(static_cast<size_t>(postfix.Count()));
     size_t depth = 0;
-    size_t deepest = 0;
     for (int32_t i = 0; i < postfix.Count(); ++i) {
         std::string_view token = postfix.ItemView(i);
         const ConditionOperator* operation = FindConditionOperator(token);
         steps_.push_back({token, operation, Unquote(token) == "%data%"});
         if (operation == nullptr) {
-            deepest = std::max(deepest, ++depth);
-        } else if (!operation->IsUnary() && depth > 0) {
-            --depth;
+            deepest_ = std::max(deepest_, ++depth);
+        } else {
+            wellFormed_ = wellFormed_ && depth >= OperandCount(*operation);
+            if (!operation->IsUnary() && depth > 0) --depth;
         }
     }
-    stack_.resize(deepest);
+    wellFormed_ = wellFormed_ && depth == 1;
+}
+
+bool ConditionProgram::IsTrueOf(std::string_view line) {
+    if (!wellFormed_ && FindConditionOperator(line) == nullptr) return false;
+    return Evaluate(line, ignored_);
 }
 
 bool ConditionProgram::Run(const std::string_view* line, VyString& errorText) {
@@ -55,6 +60,7 @@ bool ConditionProgram::Run(const std::string_view* line, VyString& errorText) {
 
 bool ConditionProgram::RunSteps(const std::string_view* line, VyString& errorText) {
     const ConditionOperator* lineOperation = line ? FindConditionOperator(*line) : nullptr;
+    stack_.resize(deepest_);
     size_t depth = 0;
     for (const Step& step : steps_) {
         bool isLine = step.isLine && line != nullptr;

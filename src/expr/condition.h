@@ -11,8 +11,8 @@
 
 namespace zot {
 
-// A parsed condition made ready for many lines. Its stack is allocated once; a line is never
-// copied. One thread at a time.
+// A parsed condition made ready for many lines. Its stack is allocated once, when it is needed; a
+// line is never copied. One thread at a time.
 class ConditionProgram {
   public:
     // REQUIRES: `postfix` outlives the program and is not changed.
@@ -23,7 +23,9 @@ class ConditionProgram {
     // empty `errorText` otherwise. The line is put there as it stands, so that a line which spells
     // an operator is one.
     bool Evaluate(std::string_view line, VyString& errorText) { return Run(&line, errorText); }
-    // The same with such operands left as they are.
+    // Evaluate without the message, for which nothing is done on a line that cannot be true.
+    bool IsTrueOf(std::string_view line);
+    // Evaluate with such operands left as they are.
     bool Evaluate(VyString& errorText) { return Run(nullptr, errorText); }
 
   private:
@@ -37,7 +39,12 @@ class ConditionProgram {
     bool RunSteps(const std::string_view* line, VyString& errorText);
 
     std::vector<Step> steps_;
+    // Whether each operator finds its operands and one value is left; else no line is true, unless
+    // it spells an operator.
+    bool wellFormed_ = true;
+    size_t deepest_ = 0;
     std::vector<ConditionValue> stack_;  // as large as it ever gets: its values do not move
+    VyString ignored_;
 };
 
 // Evaluates the output of a parser.

@@ -125,11 +125,10 @@ class ConditionMatcher : public ExpressionMatcher {
 
   private:
     // A line on which the evaluation fails does not match.
-    bool Matches(std::string_view line) override { return program_.Evaluate(line, ignored_); }
+    bool Matches(std::string_view line) override { return program_.IsTrueOf(line); }
 
     VyStringList postfix_;  // the program has views of it
     ConditionProgram program_;
-    VyString ignored_;
 };
 
 }  // namespace
