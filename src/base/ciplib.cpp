@@ -1,6 +1,5 @@
 #include "base/ciplib.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -50,15 +49,17 @@ inline void TwentySteps(uint32_t (&s)[5], Schedule& schedule, int first) {
     }
 }
 
-void Transform(uint32_t (&state)[5], const uint8_t* block) {
-    Schedule schedule;
-    for (size_t i = 0; i < 16; i++) schedule.w[i] = LoadBe32(block + 4 * i);
-    uint32_t s[5] = {state[0], state[1], state[2], state[3], state[4]};
-    TwentySteps<Choose, 0x5A827999>(s, schedule, 0);
-    TwentySteps<Parity, 0x6ED9EBA1>(s, schedule, 20);
-    TwentySteps<Majority, 0x8F1BBCDC>(s, schedule, 40);
-    TwentySteps<Parity, 0xCA62C1D6>(s, schedule, 60);
-    for (int i = 0; i < 5; i++) state[i] += s[i];
+void Transform(uint32_t (&state)[5], const uint8_t* blocks, size_t count) {
+    for (const uint8_t* block = blocks; count != 0; block += 64, --count) {
+        Schedule schedule;
+        for (size_t i = 0; i < 16; i++) schedule.w[i] = LoadBe32(block + 4 * i);
+        uint32_t s[5] = {state[0], state[1], state[2], state[3], state[4]};
+        TwentySteps<Choose, 0x5A827999>(s, schedule, 0);
+        TwentySteps<Parity, 0x6ED9EBA1>(s, schedule, 20);
+        TwentySteps<Majority, 0x8F1BBCDC>(s, schedule, 40);
+        TwentySteps<Parity, 0xCA62C1D6>(s, schedule, 60);
+        for (int i = 0; i < 5; i++) state[i] += s[i];
+    }
 }
 
 }  // namespace
@@ -66,7 +67,7 @@ void Transform(uint32_t (&state)[5], const uint8_t* block) {
 void Sha1Hash::Start() {
     constexpr uint32_t kInitial[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
     memcpy(state_, kInitial, sizeof(state_));
-    bitCount_ = 0;
+    stream_.Reset();
     fInitialized_ = true;
 }
 
@@ -84,37 +85,15 @@ const Sha1Hash::Digest& Sha1Hash::GetHash() const {
 
 void Sha1Hash::Update(std::span<const uint8_t> data) {
     if (!fInitialized_) Start();
-    size_t filled = bitCount_ / 8 % 64;
-    bitCount_ += static_cast<uint64_t>(data.size()) * 8;
-    while (!data.empty()) {
-        if (filled == 0 && data.size() >= 64) {
-            Transform(state_, data.data());
-            data = data.subspan(64);
-            continue;
-        }
-        size_t part = std::min(data.size(), 64 - filled);
-        memcpy(block_ + filled, data.data(), part);
-        data = data.subspan(part);
-        filled += part;
-        if (filled == 64) {
-            Transform(state_, block_);
-            filled = 0;
-        }
-    }
+    stream_.Update(data.data(), data.size(), [this](const uint8_t* blocks, size_t count) {
+        Transform(state_, blocks, count);
+    });
 }
 
 void Sha1Hash::Final() {
     if (!fInitialized_) AssertionFailure("Final", "ciplib", 207, "fInitialized");
-    size_t filled = bitCount_ / 8 % 64;
-    block_[filled++] = 0x80;
-    if (filled > 56) {
-        memset(block_ + filled, 0, 64 - filled);
-        Transform(state_, block_);
-        filled = 0;
-    }
-    memset(block_ + filled, 0, 56 - filled);
-    StoreBe64(block_ + 56, bitCount_);
-    Transform(state_, block_);
+    stream_.Finish(
+        [this](const uint8_t* blocks, size_t count) { Transform(state_, blocks, count); });
     for (size_t i = 0; i < 5; i++) StoreBe32(&digest_[4 * i], state_[i]);
     fInitialized_ = false;
 }

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <span>
 
+#include "base/block_hash.h"
+
 namespace zot {
 
 // One hash computation at a time; the digest stays in the object until the next one.
@@ -28,9 +30,8 @@ class Sha1Hash {
 
     Digest digest_{};
     bool fInitialized_ = false;
-    uint64_t bitCount_ = 0;
-    uint8_t block_[64];
     uint32_t state_[5];
+    BlockStream<64, std::endian::big> stream_;
 };
 
 }  // namespace zot

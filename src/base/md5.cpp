@@ -86,9 +86,8 @@ void Md5::Update(const void* data, size_t size) {
 }
 
 void Md5::Final(uint8_t digest[kDigestSize]) {
-    stream_.Finish([this](const uint8_t* blocks, size_t count) {
-        Compress(state_, blocks, count);
-    });
+    stream_.Finish(
+        [this](const uint8_t* blocks, size_t count) { Compress(state_, blocks, count); });
     for (size_t i = 0; i < 4; ++i) StoreLe32(digest + 4 * i, state_[i]);
 }
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/ascii.h"
+#include "base/wipe.h"
 
 namespace zot {
 namespace {
@@ -103,9 +104,7 @@ void VyString::Reserve(size_t n) {
 }
 
 void VyString::Wipe() noexcept {
-    // The fence keeps the compiler from dropping stores into a buffer that is about to be freed.
-    if (data_ != nullptr) std::memset(data_, 0, capacity_);
-    __asm__ __volatile__("" : : "r"(data_) : "memory");
+    if (data_ != nullptr) WipeMemory(data_, capacity_);
     length_ = 0;
 }
 
