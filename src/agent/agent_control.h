@@ -28,17 +28,17 @@ class AgentControl {
     // The script to execute for an upgrade request; stored before the flag is raised. Needs no
     // memory, since a session calls it at its very end.
     void RequestUpgrade(VyString scriptPath) noexcept {
-        std::lock_guard<std::mutex> lock(connectionMutex_);
+        std::lock_guard<std::mutex> lock(scriptMutex_);
         upgradeScriptPath_ = std::move(scriptPath);
         upgradeRequest.store(true);
     }
     VyString UpgradeScriptPath() {
-        std::lock_guard<std::mutex> lock(connectionMutex_);
+        std::lock_guard<std::mutex> lock(scriptMutex_);
         return upgradeScriptPath_;
     }
 
   private:
-    std::mutex connectionMutex_;
+    std::mutex scriptMutex_;
     VyString upgradeScriptPath_;
 };
 

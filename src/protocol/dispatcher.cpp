@@ -64,8 +64,9 @@ bool Dispatch(std::string_view requestText, RequestContext& request, Log& log, R
     VyString message = VyString::Concat("Unknown command \"", name);
     message.Append('"');
     reply.Start("500", message);
-    message.Append('\n');
-    log.WriteLogText(LogKind::kFailure, request.peerAddress, message);
+    // The log gets a C string: what is behind a NUL in the name is not part of it.
+    log.WriteLog(LogKind::kFailure, request.peerAddress, "Unknown command \"%s\"\n",
+                 VyString(name).Terminate());
     return false;
 }
 
