@@ -21,7 +21,8 @@ read_times
 
 busy=$((busy - old_busy))
 total=$((total - old_total))
-if [ "$total" -le 0 ]; then busy=0 total=1; fi
+if [ "$total" -le 0 ] || [ "$busy" -lt 0 ]; then busy=0 total=1; fi
+[ "$busy" -le "$total" ] || busy=$total
 
 hundredths=$((busy * 10000 / total))
 printf '%d.%02d\n' $((hundredths / 100)) $((hundredths % 100))
