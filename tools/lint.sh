@@ -14,11 +14,10 @@ install_missing
 [ -f "$build/compile_commands.json" ] || cmake -B "$build" >/dev/null
 
 if [ $# -eq 0 ]; then
-    # What the other system's files include is not here.
-    other=freebsd
-    [ "$(uname -s)" = Linux ] || other=linux
+    # What this machine compiles: the files of another system or processor include what is not here.
     # shellcheck disable=SC2046
-    set -- $(find src client -name '*.cpp' ! -name "*_$other.cpp")
+    set -- $(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" "$build/compile_commands.json" |
+        grep -E '^(src|client)/')
 fi
 
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
