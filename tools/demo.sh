@@ -1,12 +1,15 @@
 #!/bin/sh
-# Builds zot, starts it with a throw-away configuration, asks it real questions and stops it.
+# A tour of zot: builds it, starts it with a throw-away configuration, asks it every kind of question,
+# changes a setting, upgrades it over the network and stops it. BUILD_DIR names another build
+# directory.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/setup.sh
+build=${BUILD_DIR:-build}
 
 install_tools build
-[ -f build/CMakeCache.txt ] || cmake -B build >/dev/null
-cmake --build build -j "$(cpu_count)" --target zot zotq
+[ -f "$build/CMakeCache.txt" ] || cmake -B "$build" >/dev/null
+cmake --build "$build" -j "$(cpu_count)" --target zot zotq
 
 demo=$(mktemp -d)
 agent=
@@ -23,18 +26,26 @@ system=linux
 port=$((20000 + $$ % 20000))
 
 start_agent() {
+    # An upgrade replaces the agent's file, so it runs from a copy.
+    cp "$build/zot" "$demo/zot"
     cat >"$demo/zot.cfg" <<END
 host=127.0.0.1
 port=$port
 password=$ZOT_PASSWORD
-zotpath=$PWD/build/zot
+zotpath=$demo/zot
 tmpdir=$demo
 comment=the demo
+filteractive=1
+filterlist=127.0.0.1
+filtermarks=1
+executeaction=1
+tcpudpaction=1
+syslogaction=1
 proccntscript=$PWD/scripts/zot_proccnt.sh
 proclistscript=$PWD/scripts/zot_proclist.sh
 cpuusagescript=$PWD/scripts/$system/zot_cpu.sh
 END
-    build/zot -i "$demo/zot.cfg" >"$demo/output" 2>&1 &
+    "$demo/zot" -i "$demo/zot.cfg" >"$demo/output" 2>&1 &
     agent=$!
     until grep -q 'Listening' "$demo/output"; do
         kill -0 "$agent" 2>/dev/null || { cat "$demo/output"; exit 1; }
@@ -44,9 +55,9 @@ END
 
 heading() { printf '\n--- %s\n\n' "$*"; }
 
-# ask COMMAND [PARAM...]: shows the question as one would type it, and the answer.
-ask() {
-    printf '$ zotq'
+# show COMMAND [ARGUMENT...]: shows how one would type the command.
+show() {
+    printf '$'
     for word in "$@"; do
         case $word in
         *\'*) printf ' "%s"' "$word" ;;
@@ -55,9 +66,22 @@ ask() {
         esac
     done
     printf '\n'
-    build/zotq -p "$port" -u "$@" | tr -d '\r' | sed 's/^/    /'
-    echo
 }
+
+# expect CODE ARGUMENT...: shows the command and what zotq prints; its exit code must be CODE.
+expect() {
+    code=$1
+    shift
+    show zotq "$@"
+    result=0
+    "$build/zotq" -p "$port" "$@" >"$demo/reply" 2>&1 || result=$?
+    tr -d '\r' <"$demo/reply" | sed 's/^/    /'
+    echo
+    [ "$result" -eq "$code" ] || { echo "zotq ended with $result instead of $code"; exit 1; }
+}
+
+# ask COMMAND [PARAM...]: a question that gets an answer.
+ask() { expect 0 -u "$@"; }
 
 heading "The agent starts"
 start_agent
@@ -68,7 +92,7 @@ ask GetInfo
 
 heading "TCP and UDP services: here the agent's own port, and a UDP port where nobody answers"
 ask TEST-TCP 127.0.0.1 "$port" 2000 '' 0
-ask TEST-UDP 127.0.0.1 9 1000 1 hello 16
+expect 1 TEST-UDP 127.0.0.1 9 1000 1 hello 16
 
 mkdir "$demo/files" "$demo/files/sub"
 echo "first line" >"$demo/files/one.txt"
@@ -104,7 +128,8 @@ ask TEST-TextLog2 "$demo/files/two.log" 0 1 1 1 \
 heading "Processes and programs, by the scripts that come with zot"
 ask TEST-Process 0 zot
 ask TEST-CPU
-ask GetProcessesList | head -n 8
+ask GetProcessesList >"$demo/list"
+head -n 8 "$demo/list"
 ask TEST-ExternalPrg 'sh -c "exit 3"' 0 0 5000
 
 heading "A script that is sent with the request"
@@ -113,10 +138,35 @@ heading "A script that is sent with the request"
 ask TEST-ShellScript '/bin/sh %script% %params%' 'echo "I got $1"
 echo "scriptres: fine"' 'a-parameter' 10 5
 
+heading "Actions: a command, data to a TCP service (the agent itself, which ignores it), syslog"
+ask ACT-ExternalCmd "touch made-by-the-agent" "$demo/files" 0 5000
+ask GetFilesList "$demo/files" 'made*' 0 1 0 0 0 0 0
+ask ACT-TCPUDPsend 127.0.0.1 "$port" 0 'a line' 0
+ask ACT-Syslog 127.0.0.1 514 1 6 'a message of the demo'
+
+heading "As a plugin of a monitoring system: a status line, data, and the exit code"
+expect 0 --plugin -w 99.9 -c 100 disk /
+expect 2 --plugin -c 1: files "$demo/files" '*.missing'
+expect 0 --plugin --state "$demo/state" log "$demo/files/two.log" error
+echo "error: a third one" >>"$demo/files/two.log"
+expect 2 --plugin --state "$demo/state" log "$demo/files/two.log" error
+expect 0 --json TEST-FileHash "$demo/files/one.txt" 1 0
+
+heading "A setting is changed: at once, in the file, and read back"
+ask set 'Comment=changed over the network' Timeout=8000
+ask GetInfo | grep -e '^\$' -e Comment
+grep -e '^comment=' -e '^timeout=' "$demo/zot.cfg" | tr -d '\r' | sed 's/^/    zot.cfg: /'
+
+heading "An upgrade: the new executable comes over the network and replaces the running one"
+expect 0 upgrade "$build/zot"
+ask GetInfo | grep -e '^\$' -e AgentVersion -e Comment -e OpenedConnections
+
 heading "What it refuses"
-ask TEST-Service
-ask NoSuchCommand
-ZOT_PASSWORD="not the password" ask GetInfo || true
+expect 1 TEST-Service
+expect 1 NoSuchCommand
+ZOT_PASSWORD="not the password"
+expect 3 GetInfo
+ZOT_PASSWORD="a password for the demo"
 
 heading "The agent stops"
 ask QUIT
