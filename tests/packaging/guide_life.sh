@@ -1,5 +1,6 @@
 # shellcheck shell=sh
 # Sourced in a system of its own, beside the package, the guide and what stands in for systemd.
+. ./terminal.sh
 
 mv zot_1.deb "zot_$(dpkg-deb -f zot_1.deb Version)_amd64.deb"
 install -m 755 unit_runner.sh /usr/local/sbin/systemctl
@@ -10,20 +11,23 @@ rm -f /usr/sbin/policy-rc.d
 # The ten hosts are this one.
 for n in 1 2 3 4 5 6 7 8 9 10; do echo "127.0.0.1 web$n" >>/etc/hosts; done
 
-awk '/^```sh$/ {name = sprintf("block-%02d.sh", ++count); next}
-     /^```/ {name = ""}
-     name {print >name}' guide.md
-[ -e block-02.sh ] || { echo "FAILED: the guide has no commands"; exit 1; }
-for block in block-*.sh; do
-    sed 's/^/$ /' "$block"
-    sh -eu "$block" >output.txt 2>&1 || { cat output.txt; echo "FAILED: $block"; exit 1; }
-    cat output.txt
-done
+carry_out guide.md
+cd /package-test || exit
 
 # What the guide promises of its log script: the new line, and only that.
-if grep -q '/zot-watch' block-*.sh; then
-    [ "$(sh -eu -c 'echo "error: again" >>/var/log/shop.log
-        zot-watch web1 /var/log/shop.log error /root/shop.state')" = "error: again" ] ||
-        { echo "FAILED: zot-watch"; exit 1; }
-fi
+echo "error: again" >>/var/log/shop.log
+[ "$(zot-watch web1 /var/log/shop.log error /root/shop.state)" = "error: again" ] ||
+    { echo "FAILED: zot-watch"; exit 1; }
+
+# expect_found PATTERN COMMAND: what the command, as a line of the guide has it, prints.
+expect_found() {
+    sh -c "$2" sh web1 / >reply.txt 2>&1 || { echo "FAILED: $2"; cat reply.txt; exit 1; }
+    grep -q "$1" reply.txt || { echo "FAILED: $2 printed"; cat reply.txt; exit 1; }
+}
+# The lines for other programs, with their variables filled in as those programs do.
+# shellcheck disable=SC2016
+expect_found '^DISK .*used=' "$(sed -n 's/^ *command_line  *//p' guide.md |
+    sed 's/$HOSTADDRESS\$/web1/; s/$HOSTNAME\$/web1/; s|$ARG1\$|-w 99.9 -c 100 disk /|')"
+expect_found '"code":"200"' "$(sed -n 's/^UserParameter=[^,]*,//p' guide.md)"
+expect_found '^$\|short of space' "$(sed -n 's/^\*.* monitor //p' guide.md); echo"
 systemctl stop

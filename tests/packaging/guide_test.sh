@@ -12,5 +12,5 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 build_package "$build" 1 "$work"
 cp "$guide" "$work/guide.md"
-cp "$here/unit_runner.sh" "$work"
+cp "$here/unit_runner.sh" "$here/terminal.sh" "$work"
 run_in_private_root "$here/guide_life.sh" "$work"

@@ -39,6 +39,7 @@ drwx------ root/root ./var/lib/zot/
 drwxr-x--- root/root ./var/log/zot/
 END
 dpkg-deb -I "$work/zot_1.deb" control | grep -q '^Depends: .*libstdc++6'
+[ "$(dpkg-deb -f "$work/zot_1.deb" Version)" = "$("$build/zotq" --version | cut -d ' ' -f 2)-1" ]
 dpkg-deb --fsys-tarfile "$work/zot_1.deb" | tar -xO ./etc/zot/zot.cfg.sample >"$work/sample.txt"
 grep -qx 'zotpath=/usr/sbin/zot' "$work/sample.txt"
 if grep -n '@' "$work/sample.txt"; then

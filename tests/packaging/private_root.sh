@@ -17,7 +17,8 @@ build_package() {
     mv "$3/$2"/*.deb "$3/zot_$2.deb"
 }
 
-# run_in_private_root SCRIPT DIRECTORY: runs the script as root there, in a copy of the directory.
+# run_in_private_root SCRIPT DIRECTORY [TREE]: runs the script as root there, in a copy of the
+# directory. The tree is there too, at its own place, on whatever file system it lies.
 run_in_private_root() {
     # Ports of its own too, where the tool for that is there.
     network=
@@ -33,8 +34,14 @@ run_in_private_root() {
             -o "lowerdir=/,upperdir=$2/layer/upper,workdir=$2/layer/work" "$2/layer/root"
         mount -t proc proc "$2/layer/root/proc"
         mount --rbind /dev "$2/layer/root/dev"
+        if [ -n "$3" ]; then
+            mkdir -p "$2/layer/upper-tree" "$2/layer/work-tree" "$2/layer/root/$3"
+            mount -t overlay overlay \
+                -o "lowerdir=$3,upperdir=$2/layer/upper-tree,workdir=$2/layer/work-tree" \
+                "$2/layer/root/$3"
+        fi
         mkdir "$2/layer/root/package-test"
         cp "$1" "$2"/*.* "$2/layer/root/package-test"
         exec chroot "$2/layer/root" sh -euc "cd /package-test; . ./$(basename "$1")"
-    ' sh "$1" "$2"
+    ' sh "$1" "$2" "${3:-}"
 }

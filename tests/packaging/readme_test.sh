@@ -1,0 +1,13 @@
+#!/bin/sh
+# readme_test.sh SOURCE: carries out the README's commands as they are printed, in a copy of the
+# source tree with what was built there.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/private_root.sh"
+require_private_root
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+echo "$1" >"$work/source.txt"
+cp "$here/terminal.sh" "$work"
+run_in_private_root "$here/readme_life.sh" "$work" "$1"
