@@ -8,11 +8,10 @@
 #include "client/options.h"
 #include "client/plugin.h"
 #include "client/subcommands.h"
+#include "config/agent_info.h"
 
 namespace zot::client {
 namespace {
-
-constexpr std::string_view kVersion = "1.36";
 
 // The row with the empty name takes every word that no other row has, and comes last.
 struct Subcommand {
@@ -72,7 +71,7 @@ int Run(std::span<const char* const> arguments, Invocation& call) {
         return Finish(call.console, kReplyOk);
     }
     if (options.version) {
-        call.console.out << "zotq " << kVersion << '\n';
+        call.console.out << "zotq " << kAgentVersion << '\n';
         return Finish(call.console, kReplyOk);
     }
     if (options.plugin) return RunPlugin(call);
