@@ -1,11 +1,16 @@
 // Runs a fuzz target over files, and over all files of folders, without the fuzzer: any compiler
-// can check that what was once found stays mended.
+// can check that what was once found stays mended. Variations of the files follow, the same ones in
+// every run, so that each target's comparison with a plain algorithm is made on more than its
+// seeds.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
+#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -13,29 +18,54 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int Replay(const fs::path& path) {
+constexpr int kVariations = 20000;
+
+void Run(const std::string& bytes) {
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+}
+
+void Replay(const fs::path& path, std::vector<std::string>& inputs) {
     std::ifstream file(path, std::ios::binary);
     std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (!file) return 0;
+    if (!file) return;
     std::printf("%s\n", path.c_str());
     std::fflush(stdout);
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    return 1;
+    Run(bytes);
+    inputs.push_back(bytes);
+}
+
+// One of the inputs with a few pieces of others put in, bytes taken out and bytes changed.
+std::string Variation(const std::vector<std::string>& inputs, std::mt19937& random) {
+    auto pick = [&random](size_t count) { return random() % count; };
+    std::string bytes = inputs[pick(inputs.size())];
+    for (size_t changes = 1 + pick(8); changes > 0; --changes) {
+        const std::string& other = inputs[pick(inputs.size())];
+        size_t at = pick(bytes.size() + 1);
+        size_t kind = pick(4);
+        if (kind == 0) bytes.erase(at, pick(8));
+        if (kind == 1 && at < bytes.size()) bytes[at] = static_cast<char>(random());
+        if (kind > 1) bytes.insert(at, other, pick(other.size() + 1), pick(kind == 2 ? 24 : 4));
+    }
+    return bytes;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    int inputs = 0;
+    std::vector<std::string> inputs;
     for (int i = 1; i < argc; ++i) {
         // A target may change the working directory.
         fs::path path = fs::absolute(argv[i]);
         if (!fs::is_directory(path)) {
-            inputs += Replay(path);
+            Replay(path, inputs);
             continue;
         }
-        for (const auto& entry : fs::directory_iterator(path)) inputs += Replay(entry.path());
+        for (const auto& entry : fs::directory_iterator(path)) Replay(entry.path(), inputs);
     }
-    std::printf("%d inputs\n", inputs);
-    return inputs > 0 ? 0 : 1;
+    std::printf("%zu inputs\n", inputs.size());
+    if (inputs.empty()) return 1;
+    std::sort(inputs.begin(), inputs.end());  // folders list their files in any order
+    std::mt19937 random(1);
+    for (int i = 0; i < kVariations; ++i) Run(Variation(inputs, random));
+    return 0;
 }
