@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "../tests/support/plain_log_scan.h"
 #include "checks/files/log_scanner.h"
+#include "fuzz/plain_log_scan.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     LogScanState state;
     state.position = std::min<int64_t>(data[3], static_cast<int64_t>(log.size()));
     state.lastSize = -1;
-    test::PlainScan plain = test::ScanPlainly(log, state.position, criteria, findAll, longest);
+    fuzz::PlainScan plain = fuzz::ScanPlainly(log, state.position, criteria, findAll, longest);
     LogScanFindings found;
     if (ScanTextLog(file.Write(log), matchers, findAll, state, found, tuning) != plain.result ||
         state.position != plain.position || found.foundLine.View() != plain.foundLine ||

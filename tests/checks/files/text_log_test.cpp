@@ -162,91 +162,62 @@ TEST_F(TextLog, MacrosStandOnTheLineBehindTheCriteria) {
     EXPECT_EQ(Answer(TestTextLog2, two), "301\nFile does not exist\n");
 }
 
-// A writer that never waits for the requests, except before it takes the file away from under
-// them: the lines that nobody has read by then are lost to everyone.
-class RestlessWriter {
-  public:
-    static constexpr int kFiles = 12;
-    static constexpr int kLines = 400;
+void Put(const std::string& path, std::string_view text, int flags) {
+    UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644));
+    if (write(file.Get(), text.data(), text.size()) < 0) abort();
+}
 
-    RestlessWriter(std::string path, std::atomic<int>& reported)
-        : path_(std::move(path)), reported_(reported) {
-        Open();
-        Put("line 0 hit\n");
-        thread_ = std::thread([this] { Run(); });
-    }
-    ~RestlessWriter() { thread_.join(); }
-
-  private:
-    void Run() {
-        int number = 1;
-        for (int file = 0; file < kFiles; ++file) {
-            for (int i = 0; i < kLines; ++i) PutInPieces(number++);
-            while (reported_ < number - 1) std::this_thread::yield();
-            if (file + 1 < kFiles) Replace(file % 2 == 0, number++);
-            while (reported_ < number - 1) std::this_thread::yield();
-        }
-    }
-
-    // By another file, or by cutting this one, which makes it shorter than it ever was.
-    void Replace(bool rename, int number) {
-        std::string line = "line " + std::to_string(number) + " hit\n";
-        if (rename) {
-            std::rename(path_.c_str(), (path_ + ".1").c_str());
-            std::string next = path_ + ".next";
-            file_.Reset(open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644));
-            Put(line);
-            std::rename(next.c_str(), path_.c_str());
-        } else {
-            // Never to nothing: an empty file would pass for one that was not scanned yet.
-            UniqueFd plain(open(path_.c_str(), O_WRONLY));
-            if (pwrite(plain.Get(), line.data(), line.size(), 0) < 0) abort();
-            if (ftruncate(plain.Get(), static_cast<off_t>(line.size())) != 0) abort();
-        }
-    }
-
-    void PutInPieces(int number) {
-        static constexpr const char* kEnds[] = {"\n", "\r\n", "\r", "\n\n\r\n"};
-        std::string text = "line " + std::to_string(number) + " hit" + kEnds[random_() % 4];
-        if (random_() % 3 == 0) text = "noise\r\n" + text;
-        while (!text.empty()) {
-            size_t size = 1 + random_() % (random_() % 2 ? text.size() : 3);
-            size = std::min(size, text.size());
-            Put(text.substr(0, size));
-            text.erase(0, size);
-            if (random_() % 4 == 0) std::this_thread::yield();
-        }
-    }
-
-    void Open() { file_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644)); }
-    void Put(const std::string& text) {
-        if (write(file_.Get(), text.data(), text.size()) < 0) abort();
-    }
-
-    std::string path_;
-    std::atomic<int>& reported_;
-    UniqueFd file_;
-    std::mt19937 random_{3};
-    std::thread thread_;
-};
-
+// The writer never waits for the requests, except before it takes the file away from under them:
+// the lines that nobody has read by then are lost to everyone.
 TEST_F(TextLog, LosesNoLineAndReportsNoneTwiceBesideARestlessWriter) {
+    constexpr int kFiles = 12;
+    constexpr int kLines = 400;
+    constexpr int kLast = kFiles * (kLines + 1) - 1;
     path = folder / "app.log";
-    constexpr int kLast = RestlessWriter::kFiles * (RestlessWriter::kLines + 1) - 1;
-    std::atomic<int> reported{0};
-    RestlessWriter writer(path, reported);
+    std::atomic<int> reported{-1};
+    auto line = [](int number) { return "line " + std::to_string(number) + " hit"; };
+    Put(path, line(0) + "\n", 0);
+    std::thread writer([&] {
+        std::mt19937 random(3);
+        for (int number = 1; number <= kLast; ++number) {
+            if (number % (kLines + 1) != 0) {
+                const char* ends[] = {"\n", "\r\n", "\r", "\n\n\r\n"};
+                std::string text = (random() % 3 == 0 ? "noise\r\n" : "") + line(number);
+                text += ends[random() % 4];
+                while (!text.empty()) {
+                    size_t size = 1 + random() % (random() % 2 ? text.size() : 3);
+                    Put(path, text.substr(0, size), O_APPEND);
+                    text.erase(0, size);
+                    if (random() % 4 == 0) std::this_thread::yield();
+                }
+                continue;
+            }
+            while (reported < number - 1) std::this_thread::yield();
+            // Another file, or this one cut, which makes it shorter than it ever was. Never to
+            // nothing: an empty file would pass for one that was not scanned yet.
+            std::string first = line(number) + "\n";
+            if (number / (kLines + 1) % 2 == 0) {
+                std::rename(path.c_str(), (path + ".1").c_str());
+                Put(path + ".next", first, O_TRUNC);
+                std::rename((path + ".next").c_str(), path.c_str());
+            } else {
+                Put(path, first, 0);
+                if (truncate(path.c_str(), static_cast<off_t>(first.size())) != 0) abort();
+            }
+            while (reported < number) std::this_thread::yield();
+        }
+    });
     Texts lines = {path, "hit", "0", "1", "0", "0", "0", "1", "1"};
-    int expected = 0;
-    while (expected <= kLast) {
+    for (int expected = 0; expected <= kLast && !HasFailure();) {
         Texts reply = Split(Answer(TestTextLog, lines));
         if (reply[0] == "301") continue;  // between two files
         std::copy(reply.begin() + 4, reply.begin() + 7, lines.begin() + 2);
         if (reply[1] == "     0") continue;
-        EXPECT_EQ(reply[2], "line " + std::to_string(expected) + " hit");
+        EXPECT_EQ(reply[2], line(expected));
         reported = expected++;
-        if (HasFailure()) break;
     }
     reported = kLast;  // after a failure nobody waits
+    writer.join();
 }
 
 }  // namespace

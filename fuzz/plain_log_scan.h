@@ -12,7 +12,7 @@
 #include "expr/find_text.h"
 #include "expr/search.h"
 
-namespace zot::test {
+namespace zot::fuzz {
 
 inline int64_t PlainMatch(std::string_view line, const LogCriterion& criterion) {
     if (criterion.kind == LogCriterion::Kind::kText) {
@@ -72,4 +72,4 @@ inline PlainScan ScanPlainly(std::string_view content, int64_t position,
     return scan;
 }
 
-}  // namespace zot::test
+}  // namespace zot::fuzz
