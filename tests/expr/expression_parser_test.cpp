@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 namespace zot {
@@ -114,46 +113,6 @@ TEST(OperatorTable, FirstMatchingRowWins) {
     EXPECT_EQ(InputPriorityOf(ConditionOperatorTable, "NoT"), 65535);
     EXPECT_EQ(StackPriorityOf(ConditionOperatorTable, "DIV"), 4);
     EXPECT_EQ(StackPriorityOf(ConditionOperatorTable, "xor"), -1);
-}
-
-// A random expression as a tree: its text has no more parentheses than the priorities ask for.
-struct Tree {
-    std::string infix;
-    std::string postfix;
-    int level;
-};
-
-Tree RandomTree(std::mt19937& random, int depth) {
-    if (depth == 0 || random() % 4 == 0) {
-        std::string operand = random() % 2 ? "'not (' " : std::to_string(random() % 100) + ' ';
-        return {operand, operand, 5};
-    }
-    auto grouped = [](const Tree& tree, int least) {
-        return tree.level >= least ? tree.infix : '(' + tree.infix + ')';
-    };
-    if (random() % 6 == 0) {
-        Tree inner = RandomTree(random, depth - 1);
-        return {"not " + inner.infix, inner.postfix + "not ", 0};
-    }
-    const char* operators[] = {"and", "or", "<>", ">=", "<", "-", "in", "getnumber", "div", "*"};
-    std::string_view chosen = operators[random() % std::size(operators)];
-    int level = InputPriorityOf(ConditionOperatorTable, chosen);
-    Tree left = RandomTree(random, depth - 1);
-    Tree right = RandomTree(random, depth - 1);
-    std::string word = std::string(chosen) + ' ';
-    return {grouped(left, level) + word + grouped(right, level + 1),
-            left.postfix + right.postfix + word, level};
-}
-
-TEST(ExpressionParser, RandomTreesComeBackInPostfix) {
-    std::mt19937 random(1);
-    for (int i = 0; i < 3000; ++i) {
-        Tree tree = RandomTree(random, 6);
-        ExpressionParser parser(ConditionOperatorTable);
-        std::string_view rest = tree.infix;
-        ASSERT_EQ(ParseExpression(parser, rest, false), 1) << tree.infix;
-        ASSERT_EQ(Joined(parser.output) + ' ', tree.postfix) << tree.infix;
-    }
 }
 
 // Quadratic work or recursion would not come back from these.
