@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "base/twofish.h"
 #include "client/request_packet.h"
+#include "protocol/packet_cipher.h"
+#include "protocol/zot_const.h"
+#include "tests/support/hex.h"
 
 namespace zot {
 namespace {
@@ -85,16 +90,65 @@ TEST_F(PacketTest, EveryLengthIsChecked) {
     EXPECT_EQ(Decode(padded), "GetInfo\n\r");
 }
 
-TEST_F(PacketTest, AChangedByteSpoilsItselfAndTheNextSixteen) {
-    const std::string text = "TEST-FileExists\n/etc/hosts/and/some/more/of/it\n\n\n\r";
-    std::string packet = client::BuildRequest(kPassword, "key", text);
-    packet[packet.size() - text.size() + 5] ^= 0x20;
-    std::string seen = Decode(packet);
-    ASSERT_EQ(seen.size(), text.size());
-    EXPECT_EQ(seen.substr(0, 5), text.substr(0, 5));
-    EXPECT_EQ(seen[5], text[5] ^ 0x20);
-    EXPECT_NE(seen.substr(6, 16), text.substr(6, 16));
-    EXPECT_EQ(seen.substr(22), text.substr(22));
+using Data = std::vector<uint8_t>;
+
+TEST_F(PacketTest, Vectors) {
+    std::ifstream file(ZOT_TEST_DATA "/packet_cipher.txt");
+    int count = 0;
+    for (std::string line; std::getline(file, line);) {
+        if (line[0] == '#') continue;
+        auto fields = HexFields(line);
+        ASSERT_EQ(fields.size(), 3u);
+        PacketCipher cipher({reinterpret_cast<const char*>(fields[0].data()), fields[0].size()});
+        Data sealed(fields[1].size());
+        cipher.Encrypt(fields[1], sealed.data());
+        EXPECT_EQ(sealed, fields[2]) << line;
+        sealed.push_back(0xA5);
+        cipher.Decrypt(fields[2], sealed.data());
+        EXPECT_EQ(sealed.back(), 0xA5) << "nothing is written past the end";
+        sealed.pop_back();
+        EXPECT_EQ(sealed, fields[1]) << line;
+        count++;
+    }
+    EXPECT_EQ(count, 31);
+}
+
+TEST_F(PacketTest, OneWrongByteSpoilsItselfAndTheSixteenAfterIt) {
+    PacketCipher cipher("key");
+    const Data text(60, 'z');
+    Data sealed(text.size());
+    cipher.Encrypt(text, sealed.data());
+    sealed[20] ^= 4;
+    cipher.Decrypt(sealed, sealed.data());
+    EXPECT_EQ(sealed[20], 'z' ^ 4);
+    EXPECT_NE(Data(sealed.begin() + 21, sealed.begin() + 37), Data(16, 'z'));
+    EXPECT_EQ(Data(sealed.begin(), sealed.begin() + 20), Data(20, 'z'));
+    EXPECT_EQ(Data(sealed.begin() + 37, sealed.end()), Data(23, 'z'));
+}
+
+TEST(LengthCodec, WritesLowBytesFirstAndNothingElse) {
+    const char* expected[] = {"eeeeeeeeee", "04eeeeeeee", "0403eeeeee", "040302eeee", "040302ffee"};
+    for (int digits = 0; digits <= 4; digits++) {
+        uint8_t out[5] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+        EncodeLength(0xFF020304, digits, out);
+        EXPECT_EQ(ToHex(out), expected[digits]);
+    }
+}
+
+TEST(LengthCodec, ReadsOnlyTheWidthsOfTheProtocol) {
+    const uint8_t bytes[] = {0x81, 0xF2, 0xF3, 0xF4};
+    const uint32_t expected[] = {0, 0x81, 0xF281, 0, 0xF4F3F281};
+    for (int digits = 0; digits <= 4; digits++) {
+        EXPECT_EQ(DecodeLength(bytes, digits), expected[digits]) << digits;
+    }
+}
+
+TEST(LengthCodecDeathTest, OtherWidthsFailAnAssertion) {
+    uint8_t bytes[8] = {};
+    for (int digits : {-1, 5}) {
+        EXPECT_DEATH(EncodeLength(1, digits, bytes), "zot_const(:|, line )145");
+        EXPECT_DEATH(DecodeLength(bytes, digits), "zot_const(:|, line )160");
+    }
 }
 
 }  // namespace
