@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "checks/files/text_log.h"
 #include "client/plugin.h"
 #include "tests/client/fake_agent.h"
 #include "tests/support/temp_dir.h"
@@ -11,63 +12,42 @@
 namespace zot::client {
 namespace {
 
-// A log at the agent of one byte a line, each of which matches. Positions count its lines, and a
-// reply takes as long as two runs at once need to meet.
-class LogAgent : public FakeAgent {
-  public:
-    explicit LogAgent(std::atomic<int>& size)
-        : FakeAgent([&size](int fd, const std::string& key, const std::string& text) {
-              SendReply(fd, key, Answer(size, text));
-          }) {}
-
-  private:
-    static std::string Answer(int size, const std::string& text) {
-        long position = 0, lastSize = 0;
-        int findAll = 0;
-        EXPECT_EQ(sscanf(text.c_str(), "TEST-TextLog\n/log\nerror\n%ld\n%ld\n%*d\n0\n%d\n0\n0\n",
-                         &position, &lastSize, &findAll),
-                  3)
-            << text;
-        bool first = lastSize == 0;
-        bool found = !first && position < size;
-        position = first || findAll ? size : std::min<long>(position + 1, size);
-        bool more = found && position < size;
-        std::string line = found ? "line " + std::to_string(position) : "";
-        std::ostringstream reply;
-        reply << "200\n"
-              << (found ? position : 0) << "\n"
-              << line << "\n"
-              << more << "\n"
-              << position << "\n"
-              << (more ? lastSize : size) << "\n7\n"
-              << size << "\n\r";
-        return reply.str();
-    }
-};
-
+// An agent that answers TEST-TextLog only, and a log that it reads.
 class CheckLog : public testing::Test {
   protected:
-    ProgramRun Run(std::vector<std::string> words) {
-        std::vector<std::string> line = {"--plugin", agent_.PortOption()};
-        line.insert(line.end(), words.begin(), words.end());
-        return ProgramRun(line, {kTestPassword, nullptr, dir_.Path().c_str()});
+    CheckLog() { Append(3); }
+
+    void Append(int count) {
+        std::ofstream log(log_, std::ios::app);
+        for (; count > 0; --count) log << "error " << ++lines_ << "\n";
     }
-    ProgramRun Run() { return Run({"log", "/log", "error"}); }
+    ProgramRun Run(const std::string& options = "", const std::string& pattern = "error") {
+        std::string line = "--plugin|" + agent_.PortOption() + options + "|log|" + log_;
+        return ProgramRun(Words(line + "|" + pattern),
+                          {kTestPassword, nullptr, dir_.Path().c_str()});
+    }
 
     test::TempDir dir_;
-    std::atomic<int> size_{3};
-    LogAgent agent_{size_};
+    std::string log_ = dir_ / "app.log";
+    int lines_ = 0;
+    FakeAgent agent_{[](int fd, const std::string& key, const std::string& text) {
+        AgentSettings settings;
+        settings.testTextLog = 1;
+        Reply reply;
+        TestTextLog(std::string_view(text).substr(text.find('\n') + 1), settings, reply);
+        reply.Finish();
+        SendReply(fd, key, std::string(reply.Text().View()));
+    }};
 };
 
 TEST_F(CheckLog, CountsWhatIsNewSinceTheLastRun) {
-    EXPECT_EQ(Run().out, "LOG OK - watching /log from now on | matches=0;;0;0\n");
+    EXPECT_EQ(Run().out, "LOG OK - watching " + log_ + " from now on | matches=0;;0;0\n");
     EXPECT_EQ(Run().status, kOk);
-    size_ = 5;
+    Append(2);
     ProgramRun run = Run();
     EXPECT_EQ(run.status, kCritical);
-    EXPECT_EQ(run.out,
-              "LOG CRITICAL - 2 new lines with 'error' in /log, the last: line 5 | "
-              "matches=2;;0;0\n");
+    EXPECT_EQ(run.out, "LOG CRITICAL - 2 new lines with 'error' in " + log_ +
+                           ", the last: error 5 | matches=2;;0;0\n");
     EXPECT_EQ(Run().status, kOk);
 
     struct stat status = {};
@@ -78,24 +58,34 @@ TEST_F(CheckLog, CountsWhatIsNewSinceTheLastRun) {
     }
 }
 
-TEST_F(CheckLog, ALogThatWasEmptyIsReadFromItsFirstLine) {
-    size_ = 0;
+TEST_F(CheckLog, FollowsALogThatIsEmptiedOrStillBeingWritten) {
+    dir_.Write("app.log", "");
     EXPECT_EQ(Run().status, kOk);
-    size_ = 2;
-    EXPECT_NE(Run().out.find("2 new lines"), std::string::npos);
+    dir_.Write("app.log", "an error | here\nERROR\nerror in a line without an en");
+    EXPECT_NE(Run().out.find(" 2 new lines with 'error' in "), std::string::npos);
+    std::ofstream(log_, std::ios::app) << "d\n";
+    EXPECT_NE(Run().out.find(", the last: error in a line without an end "), std::string::npos);
+    // Rotated by copying, so that the file is shorter than it was, and read while it was empty.
+    for (const char* content : {"error |\n", "", "error |\n"}) {
+        dir_.Write("app.log", content);
+        bool found = Run().out.find("1 new lines with 'error' in " + log_ +
+                                    ", the last: error / ") != std::string::npos;
+        EXPECT_EQ(found, *content != '\0');
+    }
 }
 
 TEST_F(CheckLog, VeryManyLinesAreNotCountedToTheEnd) {
     EXPECT_EQ(Run().status, kOk);
-    size_ = 5000;
-    EXPECT_NE(Run().out.find("at least 1000 new lines with 'error' in /log, the last: line 5000"),
+    Append(4997);
+    EXPECT_NE(Run().out.find("at least 1000 new lines with 'error' in " + log_ +
+                             ", the last: error 5000"),
               std::string::npos);
     EXPECT_EQ(Run().status, kOk);
 }
 
 TEST_F(CheckLog, TwoRunsAtOnceShareTheLinesAndLoseNone) {
     EXPECT_EQ(Run().status, kOk);
-    size_ = 83;
+    Append(80);
     std::atomic<int> counted{0};
     std::vector<std::thread> runs;
     for (int i = 0; i < 4; ++i) {
@@ -112,21 +102,21 @@ TEST_F(CheckLog, TwoRunsAtOnceShareTheLinesAndLoseNone) {
 
 TEST_F(CheckLog, AStateThatIsNotItsOwnIsRefusedAndKept) {
     std::string file = dir_ / "state";
-    EXPECT_EQ(Run({"--state", file, "log", "/log", "error"}).status, kOk);
+    EXPECT_EQ(Run("|--state|" + file).status, kOk);
     std::string kept = test::ReadFile(file);
-    ProgramRun other = Run({"--state=" + file, "log", "/log", "warning"});
+    ProgramRun other = Run("|--state=" + file, "warning");
     EXPECT_EQ(other.status, kUnknown);
     EXPECT_NE(other.out.find("another agent, log or pattern"), std::string::npos);
     EXPECT_EQ(test::ReadFile(file), kept);
     for (const char* damaged : {"", "zotq log state 1\n", "something else\n1 2 3\n"}) {
         dir_.Write("state", damaged);
-        EXPECT_EQ(Run({"--state", file, "log", "/log", "error"}).status, kUnknown);
+        EXPECT_EQ(Run("|--state|" + file).status, kUnknown);
         EXPECT_EQ(test::ReadFile(file), damaged);
     }
-    EXPECT_EQ(Run({"--state", dir_ / "missing/state", "log", "/log", "error"}).status, kUnknown);
+    EXPECT_EQ(Run("|--state|" + (dir_ / "missing/state")).status, kUnknown);
     std::filesystem::create_directory(dir_ / "state.new");  // stands in the way of the save
     std::filesystem::remove(file);
-    EXPECT_EQ(Run({"--state", file, "log", "/log", "error"}).status, kUnknown);
+    EXPECT_EQ(Run("|--state|" + file).status, kUnknown);
     EXPECT_FALSE(std::filesystem::exists(file));
 }
 
@@ -135,8 +125,7 @@ TEST(CheckLogFailure, LeavesTheStateForTheNextRun) {
     FakeAgent agent({"200\n0\n\n0\n9\n10\n7\n10\n\r", "200\n1\nx\n1\n12\n10\n7\n20\n\r",
                      "301\nFile \"log\" not found\n\r"});
     std::string file = dir / "state";
-    std::vector<std::string> words = {
-        "--plugin", agent.PortOption(), "--state", file, "log", "/log", "x"};
+    auto words = Words("--plugin|" + agent.PortOption() + "|--state|" + file + "|log|/log|x");
     EXPECT_EQ(ProgramRun(words).status, kOk);
     std::string kept = test::ReadFile(file);
     ProgramRun run(words);

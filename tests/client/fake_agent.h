@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -97,6 +98,16 @@ class FakeAgent {
     std::vector<std::string> requests_;
     std::thread thread_;
 };
+
+// The words of a command line, which "|" separates.
+inline std::vector<std::string> Words(const std::string& line) {
+    std::vector<std::string> words;
+    for (size_t at = 0, end = 0; !line.empty() && end < line.size(); at = end + 1) {
+        end = std::min(line.find('|', at), line.size());
+        words.push_back(line.substr(at, end - at));
+    }
+    return words;
+}
 
 struct ProgramRun {
     explicit ProgramRun(std::vector<std::string> words, Environment environment = {kTestPassword},

@@ -8,111 +8,64 @@
 namespace zot::client {
 namespace {
 
-using Words = std::vector<std::string>;
-
-// A run of the plugin against an agent that sends these replies.
+// A run of the plugin against an agent that sends this reply.
 struct PluginRun : FakeAgent, ProgramRun {
-    PluginRun(std::vector<std::string> replies, Words words,
-              Environment environment = {kTestPassword})
-        : FakeAgent(std::move(replies)), ProgramRun(Line(std::move(words)), environment) {}
-
-  private:
-    Words Line(Words words) const {
-        words.insert(words.begin(), {"--plugin", PortOption()});
-        return words;
-    }
+    PluginRun(const std::string& reply, const std::string& line)
+        : FakeAgent({reply + "\r"}), ProgramRun(Words("--plugin|" + PortOption() + "|" + line)) {}
 };
 
-TEST(Plugin, EachCheckSendsItsParametersAndJudgesTheReply) {
-    const std::string md5(32, 'A');
+TEST(Plugin, EachCheckSendsItsParameters) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"disk|/var", "TEST-UNC\n/var\n\r"},
+        {"size|/a", "TEST-FolderSize\n/a\n1\n0\n0\n0\n0\n0\n1\n\r"},
+        {"files|/a|*.b", "TEST-CountFiles\n/a\n*.b\n0\n0\n0\n0\n0\n0\n0\n0\n1\n\r"},
+        {"age|/a", "TEST-FileExists\n/a\n0\n0\n0\n0\n0\n1\n\r"},
+        {"hash|/a|" + std::string(32, 'A'), "TEST-FileHash\n/a\n1\n0\n\r"},
+        {"hash|/a|873187033", "TEST-FileHash\n/a\n0\n0\n\r"},
+        {"process|sshd", "TEST-Process\n0\nsshd\n\r"},
+        {"cpu", "TEST-CPU\n\r"},
+    };
+    for (const auto& [line, request] : cases) {
+        EXPECT_EQ(PluginRun("200\n", line).Requests(), std::vector<std::string>{request});
+    }
+}
+
+TEST(Plugin, EachCheckJudgesTheReply) {
     struct Case {
-        Words words;
-        const char* request;
-        std::string reply;
+        std::string line, reply;
         int status;
         const char* out;
     } cases[] = {
-        {{"-w", "80", "-c", "90", "disk", "/var"},
-         "TEST-UNC\n/var\n\r",
-         "200\n  4000\n  1000\n   600\n0\n",
-         kWarning,
+        {"-w|80|-c|90|disk|/var", "200\n  4000\n  1000\n   600\n0\n", kWarning,
          "DISK WARNING - /var is 83.33% full, 600 B of 3.9 KiB available | "
          "used=83.33%;80;90;0;100 available=600B;;;0;4000\n"},
-        {{"disk", "/proc"},
-         "TEST-UNC\n/proc\n\r",
-         "200\n     0\n     0\n     0\n0\n",
-         kOk,
+        {"disk|/proc", "200\n     0\n     0\n     0\n0\n", kOk,
          "DISK OK - /proc is 0% full, 0 B of 0 B available | "
          "used=0%;;;0;100 available=0B;;;0;0\n"},
-        {{"size", "/a"},
-         "TEST-FolderSize\n/a\n1\n0\n0\n0\n0\n0\n1\n\r",
-         "200\n  1536\n",
-         kOk,
-         "SIZE OK - /a holds 1.5 KiB | size=1536B;;;0\n"},
-        {{"-c@0:0", "files", "/a", "*.b"},
-         "TEST-CountFiles\n/a\n*.b\n0\n0\n0\n0\n0\n0\n0\n0\n1\n\r",
-         "200\n0\n",
-         kCritical,
+        {"size|/a", "200\n  1536\n", kOk, "SIZE OK - /a holds 1.5 KiB | size=1536B;;;0\n"},
+        {"-c@0:0|files|/a|*.b", "200\n0\n", kCritical,
          "FILES CRITICAL - 0 files *.b in /a | files=0;;@0;0\n"},
-        {{"-w", "10", "-c", "~:20", "age", "/a"},
-         "TEST-FileExists\n/a\n0\n0\n0\n0\n0\n1\n\r",
-         "200\n     5\n01012020000000\n01012020000000\n/a\nmin\n12\n",
-         kWarning,
-         "AGE WARNING - /a is 12 minutes old | age=720s;600;~:1200\n"},
-        {{"age", "/a"},
-         "TEST-FileExists\n/a\n0\n0\n0\n0\n0\n1\n\r",
-         "301\nno such file or acess denied\n",
-         kCritical,
-         "AGE CRITICAL - the agent answered 301: no such file or acess denied\n"},
-        {{"hash", "/a", md5},
-         "TEST-FileHash\n/a\n1\n0\n\r",
-         "200\n" + std::string(32, 'a') + "\n",
-         kOk,
+        {"-w|10|-c|~:20|age|/a", "200\n     5\n01012020000000\n01012020000000\n/a\nmin\n12\n",
+         kWarning, "AGE WARNING - /a is 12 minutes old | age=720s;600;~:1200\n"},
+        {"hash|/a|" + std::string(32, 'A'), "200\n" + std::string(32, 'a') + "\n", kOk,
          "HASH OK - /a is unchanged\n"},
-        {{"hash", "/a", "873187033"},
-         "TEST-FileHash\n/a\n0\n0\n\r",
-         "200\n1\n",
-         kCritical,
-         "HASH CRITICAL - /a has changed: 1\n"},
-        {{"hash", "/a", "1"},
-         "TEST-FileHash\n/a\n0\n0\n\r",
-         "301\nRead error\n",
-         kUnknown,
+        {"hash|/a|873187033", "200\n1\n", kCritical, "HASH CRITICAL - /a has changed: 1\n"},
+        {"hash|/a|1", "301\nRead error\n", kUnknown,
          "HASH UNKNOWN - the agent answered 301: Read error\n"},
-        {{"process", "sshd"},
-         "TEST-Process\n0\nsshd\n\r",
-         "200\n0\n",
-         kCritical,
+        {"process|sshd", "200\n0\n", kCritical,
          "PROCESS CRITICAL - 0 processes sshd | processes=0;;1:;0\n"},
-        {{"-w", "5", "process", "sshd"},
-         "TEST-Process\n0\nsshd\n\r",
-         "200\n0\n",
-         kOk,
+        {"-w|5|process|sshd", "200\n0\n", kOk,
          "PROCESS OK - 0 processes sshd | processes=0;5;;0\n"},
-        {{"-c", "90", "cpu"},
-         "TEST-CPU\n\r",
-         "200\n97.2500\n",
-         kCritical,
+        {"-c|90|cpu", "200\n97.2500\n", kCritical,
          "CPU CRITICAL - CPU usage is 97.25% | cpu=97.25%;;90;0;100\n"},
-        {{"cpu"},
-         "TEST-CPU\n\r",
-         "200\nnan\n",
-         kUnknown,
-         "CPU UNKNOWN - not a number in the agent's reply: nan\n"},
-        {{"cpu"},
-         "TEST-CPU\n\r",
-         "600\ntest is | not allowed\n",
-         kUnknown,
+        {"cpu", "200\nnan\n", kUnknown, "CPU UNKNOWN - not a number in the agent's reply: nan\n"},
+        {"cpu", "600\ntest is | not allowed\n", kUnknown,
          "CPU UNKNOWN - the agent answered 600: test is / not allowed\n"},
-        {{"cpu"},
-         "TEST-CPU\n\r",
-         "200\n",
-         kUnknown,
-         "CPU UNKNOWN - the agent's reply is too short\n"},
+        {"cpu", "200\n", kUnknown, "CPU UNKNOWN - the agent's reply is too short\n"},
+        {"tcp|db|5432", "301\nTimeout\n0\n", kCritical, "TCP CRITICAL - db port 5432: Timeout\n"},
     };
     for (const Case& c : cases) {
-        PluginRun run({c.reply + "\r"}, c.words);
-        EXPECT_EQ(run.Requests(), Words{c.request});
+        PluginRun run(c.reply, c.line);
         EXPECT_EQ(run.status, c.status) << run.out;
         EXPECT_EQ(run.out, c.out);
         EXPECT_EQ(run.err, "");
@@ -120,23 +73,19 @@ TEST(Plugin, EachCheckSendsItsParametersAndJudgesTheReply) {
 }
 
 TEST(Plugin, TcpLeavesTheAgentTimeToReply) {
-    PluginRun good({"200\n    12\n\n\r"}, {"-t", "3", "tcp", "db", "5432"});
+    PluginRun good("200\n    12\n\n", "-t|3|tcp|db|5432");
     EXPECT_EQ(good.out, "TCP OK - db port 5432 answers in 12 ms | time=12ms;;;0\n");
     int limit = 0;
     ASSERT_EQ(sscanf(good.Requests()[0].c_str(), "TEST-TCP\ndb\n5432\n%d", &limit), 1);
     EXPECT_TRUE(limit > 1000 && limit <= 2500) << limit;
     EXPECT_TRUE(good.Requests()[0].ends_with("\n\n0\n\r"));
-
-    PluginRun bad({"301\nTimeout\n0\n\r"}, {"tcp", "db", "5432"});
-    EXPECT_EQ(bad.out, "TCP CRITICAL - db port 5432: Timeout\n");
-    EXPECT_EQ(bad.status, kCritical);
 }
 
 TEST(Plugin, ScriptShowsItsResultLineAndItsOutput) {
     test::TempDir dir;
     std::string script = dir.Write("s", "#!/bin/sh\necho x\n");
-    PluginRun run({"200\nscriptres: queue 7 | x\na%0D%0Ab|c%0D%0A\n\r"},
-                  {"-t", "20", "-c", "5", "script", script, "a", "b"});
+    PluginRun run("200\nscriptres: queue 7 | x\na%0D%0Ab|c%0D%0A\n",
+                  "-t|20|-c|5|script|" + script + "|a|b");
     EXPECT_EQ(run.status, kCritical);
     EXPECT_EQ(run.out, "SCRIPT CRITICAL - queue 7 / x | result=7;;5\na\nb/c\n");
     int seconds = 0, lines = 0;
@@ -149,37 +98,29 @@ TEST(Plugin, ScriptShowsItsResultLineAndItsOutput) {
     EXPECT_TRUE(seconds > 10 && seconds <= 18) << seconds;
     EXPECT_EQ(lines, 20);
 
-    PluginRun wordy({"200\nfine\n\n\r"}, {"script", script});
+    PluginRun wordy("200\nfine\n\n", "script|" + script);
     EXPECT_EQ(wordy.out, "SCRIPT OK - fine\n");
     EXPECT_TRUE(
         wordy.Requests()[0].starts_with("TEST-ShellScript\n\"%script%\"\n#!/bin/sh%0Aecho "
                                         "x%0A\n0\n"));
-    EXPECT_EQ(PluginRun({"200\nfine\n\n\r"}, {"-w1", "script", script}).status, kUnknown);
+    EXPECT_EQ(PluginRun("200\nfine\n\n", "-w1|script|" + script).status, kUnknown);
 }
 
 TEST(Plugin, WhatCannotBeAskedIsUnknownOnStandardOutput) {
     test::TempDir dir;
-    for (const Words& words : std::vector<Words>{{},
-                                                 {"nothing"},
-                                                 {"disk"},
-                                                 {"disk", ""},
-                                                 {"disk", " /var"},
-                                                 {"disk", "/a%0Ab"},
-                                                 {"disk", "\xC3\xA4/b"},
-                                                 {"cpu", "extra"},
-                                                 {"-w", "x", "cpu"},
-                                                 {"-x", "cpu"},
-                                                 {"--json", "cpu"},
-                                                 {"-w1", "hash", "/a", "12"},
-                                                 {"hash", "/a", "12ab"},
-                                                 {"hash", "/a", "12345678901"},
-                                                 {"script", dir / "missing"},
-                                                 {"script", dir.Path()},
-                                                 {"script", dir.Write("empty", "\n\n")}}) {
-        PluginRun run({"200\n1\n2\n3\n4\n\r"}, words);
-        EXPECT_EQ(run.status, kUnknown) << testing::PrintToString(words);
+    auto expectUnknown = [](const std::string& line) {
+        PluginRun run("200\n1\n2\n3\n4\n", line);
+        EXPECT_EQ(run.status, kUnknown) << line;
         EXPECT_NE(run.out.find(" UNKNOWN - "), std::string::npos) << run.out;
-        EXPECT_TRUE(run.Requests().empty()) << testing::PrintToString(words);
+        EXPECT_TRUE(run.Requests().empty()) << line;
+    };
+    for (const char* line : {"", "nothing", "disk", "disk|", "disk| /var", "disk|/a%0Ab",
+                             "disk|\xC3\xA4/b", "cpu|extra", "-w|x|cpu", "-x|cpu", "--json|cpu",
+                             "-w1|hash|/a|12", "hash|/a|12ab", "hash|/a|12345678901"}) {
+        expectUnknown(line);
+    }
+    for (const std::string& path : {dir / "missing", dir.Path(), dir.Write("empty", "\n\n")}) {
+        expectUnknown("script|" + path);
     }
     EXPECT_EQ(ProgramRun({"--plugin", "cpu"}, {}).status, kUnknown);
     ProgramRun refused({"--plugin", "-p1", "-t1", "cpu"});

@@ -83,50 +83,23 @@ TEST(Program, NoValidReply) {
 
 TEST(Program, UsageErrorsSendNothing) {
     test::TempDir dir;
-    std::vector<std::vector<std::string>> wrong = {
-        {},
-        {"--"},
-        {"-x", "GetInfo"},
-        {"-p"},
-        {"-p", "0", "GetInfo"},
-        {"-p70000", "GetInfo"},
-        {"-t", "1s", "GetInfo"},
-        {"-H", "", "GetInfo"},
-        {"-P", dir / "missing", "GetInfo"},
-        {"-P", dir.Path(), "GetInfo"},
-        {"-P", dir.Write("empty", "\nsecret\n"), "GetInfo"},
-        {"-w", "10", "GetInfo"},
-        {"--state", "file", "GetInfo"},
-        {"--stat=file", "GetInfo"},
-        {"settings", "extra"},
-        {"set"},
-        {"upgrade"},
-    };
-    for (const auto& words : wrong) {
-        ProgramRun run(words);
-        EXPECT_EQ(run.status, kWrongUsage) << testing::PrintToString(words);
+    auto expectWrong = [](const std::string& line) {
+        ProgramRun run(Words(line));
+        EXPECT_EQ(run.status, kWrongUsage) << line;
         EXPECT_TRUE(run.err.starts_with("zotq: ")) << run.err;
+    };
+    for (const char* line : {"", "--", "-x|GetInfo", "-p", "-p|0|GetInfo", "-p70000|GetInfo",
+                             "-t|1s|GetInfo", "-H||GetInfo", "-w|10|GetInfo", "set", "upgrade",
+                             "--state|file|GetInfo", "--stat=file|GetInfo", "settings|extra"}) {
+        expectWrong(line);
+    }
+    for (const std::string& path : {dir / "missing", dir.Path(), dir.Write("pw", "\nsecret\n")}) {
+        expectWrong("-P|" + path + "|GetInfo");
     }
     EXPECT_EQ(ProgramRun({"GetInfo"}, {}).status, kWrongUsage);
     EXPECT_EQ(ProgramRun({"--version"}, {}).out, "zotq 1.36\n");
     EXPECT_EQ(ProgramRun({"--help", "-p"}, {}).status, kWrongUsage);
     EXPECT_NE(ProgramRun({"--help"}, {}).out.find("-t SECONDS"), std::string::npos);
-}
-
-TEST(AgentConnection, ReadsRepliesOneByOneAndTheRestUntilClose) {
-    FakeAgent agent([](int fd, const std::string& key, const std::string&) {
-        SendReply(fd, key, "200\n\r");
-        SendAll(fd, LengthBytes(6) + "rest");
-    });
-    AgentConnection connection;
-    Deadline deadline(std::chrono::seconds(10));
-    std::string text, rest, error;
-    ASSERT_TRUE(connection.Open("localhost", agent.Port(), deadline, error)) << error;
-    ASSERT_TRUE(connection.Send(BuildRequest(kTestPassword, "key", "QUIT\n\r"), deadline, error));
-    ASSERT_TRUE(connection.ReceiveReply("key", deadline, text, error)) << error;
-    EXPECT_EQ(text, "200\n\r");
-    ASSERT_TRUE(connection.ReceiveUntilClose(deadline, rest, error)) << error;
-    EXPECT_EQ(rest, LengthBytes(6) + "rest");
 }
 
 }  // namespace
