@@ -87,36 +87,6 @@ TEST_F(UpgradeTest, AGoodTransferLeavesModuleAndScript) {
     EXPECT_TRUE(gate_.Enter());
 }
 
-TEST_F(UpgradeTest, TheTrailerMustComeWholeAndFit) {
-    const std::string good = Trailer(module_);
-    std::string wrong = good;
-    wrong[3] ^= 1;
-    for (const std::string& trailer : {wrong, good.substr(0, 8), good + "x"}) {
-        UpgradeTransfer transfer(gate_);
-        EXPECT_EQ(Begin(transfer, "303"), "200\n");
-        EXPECT_EQ(Receive(transfer, module_), "");
-        EXPECT_TRUE(transfer.InProgress());
-        EXPECT_EQ(Receive(transfer, trailer), "Wrong CRC");
-        EXPECT_FALSE(transfer.InProgress());
-        EXPECT_TRUE(transfer.ScriptPath().Empty());
-        EXPECT_FALSE(Exists("zot__.upd"));
-    }
-}
-
-TEST_F(UpgradeTest, OneTransferAtATime) {
-    {
-        UpgradeTransfer first(gate_);
-        EXPECT_EQ(Begin(first, "101"), "200\n");
-        UpgradeTransfer second(gate_);
-        EXPECT_EQ(Begin(second, "101"), "302\n");
-        EXPECT_FALSE(second.InProgress());
-    }
-    // Broken off: the file is gone, the gate stays closed.
-    EXPECT_FALSE(Exists("zot__.upd"));
-    UpgradeTransfer third(gate_);
-    EXPECT_EQ(Begin(third, "101"), "302\n");
-}
-
 TEST_F(UpgradeTest, AWrongSizeIsRefusedButStillHoldsTheGate) {
     for (const char* size : {"100", "10485760", "-5", "x", ""}) {
         UpgradeGate gate;
