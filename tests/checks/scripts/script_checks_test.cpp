@@ -5,11 +5,14 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "checks/scripts/run_process.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -182,6 +185,74 @@ TEST_F(ScriptChecks, TwoHundredShellScriptsAtOnce) {
         });
     }
     for (std::thread& thread : threads) thread.join();
+}
+
+// The scripts that come with the agent.
+class ProductScripts : public ScriptChecks {
+  protected:
+    ProductScripts() {
+        settings_.procCntScript = kScripts + "zot_proccnt.sh";
+        settings_.procListScript = kScripts + "zot_proclist.sh";
+        settings_.cpuUsageScript = kScripts + "linux/zot_cpu.sh";
+    }
+    std::string Count(const std::string& name) const {
+        return Ask(TestProcess, "\n" + name + "\n\r");
+    }
+
+    const std::string kScripts = ZOT_SOURCE_DIR "/scripts/";
+};
+
+TEST_F(ProductScripts, CountsTextInCommandLines) {
+    // The name is unique to this test run, since its directory is.
+    std::string sleeper = WriteScript("while :; do sleep 0.1; done\n");
+    EXPECT_EQ(Count(sleeper), "200\n0\n");  // neither the script nor its shell
+    int code = 0;
+    VyString error;
+    ASSERT_EQ(RunProcessQuiet(
+                  "sh " + dir_.Write("start", sleeper + " 'one  [x]* $y' & echo $! >" +
+                                                  (dir_ / "a") + "\n" + sleeper +
+                                                  " 'one .' & echo $! >" + (dir_ / "b") + "\n"),
+                  {}, dir_.Path(), 9000, code, error),
+              1);
+    EXPECT_EQ(Count(sleeper), "200\n2\n");
+    EXPECT_EQ(Count("'" + sleeper + " one'"), "200\n2\n");
+    EXPECT_EQ(Count(sleeper + " one ."), "200\n1\n");  // words of one name
+    EXPECT_EQ(Count("'" + sleeper + " one  [x]* $y'"), "200\n1\n");
+    EXPECT_EQ(Count("'" + sleeper + " one .*'"), "200\n0\n");
+    for (const char* name : {"zot_proccnt", "'ZOT_NAME'"}) EXPECT_EQ(Count(name), "200\n0\n");
+
+    auto start = std::chrono::steady_clock::now();
+    Count("x");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
+
+    EXPECT_NE(Ask(GetProcessesList, "").find(sleeper + " one .%0D%0A"), std::string::npos);
+    std::string kill = "kill -9 " + test::ReadFile(dir_ / "a") + " " + test::ReadFile(dir_ / "b");
+    for (char& c : kill) c = c == '\n' ? ' ' : c;
+    RunProcessQuiet(kill, {}, dir_.Path(), 9000, code, error);
+}
+
+TEST_F(ProductScripts, CpuUsage) {
+    std::string reply = Ask(TestCpu, "");
+    ASSERT_EQ(reply.substr(0, 4), "200\n");
+    double usage = std::atof(reply.c_str() + 4);
+    EXPECT_GE(usage, 0);
+    EXPECT_LE(usage, 100);
+
+    // The other system's script, on a system call that says 25 busy of 200 ticks.
+    std::string fake = dir_.Write("sysctl",
+                                  "#!/bin/sh\n[ \"$*\" = '-n kern.cp_time' ] || exit 1\n"
+                                  "if [ -e $0.seen ]; then echo 110 3 12 5 1175; else\n"
+                                  ">$0.seen; echo 100 1 2 2 1000; fi\n");
+    chmod(fake.c_str(), 0700);
+    int code = 0;
+    VyString error;
+    std::string output = dir_ / "output";
+    ChildOptions options = {dir_.Path(), {}, {}, output, output};
+    ASSERT_EQ(
+        RunProcess("env PATH=" + dir_.Path() + ":/usr/bin:/bin " + kScripts + "freebsd/zot_cpu.sh",
+                   options, 9000, code, error),
+        1);
+    EXPECT_EQ(test::ReadFile(output), "12.50\n");
 }
 
 }  // namespace
