@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +13,7 @@
 
 #include "base/owners.h"
 #include "base/platform.h"
+#include "tests/support/loopback.h"
 
 namespace zot::test {
 namespace {
@@ -62,18 +61,7 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-uint16_t FreePort() {
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    if (bind(fd.Get(), generic, size) != 0 || getsockname(fd.Get(), generic, &size) != 0) {
-        Throw("no free port");
-    }
-    return ntohs(address.sin_port);
-}
+uint16_t FreePort() { return static_cast<uint16_t>(Loopback(SOCK_STREAM).Port()); }
 
 AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) {
     target_.password = kPassword;

@@ -13,13 +13,6 @@ namespace {
 
 constexpr int64_t kLongUptime = 200;
 
-// Sends a request that may end with the agent instead of with a reply.
-void AskIgnoringTheEnd(const AgentProcess& agent) {
-    client::Answer answer;
-    std::string error;
-    client::Ask(agent.Target(), client::ComposeRequest("GetInfo", {}), answer, error);
-}
-
 bool Answers(const AgentProcess& agent) {
     client::Answer answer;
     std::string error;
@@ -27,11 +20,9 @@ bool Answers(const AgentProcess& agent) {
 }
 
 AgentOptions WithFaults(const FaultInjection& faults, std::string mode) {
-    AgentOptions options;
-    options.arguments = {std::move(mode), "-v"};
-    options.environment = faults.Environment();
-    options.settings = "verboselogfile=verbose.txt\nbadlogfile=bad.txt\n";
-    return options;
+    return {.arguments = {std::move(mode), "-v"},
+            .settings = "verboselogfile=verbose.txt\nbadlogfile=bad.txt\n",
+            .environment = faults.Environment()};
 }
 
 size_t Count(const std::string& text, const std::string& part) {
@@ -46,7 +37,7 @@ TEST(Crash, AYoungAgentDies) {
     AgentProcess agent(WithFaults(faults, "-i"));
     faults->clockOffsetSeconds.store(100);
     faults->crashInUname.store(true);
-    AskIgnoringTheEnd(agent);
+    EXPECT_FALSE(Answers(agent));
     EXPECT_EQ(agent.WaitForExit(), -SIGSEGV);
     EXPECT_EQ(Count(agent.Output(), "\t Segmentation fault!!\n"), 1u);
     EXPECT_EQ(Count(agent.Output(), "Restarting"), 0u);
@@ -61,7 +52,7 @@ TEST(Crash, AnOldAgentIsReplacedInPlace) {
     for (auto* order : {&faults->crashInUname, &faults->crashInLocaltime}) {
         faults->clockOffsetSeconds.fetch_add(kLongUptime);
         order->store(true);
-        AskIgnoringTheEnd(agent);
+        EXPECT_FALSE(Answers(agent));
         failures += "Segmentation fault!!\nRestarting..\n";
         EXPECT_TRUE(WaitUntil([&] { return !order->load() && Answers(agent); }));
     }

@@ -12,28 +12,12 @@
 namespace zot::test {
 namespace {
 
-AgentOptions Daemon(std::string settings = "") {
-    AgentOptions options;
-    options.arguments = {"-d"};
-    options.settings = std::move(settings);
-    return options;
-}
-
 bool Shows(const client::Answer& answer, const std::string& line) {
     return std::find(answer.lines.begin(), answer.lines.end(), line) != answer.lines.end();
 }
 
-// Stops a daemon that has no pid file of its own, by which its owner would find it.
-void EndUnwatched(const AgentProcess& daemon) {
-    EXPECT_TRUE(WaitUntil([&] {
-        client::Answer answer;
-        std::string error;
-        return client::Ask(daemon.Target(), client::ComposeRequest("QUIT", {}), answer, error) != 0;
-    }));
-}
-
 TEST(Daemon, DetachesAndHoldsItsPidFile) {
-    AgentProcess agent(Daemon());
+    AgentProcess agent({.arguments = {"-d"}});
     EXPECT_EQ(agent.WaitForExit(), 0);
     std::string output = agent.Output();
     // Every line once, although the process forked after most of them.
@@ -46,22 +30,20 @@ TEST(Daemon, DetachesAndHoldsItsPidFile) {
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
 
     // Another agent with the same pid file runs without one, and leaves the file as it is.
-    AgentOptions options = Daemon("pidfile=" + agent.PidFilePath() + "\nbadlogfile=bad.txt\n");
-    options.awaitReady = false;
-    AgentProcess second(options);
+    AgentProcess second({.arguments = {"-d"},
+                         .settings = "pidfile=" + agent.PidFilePath() + "\nbadlogfile=bad.txt\n",
+                         .awaitReady = false});
     EXPECT_TRUE(WaitUntil([&] {
         return ReadFile(second.Dir() / "bad.txt")
                    .find("Failed to lock pid file " + agent.PidFilePath() + "\n") !=
                std::string::npos;
     }));
     EXPECT_EQ(ReadFile(agent.PidFilePath()), std::to_string(pid) + "\n");
-    EndUnwatched(second);
 }
 
 TEST(Daemon, StartsWithoutAnyStandardDescriptor) {
-    AgentOptions options = Daemon();
-    options.prefix = {"/bin/sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"};
-    AgentProcess agent(options);
+    AgentProcess agent(
+        {.arguments = {"-d"}, .prefix = {"/bin/sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"}});
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
     std::string descriptors = "/proc/" + std::to_string(agent.Pid()) + "/fd/";
     if (!std::filesystem::exists(descriptors)) GTEST_SKIP() << "no /proc/PID/fd";
@@ -73,7 +55,7 @@ TEST(Daemon, StartsWithoutAnyStandardDescriptor) {
 }
 
 TEST(Daemon, QuitAnswersThenEndsAndRemovesThePidFile) {
-    AgentProcess agent(Daemon());
+    AgentProcess agent({.arguments = {"-d"}});
     client::Answer answer = agent.Ask("QUIT");
     EXPECT_EQ(answer.code, "200");
     EXPECT_EQ(answer.lines, std::vector<std::string>{"Ok"});
@@ -82,7 +64,7 @@ TEST(Daemon, QuitAnswersThenEndsAndRemovesThePidFile) {
 }
 
 TEST(Daemon, HangupReadsTheConfigurationAgain) {
-    AgentProcess agent(Daemon("comment=before\n"));
+    AgentProcess agent({.arguments = {"-d"}, .settings = "comment=before\n"});
     EXPECT_TRUE(Shows(agent.Ask("GetInfo"), "Comment=before"));
     std::string config = ReadFile(agent.ConfigPath());
     agent.Dir().Write("zot.cfg", config + "comment=after\nport=1\n");
@@ -97,16 +79,15 @@ TEST(Daemon, HangupReadsTheConfigurationAgain) {
 
 TEST(Daemon, APidFileThatCannotBeMadeIsLoggedOnly) {
     AgentProcess agent;  // only lends its directory
-    AgentOptions options =
-        Daemon("pidfile=/no/such/folder/zot.pid\nbadlogfile=" + (agent.Dir() / "bad.txt") + "\n");
-    options.awaitReady = false;
-    AgentProcess daemon(options);
+    AgentProcess daemon({.arguments = {"-d"},
+                         .settings = "pidfile=/no/such/folder/zot.pid\nbadlogfile=" +
+                                     (agent.Dir() / "bad.txt") + "\n",
+                         .awaitReady = false});
     EXPECT_TRUE(WaitUntil([&] {
         return ReadFile(agent.Dir() / "bad.txt")
                    .find("Failed to create pid file /no/such/folder/zot.pid\n") !=
                std::string::npos;
     }));
-    EndUnwatched(daemon);
 }
 
 }  // namespace

@@ -44,10 +44,8 @@ int CountInMemory(pid_t pid, const std::string& text) {
 }
 
 TEST(Secrets, APasswordThatWasReplacedIsNowhere) {
-    AgentOptions options;
-    options.arguments = {"-d", "-vd"};
-    options.settings = "verboselogfile=verbose.txt\nlogsuccess=1\nlogfails=1\n";
-    AgentProcess agent(options);
+    AgentProcess agent({.arguments = {"-d", "-vd"},
+                        .settings = "verboselogfile=verbose.txt\nlogsuccess=1\nlogfails=1\n"});
     client::Target target = agent.Target();
     // An allocator writes over the beginning of what is freed, so the end is what is sought.
     const std::string tail = "the end of the first secret";

@@ -41,14 +41,10 @@ const std::string kChecks =
 
 // Runs the agent with these arguments alone.
 std::string RunToExit(std::vector<std::string> arguments, int expectedCode) {
-    AgentOptions options;
-    options.arguments.clear();
     // The shell drops the configuration file that is put behind the arguments.
     std::string line = "exec \"$0\"";
     for (const std::string& argument : arguments) line += " '" + argument + "'";
-    options.prefix = {"/bin/sh", "-c", line};
-    options.awaitReady = false;
-    AgentProcess agent(options);
+    AgentProcess agent({.arguments = {}, .prefix = {"/bin/sh", "-c", line}, .awaitReady = false});
     EXPECT_EQ(agent.WaitForExit(), expectedCode) << line;
     return agent.Output();
 }
@@ -88,9 +84,7 @@ TEST(Startup, AnUnusableConfigurationEndsTheStart) {
 }
 
 TEST(Startup, AnInteractiveStartShowsEveryStep) {
-    AgentOptions options;
-    options.settings = "filterlist=10.0.0.1\nfiltermarks=0\n";
-    AgentProcess agent(options);
+    AgentProcess agent({.settings = "filterlist=10.0.0.1\nfiltermarks=0\n"});
     std::string expected = kBanner + "Ok\nSettings checking .. Ok\nCPU testing .. Ok\n" + kChecks;
     std::string output = agent.Output();
     EXPECT_EQ(output.substr(0, expected.size()), expected);
@@ -103,9 +97,7 @@ TEST(Startup, AnInteractiveStartShowsEveryStep) {
 }
 
 TEST(Startup, DebuggingModeShowsSizesAndWarningsDoNotStopTheStart) {
-    AgentOptions options;
-    options.arguments = {"-i", "-vd"};
-    AgentProcess agent(options);
+    AgentProcess agent({.arguments = {"-i", "-vd"}});
     std::string expected = kBanner +
                            "Ok\nSettings checking .. Warning: FilterMarks has less items than "
                            "FilterList\nCPU testing .. Ok\n"
@@ -116,12 +108,8 @@ TEST(Startup, DebuggingModeShowsSizesAndWarningsDoNotStopTheStart) {
 
 TEST(Startup, APortInUseIsReportedBeforeDetaching) {
     AgentProcess first;
-    AgentOptions options;
-    options.port = first.Port();
-    options.arguments = {"-d"};
-    options.awaitReady = false;
     auto start = std::chrono::steady_clock::now();
-    AgentProcess second(options);
+    AgentProcess second({.arguments = {"-d"}, .port = first.Port(), .awaitReady = false});
     EXPECT_EQ(second.WaitForExit(), 4);
     // Three attempts, and a second of sleep after each.
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
@@ -134,11 +122,8 @@ TEST(Startup, APortInUseIsReportedBeforeDetaching) {
 TEST(Startup, AFailedDetachIsReported) {
     FaultInjection faults;
     faults->fork.Fail(EAGAIN);
-    AgentOptions options;
-    options.arguments = {"-d"};
-    options.environment = faults.Environment();
-    options.awaitReady = false;
-    AgentProcess agent(options);
+    AgentProcess agent(
+        {.arguments = {"-d"}, .environment = faults.Environment(), .awaitReady = false});
     EXPECT_EQ(agent.WaitForExit(), 2);
     EXPECT_EQ(agent.ErrorOutput(), "Error initializing daemon: Resource temporarily unavailable\n");
     EXPECT_EQ(agent.Output().find("Daemon started"), std::string::npos);
