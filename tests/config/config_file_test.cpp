@@ -178,16 +178,5 @@ TEST_F(ConfigFile, TemporaryDirectoryIsResolvedAndExported) {
     unsetenv("TMP");
 }
 
-TEST_F(ConfigFile, FailedLoadPublishesWhatItApplied) {
-    SettingsStore store;
-    std::string path = dir_.Write("zot.cfg", "comment=kept\n");
-    store.Change([&](AgentSettings& settings) {
-        strcpy(settings.configPath, path.c_str());
-        return 1;
-    });
-    EXPECT_EQ(LoadConfigLocked(store, error_), 0);
-    EXPECT_EQ(store.Snapshot()->comment, "kept");
-}
-
 }  // namespace
 }  // namespace zot
