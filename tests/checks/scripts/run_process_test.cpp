@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "base/owners.h"
+#include "checks/scripts/command_line.h"
+#include "checks/scripts/temp_name.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -203,6 +205,83 @@ TEST_F(RunProcessTest, WithoutFreeDescriptors) {
     EXPECT_TRUE(fs::is_empty(dir_.Path()));
     EXPECT_EQ(result, "555");
     EXPECT_LT(took, 2.9);
+}
+
+using Arguments = std::vector<std::string>;
+
+Arguments Split(const std::string& line) {
+    CommandLine command(line);
+    return {command.Arguments(), command.Arguments() + command.Count()};
+}
+
+TEST(CommandLine, BlanksAndQuotes) {
+    EXPECT_EQ(Split(""), Arguments());
+    EXPECT_EQ(Split("  a  b\tc "), (Arguments{"a", "b", "c"}));
+    EXPECT_EQ(Split("p 'a b' \"c 'd\""), (Arguments{"p", "a b", "c 'd"}));
+    EXPECT_EQ(Split("p 'a'b '' 'open end "), (Arguments{"p", "a", "b", "", "open end "}));
+    // A quote counts only at the start of an argument, and nothing else is special.
+    EXPECT_EQ(Split("x=\"a b\" $HOME * >f \\n"),
+              (Arguments{"x=\"a", "b\"", "$HOME", "*", ">f", "\\n"}));
+}
+
+TEST(CommandLine, Limits) {
+    std::string many;
+    for (int i = 1; i <= 25; ++i) many += std::to_string(i) + " ";
+    Arguments split = Split(many);
+    ASSERT_EQ(split.size(), 23U);
+    EXPECT_EQ(split.back(), "23");
+
+    EXPECT_EQ(Split(std::string(1023, 'x')).size(), 1U);
+    EXPECT_EQ(Split(std::string(1024, 'x')).size(), 0U);
+    // 1,000 + 1 and 22 + 1 bytes fill the area; an argument that does not fit ends the splitting.
+    std::string first(1000, 'x');
+    EXPECT_EQ(Split(first + " " + std::string(22, 'y')).size(), 2U);
+    EXPECT_EQ(Split(first + " " + std::string(23, 'y') + " z"), Arguments{first});
+}
+
+TEST(TempName, NamesAndRefusals) {
+    char buffer[64];
+    EXPECT_EQ(MakeTempName("/tmp", nullptr, 64, nullptr), 0);
+    EXPECT_EQ(MakeTempName("/tmp", buffer, 15, "a"), 0);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(MakeTempName("/tmp", buffer, sizeof buffer, "fixed.txt"), 1);
+    EXPECT_STREQ(buffer, "/tmp/fixed.txt");
+    EXPECT_EQ(MakeTempName("", buffer, sizeof buffer, "fixed.txt"), 1);
+    EXPECT_STREQ(buffer, "/fixed.txt");
+    // The directory and its "/" must leave 16 bytes.
+    EXPECT_EQ(MakeTempName(std::string(47, 'd'), buffer, sizeof buffer, "f"), 1);
+    EXPECT_EQ(MakeTempName(std::string(48, 'd'), buffer, sizeof buffer, "f"), 0);
+
+    int64_t id = UniqueId();
+    EXPECT_EQ(id >> 16, static_cast<uint32_t>(getpid()) << 16 >> 16);
+    EXPECT_EQ(UniqueId(), id + 1);
+    std::string expected = "/tmp/tmp-" + std::to_string(id + 2) + "-";
+    EXPECT_EQ(MakeTempName("/tmp", buffer, sizeof buffer, nullptr), 1);
+    EXPECT_EQ(std::string(buffer).substr(0, expected.size()), expected);
+}
+
+TEST(TempName, FilesArePrivateAndNeverReplaceWhatIsThere) {
+    test::TempDir dir;
+    std::string victim = dir.Write("victim", "precious");
+    std::string next = "tmpPzot-" + std::to_string(UniqueId() + 1) + ".txt";
+    fs::create_symlink(victim, dir / next);
+    std::string path;
+    {
+        TempFile file;
+        ASSERT_EQ(file.Create(dir.Path(), "tmpPzot-"), TempFile::Result::kCreated);
+        path = file.Path();
+        EXPECT_NE(path, dir / next);
+        struct stat info {};
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0600U);
+        EXPECT_TRUE(file.Write("text"));
+    }
+    EXPECT_FALSE(fs::exists(path));
+    EXPECT_EQ(test::ReadFile(victim), "precious");
+
+    TempFile none;
+    EXPECT_EQ(none.Create(dir / "missing"), TempFile::Result::kNotCreated);
+    EXPECT_EQ(none.Create(std::string(500, 'd')), TempFile::Result::kNoName);
 }
 
 }  // namespace
