@@ -63,6 +63,14 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 
 uint16_t FreePort() { return static_cast<uint16_t>(Loopback(SOCK_STREAM).Port()); }
 
+bool TryAsk(const client::Target& target, std::string_view command,
+            const std::vector<std::string>& params, client::Answer* answer) {
+    client::Answer ignored;
+    std::string error;
+    return client::Ask(target, client::ComposeRequest(command, params), answer ? *answer : ignored,
+                       error) != 0;
+}
+
 AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) {
     target_.password = kPassword;
     target_.timeout = kPatience;
@@ -197,9 +205,7 @@ void AgentProcess::StopDaemon() const {
     if (pid > 0 && ReadFile(PidFilePath()) == std::to_string(pid) + "\n") {
         kill(pid, SIGKILL);
     } else if (PortIsServed(port_)) {
-        client::Answer answer;
-        std::string ignored;
-        client::Ask(target_, client::ComposeRequest("QUIT", {}), answer, ignored);
+        TryAsk(target_, "QUIT");
     }
     if (!WaitForDaemonEnd()) ADD_FAILURE() << "the daemon on port " << port_ << " does not end";
 }

@@ -25,6 +25,10 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 // A port of the loopback interface on which nothing listens at the moment.
 uint16_t FreePort();
 
+// Asks whoever serves at the target; false when no valid reply comes.
+bool TryAsk(const client::Target& target, std::string_view command,
+            const std::vector<std::string>& params = {}, client::Answer* answer = nullptr);
+
 struct AgentOptions {
     std::vector<std::string> arguments{"-i"};  // before the configuration file; "-d" for the daemon
     std::string settings{};                  // further configuration lines; they win over the usual

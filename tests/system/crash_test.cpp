@@ -13,11 +13,7 @@ namespace {
 
 constexpr int64_t kLongUptime = 200;
 
-bool Answers(const AgentProcess& agent) {
-    client::Answer answer;
-    std::string error;
-    return client::Ask(agent.Target(), client::ComposeRequest("GetInfo", {}), answer, error) != 0;
-}
+bool Answers(const AgentProcess& agent) { return TryAsk(agent.Target(), "GetInfo"); }
 
 AgentOptions WithFaults(const FaultInjection& faults, std::string mode) {
     return {.arguments = {std::move(mode), "-v"},

@@ -16,14 +16,9 @@ using client::Deadline;
 
 constexpr char kKey[] = "a session key";
 
-bool TryAsk(const client::Target& target, std::string_view command, client::Answer& answer) {
-    std::string error;
-    return client::Ask(target, client::ComposeRequest(command, {}), answer, error) != 0;
-}
-
 bool Answers(const client::Target& target, const std::string& line = "Service=0") {
     client::Answer answer;
-    return TryAsk(target, "GetInfo", answer) &&
+    return TryAsk(target, "GetInfo", {}, &answer) &&
            std::find(answer.lines.begin(), answer.lines.end(), line) != answer.lines.end();
 }
 
@@ -65,18 +60,13 @@ TEST(Management, ThePortMovesOrComesBack) {
     EXPECT_FALSE(Answers(agent.Target()));
 
     AgentProcess other;  // its port cannot be had
-    client::Answer answer;
-    std::string error;
-    std::string request = client::ComposeRequest(
-        "SetSettings", std::vector<std::string>{"Port=" + std::to_string(other.Port())});
-    ASSERT_TRUE(client::Ask(moved, request, answer, error)) << error;
+    ASSERT_TRUE(TryAsk(moved, "SetSettings", {"Port=" + std::to_string(other.Port())}));
     std::string port = "Port=" + std::to_string(moved.port);
     EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
     EXPECT_NE(agent.Output().find("Return to original port\n"), std::string::npos);
 
     for (const char* impossible : {"Port=0", "Port=70000"}) {
-        request = client::ComposeRequest("SetSettings", std::vector<std::string>{impossible});
-        ASSERT_TRUE(client::Ask(moved, request, answer, error)) << error;
+        ASSERT_TRUE(TryAsk(moved, "SetSettings", {impossible}));
         EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
     }
 }

@@ -52,9 +52,7 @@ TEST(Secrets, APasswordThatWasReplacedIsNowhere) {
     const std::string first = std::string(80, '-') + tail;
     auto ask = [&](const std::string& command, const std::vector<std::string>& params) {
         client::Answer answer;
-        std::string error;
-        std::string request = client::ComposeRequest(command, params);
-        EXPECT_TRUE(client::Ask(target, request, answer, error)) << command << ": " << error;
+        EXPECT_TRUE(TryAsk(target, command, params, &answer)) << command;
         return answer.code;
     };
     EXPECT_EQ(ask("SetSettings", {"Password=" + first}), "200");

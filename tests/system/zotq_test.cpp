@@ -46,8 +46,7 @@ TEST(Zotq, UpgradesARunningDaemonUnderLoad) {
     AgentProcess agent({.arguments = {"-d"}, .settings = "zotpath=" + (dir / "zot") + "\n"});
     auto answers = [&agent](const std::string& line) {
         client::Answer answer;
-        std::string error;
-        client::Ask(agent.Target(), client::ComposeRequest("GetInfo", {}), answer, error);
+        TryAsk(agent.Target(), "GetInfo", {}, &answer);
         return std::find(answer.lines.begin(), answer.lines.end(), line) != answer.lines.end();
     };
     std::atomic<bool> stop{false};
