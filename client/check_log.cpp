@@ -108,8 +108,8 @@ void CheckLog(const CheckRun& run, CheckResult& result) {
         result.text = "watching " + file + " from now on";
         return;
     }
-    result.text = (all ? "" : "at least ") + std::to_string(matches) + " new lines with '" +
-                  pattern + "' in " + file;
+    result.text = Concat({all ? "" : "at least ", Count(matches, "new line", "new lines"),
+                          " with '", pattern, "' in ", file});
     if (matches > 0) result.text += ", the last: " + lastLine;
 }
 

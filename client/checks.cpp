@@ -57,7 +57,7 @@ void CheckFiles(const CheckRun& run, CheckResult& result) {
     if (!run.AskForValue("TEST-CountFiles", params, 0, answer, result)) return;
     result.label = "files";
     result.limits = ";0";
-    result.text = Concat({FormatDecimal(*result.value), " files ", mask, " in ", folder});
+    result.text = Concat({Count(*result.value, "file ", "files "), mask, " in ", folder});
 }
 
 void CheckAge(const CheckRun& run, CheckResult& result) {
@@ -72,8 +72,8 @@ void CheckAge(const CheckRun& run, CheckResult& result) {
     result.label = "age";
     result.unit = "s";  // there is no unit for minutes
     result.factor = 60;
-    result.text =
-        Concat({answer.lines[kPathLine], " is ", FormatDecimal(*result.value), " minutes old"});
+    result.text = Concat(
+        {answer.lines[kPathLine], " is ", Count(*result.value, "minute", "minutes"), " old"});
 }
 
 // The algorithm's number in a request, told by the length of the digest; empty for none.
@@ -122,7 +122,7 @@ void CheckProcess(const CheckRun& run, CheckResult& result) {
     if (!run.AskForValue("TEST-Process", Params{"0", name}, 0, answer, result)) return;
     result.label = "processes";
     result.limits = ";0";
-    result.text = Concat({FormatDecimal(*result.value), " processes ", name});
+    result.text = Concat({Count(*result.value, "process ", "processes "), name});
 }
 
 void CheckCpu(const CheckRun& run, CheckResult& result) {

@@ -12,7 +12,7 @@ int Fail(const Console& console, std::string_view message, ExitStatus status) {
     return status;
 }
 
-int Finish(const Console& console, ExitStatus status) {
+int Finish(const Console& console, int status) {
     if (console.out.flush()) return status;
     return Fail(console, "cannot write to standard output", kNoReply);
 }

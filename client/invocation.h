@@ -41,7 +41,7 @@ struct Invocation {
 
 int Fail(const Console& console, std::string_view message, ExitStatus status);
 // What standard output did not take (a full disk, say) did not reach the caller.
-int Finish(const Console& console, ExitStatus status);
+int Finish(const Console& console, int status);
 
 // Puts the password into the target. Returns 1, or 0 with the error text.
 int TakePassword(Invocation& call, std::string& error);

@@ -22,7 +22,8 @@ using ApplyOption = bool (*)(std::string_view value, Options& options);
 
 struct OptionRow {
     std::string_view name;
-    std::string_view argument;  // empty for a flag
+    std::string_view otherName;  // that plugins have for it, or none
+    std::string_view argument;   // empty for a flag
     std::string_view help;
     ApplyOption apply;
 };
@@ -72,34 +73,42 @@ bool SetFlag(std::string_view, Options& options) {
 }
 
 constexpr OptionRow kOptions[] = {
-    {"-H", "HOST", "name or IPv4 address of the agent's host (127.0.0.1)", SetHost},
-    {"-p", "PORT", "TCP port of the agent (1055)", SetPort},
-    {"-t", "SECONDS",
+    {"-H", "--hostname", "HOST", "name or IPv4 address of the agent's host (127.0.0.1)", SetHost},
+    {"-p", "--port", "PORT", "TCP port of the agent (1055)", SetPort},
+    {"-t", "--timeout", "SECONDS",
      "time limit for the whole exchange, for each step of an upgrade; 1 to 86400 (10)", SetTimeout},
-    {"-P", "FILE", "take the password from the first line of FILE", SetPasswordFile},
-    {"-u", "", "print line breaks inside values as such, not as %0D and %0A",
+    {"-P", "", "FILE", "take the password from the first line of FILE", SetPasswordFile},
+    {"-u", "", "", "print line breaks inside values as such, not as %0D and %0A",
      SetFlag<&Options::unescape>},
-    {"--json", "", "print the reply as one JSON object", SetFlag<&Options::json>},
-    {"--show-password", "", "settings: show the password too", SetFlag<&Options::showPassword>},
-    {"--plugin", "", "be a monitoring plugin", SetFlag<&Options::plugin>},
-    {"-w", "RANGE", "plugin: warn outside of RANGE", SetRange<&Options::warning>},
-    {"-c", "RANGE", "plugin: critical outside of RANGE", SetRange<&Options::critical>},
-    {"--state", "FILE", "plugin: where the log check keeps its position", SetStateFile},
-    {"--help", "", "print this help and exit", SetFlag<&Options::help>},
-    {"--version", "", "print the version and exit", SetFlag<&Options::version>},
+    {"--json", "", "", "print the reply as one JSON object", SetFlag<&Options::json>},
+    {"--show-password", "", "", "settings: show the password too", SetFlag<&Options::showPassword>},
+    {"--plugin", "", "", "be a monitoring plugin", SetFlag<&Options::plugin>},
+    {"-w", "--warning", "RANGE", "plugin: warn outside of RANGE", SetRange<&Options::warning>},
+    {"-c", "--critical", "RANGE", "plugin: critical outside of RANGE",
+     SetRange<&Options::critical>},
+    {"--state", "", "FILE", "plugin: where the log check keeps its position", SetStateFile},
+    {"-h", "--help", "", "print this help and exit", SetFlag<&Options::help>},
+    {"-V", "--version", "", "print the version and exit", SetFlag<&Options::version>},
 };
 
-// The row that the argument names, with the value attached to it: "-p1055", "--state=FILE".
+// Whether the argument is the option, with the value attached to it: "-p1055", "--state=FILE".
+bool IsOption(std::string_view argument, std::string_view name, bool takesValue,
+              std::optional<std::string_view>& attached) {
+    attached.reset();
+    if (name.empty() || !argument.starts_with(name)) return false;
+    std::string_view rest = argument.substr(name.size());
+    if (rest.empty()) return true;
+    bool isLong = name.starts_with("--");
+    if (!takesValue || (isLong && rest[0] != '=')) return false;
+    attached = isLong ? rest.substr(1) : rest;
+    return true;
+}
+
 const OptionRow* FindOption(std::string_view argument, std::optional<std::string_view>& attached) {
     for (const OptionRow& row : kOptions) {
-        attached.reset();
-        if (argument == row.name) return &row;
-        if (row.argument.empty() || !argument.starts_with(row.name)) continue;
-        attached = argument.substr(row.name.size());
-        if (!row.name.starts_with("--")) return &row;
-        if (!attached->starts_with('=')) continue;
-        attached->remove_prefix(1);
-        return &row;
+        for (std::string_view name : {row.name, row.otherName}) {
+            if (IsOption(argument, name, !row.argument.empty(), attached)) return &row;
+        }
     }
     return nullptr;
 }
@@ -110,6 +119,8 @@ bool GoTogether(const Options& options, std::string& error) {
         error = "-w, -c and --state go with --plugin only";
     } else if (options.plugin && options.json) {
         error = "--json does not go with --plugin";
+    } else if (options.plugin && (options.unescape || options.showPassword)) {
+        error = "-u and --show-password do not go with --plugin";
     }
     return error.empty();
 }
@@ -172,8 +183,9 @@ std::string OptionsHelp() {
     std::ostringstream help;
     for (const OptionRow& row : kOptions) {
         std::string left(row.name);
+        if (!row.otherName.empty()) left.append(", ").append(row.otherName);
         if (!row.argument.empty()) left.append(" ").append(row.argument);
-        help << "  " << std::left << std::setw(15) << left << ' ' << row.help << '\n';
+        help << "  " << std::left << std::setw(24) << left << ' ' << row.help << '\n';
     }
     return help.str();
 }

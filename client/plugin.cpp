@@ -1,6 +1,10 @@
 #include "client/plugin.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <ostream>
 
 #include "client/check.h"
@@ -34,13 +38,34 @@ int Print(const Console& console, std::string_view service, PluginStatus status,
     return out.flush() ? status : Fail(console, "cannot write to standard output", kNoReply);
 }
 
+// Ends the process with a status a second after the time limit: the resolution of a name takes its
+// own time, and a monitoring system kills a plugin that says nothing for too long.
+class HardTimeLimit {
+  public:
+    explicit HardTimeLimit(std::chrono::milliseconds limit) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            constexpr std::string_view kText = "ZOTQ UNKNOWN - the time is up\n";
+            ssize_t ignored = write(STDOUT_FILENO, kText.data(), kText.size());
+            static_cast<void>(ignored);
+            _exit(kUnknown);
+        };
+        sigaction(SIGALRM, &action, nullptr);
+        alarm(static_cast<unsigned>(std::chrono::ceil<std::chrono::seconds>(limit).count()) + 1);
+    }
+    ~HardTimeLimit() { alarm(0); }
+    HardTimeLimit(const HardTimeLimit&) = delete;
+    HardTimeLimit& operator=(const HardTimeLimit&) = delete;
+};
+
 std::string PerformanceData(const CheckResult& result, const std::optional<Range>& warning,
                             const std::optional<Range>& critical) {
     std::string data;
     if (result.value) {
-        data = Concat({result.label, "=", FormatDecimal(*result.value * result.factor), result.unit,
-                       ";", warning ? warning->Format(result.factor) : "", ";",
-                       critical ? critical->Format(result.factor) : "", result.limits});
+        data =
+            Concat({result.label, "=", FormatDecimal(*result.value * result.factor, kDataDecimals),
+                    result.unit, ";", warning ? warning->Format(result.factor) : "", ";",
+                    critical ? critical->Format(result.factor) : "", result.limits});
         data.erase(data.find_last_not_of(';') + 1);
     }
     if (!data.empty() && !result.otherData.empty()) data += ' ';
@@ -91,6 +116,9 @@ std::string UsageFault(const Check& check, const Options& options) {
     if (std::find(options.words.begin(), options.words.end(), "") != options.words.end()) {
         return "an argument is empty";
     }
+    if (check.run != CheckLog && !options.stateFile.empty()) {
+        return "the check " + std::string(check.name) + " takes no --state";
+    }
     if (!check.takesRanges && (options.warning || options.critical)) {
         return "the check " + std::string(check.name) + " takes no -w and -c";
     }
@@ -108,7 +136,9 @@ int CheckRun::Ask(std::string_view command, std::span<const std::string> params,
                   Answer& answer, CheckResult& result) const {
     for (const std::string& param : params) {
         if (FitsRequestLine(param)) continue;
-        result.Fail(kUnknown, "the protocol cannot carry this parameter as it is: " + param);
+        constexpr size_t kShown = 60;
+        result.Fail(kUnknown, "the protocol cannot carry this parameter as it is: " +
+                                  param.substr(0, kShown));
         return 0;
     }
     Target target = call_.options.target;
@@ -150,6 +180,7 @@ int RunPlugin(Invocation& call) {
     if (!check) {
         return PluginUsageError(call.console, "no check with the name " + options.words[0]);
     }
+    HardTimeLimit limit(options.target.timeout);
     std::string error = UsageFault(*check, options);
     if (!error.empty()) return PluginUsageError(call.console, error);
     if (!TakePassword(call, error)) return PluginUsageError(call.console, error);

@@ -66,13 +66,15 @@ int Run(std::span<const char* const> arguments, Invocation& call) {
         if (plugin) return PluginUsageError(call.console, error);
         return Fail(call.console, error + " (see zotq --help)", kWrongUsage);
     }
+    // A plugin that was not asked to check anything knows nothing.
+    const int toldOnly = options.plugin ? int{kUnknown} : int{kReplyOk};
     if (options.help) {
         PrintHelp(call.console.out);
-        return Finish(call.console, kReplyOk);
+        return Finish(call.console, toldOnly);
     }
     if (options.version) {
         call.console.out << "zotq " << kAgentVersion << '\n';
-        return Finish(call.console, kReplyOk);
+        return Finish(call.console, toldOnly);
     }
     if (options.plugin) return RunPlugin(call);
     if (options.words.empty()) {

@@ -20,7 +20,7 @@ std::optional<Range> Range::Parse(std::string_view text) {
     size_t colon = text.find(':');
     std::string_view start = colon == std::string_view::npos ? "" : text.substr(0, colon);
     std::string_view end = colon == std::string_view::npos ? text : text.substr(colon + 1);
-    if (start.empty() && end.empty()) return {};
+    if (text.empty()) return {};
     if (start == "~") {
         range.start_ = -kInfinity;
     } else if (!start.empty() && !ParseDecimal(start, range.start_)) {
@@ -40,9 +40,9 @@ std::string Range::Format(double factor) const {
     if (start_ == -kInfinity) {
         text += "~:";
     } else if (start_ != 0 || end_ == kInfinity) {
-        text += FormatDecimal(start_ * factor) + ":";
+        text += FormatDecimal(start_ * factor, kDataDecimals) + ":";
     }
-    if (end_ != kInfinity) text += FormatDecimal(end_ * factor);
+    if (end_ != kInfinity) text += FormatDecimal(end_ * factor, kDataDecimals);
     return text;
 }
 

@@ -57,11 +57,15 @@ bool FindDecimal(std::string_view text, double& value) {
     return false;
 }
 
-std::string FormatDecimal(double value) {
-    std::string text = Print(value, 2);
+std::string FormatDecimal(double value, int decimals) {
+    std::string text = Print(value, decimals);
     text.erase(text.find_last_not_of('0') + 1);
     if (text.ends_with('.')) text.pop_back();
     return text == "-0" ? "0" : text;
+}
+
+std::string Count(double number, std::string_view one, std::string_view many) {
+    return Concat({FormatDecimal(number), " ", number == 1 ? one : many});
 }
 
 std::string FormatBytes(double bytes) {

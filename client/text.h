@@ -18,8 +18,14 @@ bool ParseDecimal(std::string_view text, double& value);
 // there is none.
 bool FindDecimal(std::string_view text, double& value);
 
-// Whole numbers without a fraction, others with at most two digits of it.
-std::string FormatDecimal(double value);
+// Whole numbers without a fraction, others with at most so many digits of it.
+std::string FormatDecimal(double value, int decimals = 2);
+
+// How many digits of a fraction the performance data have: those that a range may have been about.
+constexpr int kDataDecimals = 6;
+
+// "1 file", "2 files".
+std::string Count(double number, std::string_view one, std::string_view many);
 
 // Bytes with the binary unit that suits them: "512 B", "1.5 GiB".
 std::string FormatBytes(double bytes);

@@ -6,7 +6,8 @@ GetSettings QUIT ReloadApp ReloadCfg SetSettings TEST-CPU TEST-CountFiles TEST-E
 TEST-FileCompare TEST-FileExists TEST-FileHash TEST-FolderSize TEST-Process TEST-ShellScript
 TEST-TCP TEST-TextLog TEST-TextLog2 TEST-UDP TEST-UNC set settings upgrade'
 _zotq_checks='age cpu disk files hash log process script size tcp'
-_zotq_options='-H -p -t -P -u -w -c --json --show-password --plugin --state --help --version'
+_zotq_options='-H --hostname -p --port -t --timeout -P -u --json --show-password --plugin
+-w --warning -c --critical --state -h --help -V --version'
 _zotq_names='Comment=
 Port=
 Timeout=

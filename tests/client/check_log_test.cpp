@@ -68,7 +68,7 @@ TEST_F(CheckLog, FollowsALogThatIsEmptiedOrStillBeingWritten) {
     // Rotated by copying, so that the file is shorter than it was, and read while it was empty.
     for (const char* content : {"error |\n", "", "error |\n"}) {
         dir_.Write("app.log", content);
-        bool found = Run().out.find("1 new lines with 'error' in " + log_ +
+        bool found = Run().out.find("1 new line with 'error' in " + log_ +
                                     ", the last: error / ") != std::string::npos;
         EXPECT_EQ(found, *content != '\0');
     }

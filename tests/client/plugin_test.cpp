@@ -38,7 +38,7 @@ TEST(Plugin, EachCheckJudgesTheReply) {
     } cases[] = {
         {"-w|80|-c|90|disk|/var", "200\n  4000\n  1000\n   600\n0\n", kWarning,
          "DISK WARNING - /var is 83.33% full, 600 B of 3.9 KiB available | "
-         "used=83.33%;80;90;0;100 available=600B;;;0;4000\n"},
+         "used=83.333333%;80;90;0;100 available=600B;;;0;4000\n"},
         {"disk|/proc", "200\n     0\n     0\n     0\n0\n", kOk,
          "DISK OK - /proc is 0% full, 0 B of 0 B available | "
          "used=0%;;;0;100 available=0B;;;0;0\n"},

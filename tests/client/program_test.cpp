@@ -97,9 +97,12 @@ TEST(Program, UsageErrorsSendNothing) {
         expectWrong("-P|" + path + "|GetInfo");
     }
     EXPECT_EQ(ProgramRun({"GetInfo"}, {}).status, kWrongUsage);
-    EXPECT_EQ(ProgramRun({"--version"}, {}).out, "zotq 1.36\n");
+    for (const char* option : {"-V", "--version"}) {
+        EXPECT_EQ(ProgramRun({option}, {}).out, "zotq 1.36\n");
+        EXPECT_EQ(ProgramRun({"--plugin", option}, {}).status, 3) << "of a plugin: unknown";
+    }
     EXPECT_EQ(ProgramRun({"--help", "-p"}, {}).status, kWrongUsage);
-    EXPECT_NE(ProgramRun({"--help"}, {}).out.find("-t SECONDS"), std::string::npos);
+    EXPECT_NE(ProgramRun({"--help"}, {}).out.find("-t, --timeout SECONDS"), std::string::npos);
 }
 
 }  // namespace

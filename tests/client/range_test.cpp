@@ -24,6 +24,8 @@ TEST(Range, AlertsAndFormats) {
         {"-5:-1.5", {-5, -2}, {-1, 0}, "-300:-90"},
         {"0", {0}, {1, -1}, "0"},
         {"0:", {0, 7}, {-1}, "0:"},
+        {"@:", {-1}, {0, 7}, "@0:"},
+        {"0.001", {0.001}, {0.0011}, "0.06"},
     };
     for (const Case& c : cases) {
         auto range = Range::Parse(c.text);
@@ -32,8 +34,8 @@ TEST(Range, AlertsAndFormats) {
         for (double value : c.bad) EXPECT_TRUE(range->Alerts(value)) << c.text << " " << value;
         EXPECT_EQ(range->Format(60), c.inSixtieths);
     }
-    for (const char* text : {"", ":", "@", "@:", "a", "10%", "1e3", "20:10", "10:20:30", "~",
-                             "10:~", "1.2.3", "-", "10 :20", "inf", "0x10"}) {
+    for (const char* text : {"", "@", "a", "10%", "1e3", "20:10", "10:20:30", "~", "10:~", "1.2.3",
+                             "-", "10 :20", "inf", "0x10"}) {
         EXPECT_FALSE(Range::Parse(text).has_value()) << text;
     }
 }

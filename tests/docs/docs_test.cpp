@@ -189,14 +189,19 @@ TEST(Docs, ClientPageAndCompletionsHaveEveryOption) {
     const std::string page = SourceFile("docs/man/zotq.1");
     const std::string bash = SourceFile("packaging/completion/zotq.bash");
     const std::string zsh = SourceFile("packaging/completion/_zotq");
-    const Names options = Found(client::OptionsHelp(), "^ *(-[^ ]+)");
+    Names options = Found(client::OptionsHelp(), "^ *(-[^ ,]+)");
+    options.merge(Found(client::OptionsHelp(), "^ *-[^ ,]+, (--[^ ]+)"));
     EXPECT_GT(options.size(), 5U);
-    for (const std::string& option : options) {
+    Names documented;
+    for (const auto& line : Matches(page, "^\\.It Fl .*$")) {
         // mdoc writes the first minus sign itself.
-        EXPECT_NE(page.find(".It Fl " + option.substr(1)), std::string::npos) << option;
-        EXPECT_EQ(Matches(bash, "_options=.*" + option + "[ ']").size(), 1U) << option;
-        EXPECT_NE(zsh.find(option + "["), std::string::npos) << option;
+        for (const std::string& name : Found(line[0], "Fl ([^ ]+)")) documented.insert("-" + name);
     }
+    EXPECT_EQ(documented, options);
+    EXPECT_EQ(Found(Section(bash, "_zotq_options='", "'"), "(-[^ \n]+)"), options);
+    Names offered = Found(zsh, "[{'](--?[A-Za-z-]+)[[,]");
+    offered.merge(Found(zsh, ",(--[a-z-]+)\\}"));
+    EXPECT_EQ(offered, options);
 }
 
 TEST(Docs, CompletionsHaveEveryCommandAndSetting) {
