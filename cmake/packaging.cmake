@@ -4,7 +4,7 @@ install(FILES docs/man/zotq.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/man/zot.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES docs/guide.md docs/architecture.md README.md CHANGELOG.md
+install(FILES docs/guide.md docs/reliability.md docs/architecture.md README.md CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES packaging/completion/zotq.bash
