@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <memory>
 #include <string_view>
 
 namespace zot {
@@ -13,6 +15,12 @@ namespace zot {
 inline bool IsRegularFile(const char* path) {
     struct stat info {};
     return stat(path, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// A block to read into: set to nothing, since it is written before it is read.
+template <typename Byte>
+std::unique_ptr<Byte[]> ReadBuffer(size_t size) {
+    return std::unique_ptr<Byte[]>(new Byte[size]);
 }
 
 // Writes the whole text to the descriptor, which must block; false, with errno, when it cannot.

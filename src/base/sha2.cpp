@@ -74,8 +74,8 @@ template <size_t t, typename Word>
          std::rotr(a, Hash::kBigSigma0[2]);
 }
 
-template <typename Word>
-[[gnu::always_inline]] inline Word SmallSigma(Word x, const int (&by)[3]) {
+template <const int (&by)[3], typename Word>
+[[gnu::always_inline]] inline Word SmallSigma(Word x) {
     return std::rotr(x, by[0]) ^ std::rotr(x, by[1]) ^ (x >> by[2]);
 }
 
@@ -85,8 +85,8 @@ template <typename Word, size_t... i>
                                                  std::index_sequence<i...>) {
     using Hash = Traits<Word>;
     ((Round<i>(v, static_cast<Word>(w[i] + Hash::kConstants[t + i])),
-      w[i] += SmallSigma(w[(i + 1) % 16], Hash::kSmallSigma0) + w[(i + 9) % 16] +
-              SmallSigma(w[(i + 14) % 16], Hash::kSmallSigma1)),
+      w[i] += SmallSigma<Hash::kSmallSigma0>(w[(i + 1) % 16]) + w[(i + 9) % 16] +
+              SmallSigma<Hash::kSmallSigma1>(w[(i + 14) % 16])),
      ...);
 }
 

@@ -1,10 +1,10 @@
 #include "checks/files/file_hash.h"
 
 #include <cstdio>
-#include <memory>
 #include <span>
 
 #include "base/crc32.h"
+#include "base/files.h"
 #include "base/md5.h"
 #include "base/sha2.h"
 #include "checks/files/regular_file.h"
@@ -51,7 +51,7 @@ class DigestHash {
 template <typename Hash>
 int ReadAll(RegularFile& file, VyString& value) {
     Hash hash;
-    auto block = std::make_unique_for_overwrite<uint8_t[]>(kBlock);
+    auto block = ReadBuffer<uint8_t>(kBlock);
     uint64_t total = 0;
     for (size_t fresh = kBlock; fresh == kBlock; total += fresh) {
         ssize_t count = file.Read(reinterpret_cast<char*>(block.get()), kBlock);

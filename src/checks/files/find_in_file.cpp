@@ -3,9 +3,9 @@
 #include <string.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "base/ascii.h"
+#include "base/files.h"
 #include "base/vystring.h"
 #include "checks/files/path.h"
 #include "checks/files/regular_file.h"
@@ -61,7 +61,7 @@ int WindowSearch::Run(RegularFile& file) {
     // A block is a row of windows, the last of which the next block begins with again.
     size_t more = kReadAhead > window_ ? (kReadAhead - window_) / step_ * step_ : 0;
     size_t capacity = window_ + more;
-    auto block = std::make_unique_for_overwrite<char[]>(capacity);
+    auto block = ReadBuffer<char>(capacity);
     for (size_t kept = 0;; kept = text_.size()) {
         ssize_t count = file.Read(block.get() + kept, capacity - kept);
         if (count < 0) return -1;
@@ -123,7 +123,7 @@ int FindFileInFile(std::string_view path1, std::string_view path2) {
     RegularFile file2;
     // The bound is checked here again, as the file may have grown since the request was judged.
     if (size < 0 || size > kMaxSoughtFile || !file2.Open(path2)) return -1;
-    auto content = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(size));
+    auto content = ReadBuffer<char>(static_cast<size_t>(size));
     ssize_t count = file2.Read(content.get(), static_cast<size_t>(size));
     if (count < 0) return -1;
     return FindInFile(path1, {content.get(), static_cast<size_t>(count)}, true, false);

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
+#include "base/files.h"
 #include "checks/files/regular_file.h"
 
 namespace zot {
@@ -18,8 +18,8 @@ int SameContent(std::string_view path1, std::string_view path2) {
     RegularFile file1;
     RegularFile file2;
     if (!file1.Open(path1) || !file2.Open(path2)) return -1;
-    auto block1 = std::make_unique_for_overwrite<char[]>(kBlock);
-    auto block2 = std::make_unique_for_overwrite<char[]>(kBlock);
+    auto block1 = ReadBuffer<char>(kBlock);
+    auto block2 = ReadBuffer<char>(kBlock);
     for (;;) {
         ssize_t count1 = file1.Read(block1.get(), kBlock);
         ssize_t count2 = count1 < 0 ? -1 : file2.Read(block2.get(), kBlock);
