@@ -2,12 +2,27 @@
 # Sourced by tests that install the package. They work in a system of their own: the files of this
 # machine under a layer in memory, with processes of its own; both go away with the test.
 
-# require_private_root: ends the test as skipped where there is no dpkg or it is not for us to use.
+# can_layer DIRECTORY: whether files of this machine can be laid under others there.
+can_layer() {
+    # The inner shell expands what stands in single quotes.
+    # shellcheck disable=SC2016
+    unshare --mount --pid --fork --kill-child sh -euc '
+        mount -t tmpfs tmpfs "$1"
+        mkdir "$1/upper" "$1/work" "$1/root"
+        mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" "$1/root"
+    ' sh "$1" 2>/dev/null
+}
+
+# require_private_root: ends the test as skipped where there is no dpkg, it is not for us to use, or
+# the machine, a container for example, allows no system of one's own.
 require_private_root() {
-    if [ "$(id -u)" -ne 0 ] || ! command -v dpkg-deb >/dev/null; then
-        echo "SKIPPED: needs root on a system with dpkg"
+    probe=$(mktemp -d)
+    if [ "$(id -u)" -ne 0 ] || ! command -v dpkg-deb >/dev/null || ! can_layer "$probe"; then
+        rmdir "$probe"
+        echo "SKIPPED: needs root on a system with dpkg and with overlays of its own"
         exit 77
     fi
+    rmdir "$probe"
 }
 
 # build_package BUILD RELEASE DIRECTORY: leaves zot_RELEASE.deb in the directory.
