@@ -1,13 +1,16 @@
 #!/bin/sh
-# clang-tidy and cppcheck over the agent and the client; clean means no output but the last line.
+# The agent and the client for the other compiler and library, and under clang-tidy and cppcheck;
+# clean means no output but the last line.
 #   sh tools/lint.sh [FILE...]     BUILD_DIR names a configured build directory
-# Neither tool runs code, so this finds what the tests do not reach.
+# No tool runs code, so this finds what the tests do not reach.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/setup.sh
 build=${BUILD_DIR:-build}
 
 missing=
+want clang command -v clang++
+want libc++-dev sh -c 'echo "#include <version>" | clang++ -stdlib=libc++ -x c++ -fsyntax-only -'
 want clang-tidy command -v clang-tidy
 want cppcheck command -v cppcheck
 install_missing
@@ -20,7 +23,9 @@ if [ $# -eq 0 ]; then
         grep -E '^(src|client)/')
 fi
 
+printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gnu++20 -fsyntax-only \
+    -Wall -Wextra -Wshadow -Wconversion -Werror -I src -I .
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" 2>/dev/null
-echo "clang-tidy and cppcheck: clean"
+echo "clang with libc++, clang-tidy, cppcheck: clean"
