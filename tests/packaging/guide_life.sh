@@ -4,7 +4,7 @@
 
 mv zot_1.deb "zot_$(dpkg-deb -f zot_1.deb Version)_amd64.deb"
 install -m 755 unit_runner.sh /usr/local/sbin/systemctl
-export PATH="/usr/local/sbin:$PATH"
+export PATH="/usr/local/sbin:/usr/local/bin:$PATH"
 # For the maintainer scripts systemd is there, and nothing keeps them from starting the service.
 mkdir -p /run/systemd/system
 rm -f /usr/sbin/policy-rc.d
