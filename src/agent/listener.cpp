@@ -146,9 +146,10 @@ void Listener::WaitForConnection() {
     if (ready > 0 && descriptors[1].revents != 0) services_.control.waker.Drain();
     bool mustWait = ready < 0 && errno != EINTR;
     if (ready > 0 && descriptors[0].revents != 0) {
-        // The refused ones that are still open are the first to go.
-        if (DescriptorsRunShort()) refused_ = {};
-        mustWait = DescriptorsRunShort();
+        if (DescriptorsRunShort()) {
+            refused_ = {};  // the first that can go
+            mustWait = DescriptorsRunShort();
+        }
         if (!mustWait) Accept();
     }
     // What cannot be had now is asked for again a little later, not at once and for ever.
