@@ -108,7 +108,7 @@ void Report(const char* format, Values... values) {
 
 TEST(Floods, IdleCrowd) {
     RaiseOwnDescriptorLimit();
-    AgentProcess agent(With("timeout=0\n"));
+    AgentProcess agent(With("timeout=-1\n"));
     const int crowd = Scaled(500);
     const int requests = Scaled(50);
     double alone = MedianLatency(agent, requests);
