@@ -66,14 +66,14 @@ _zotq() {
     local current=$2 previous=$3 word='' plugin='' i
     COMPREPLY=()
     case $previous in
-    -H) mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"); return ;;
+    -H | --hostname) mapfile -t COMPREPLY < <(compgen -A hostname -- "$current"); return ;;
     -P | --state) _zotq_files "$current"; return ;;
-    -p | -t | -w | -c) return ;;
+    -p | --port | -t | --timeout | -w | --warning | -c | --critical) return ;;
     esac
     # The command is the first word that is neither an option nor the value of one.
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-        -[HptPwc] | --state) ((++i)) ;;
+        -[HptPwc] | --hostname | --port | --timeout | --warning | --critical | --state) ((++i)) ;;
         --plugin) plugin=yes ;;
         -*) ;;
         *) word=${COMP_WORDS[i]}; break ;;
