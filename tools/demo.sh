@@ -154,12 +154,14 @@ expect 0 --json TEST-FileHash "$demo/files/one.txt" 1 0
 
 heading "A setting is changed: at once, in the file, and read back"
 ask set 'Comment=changed over the network' Timeout=8000
-ask GetInfo | grep -e '^\$' -e Comment
+ask GetInfo >"$demo/info"
+grep -e '^\$' -e Comment "$demo/info"
 grep -e '^comment=' -e '^timeout=' "$demo/zot.cfg" | tr -d '\r' | sed 's/^/    zot.cfg: /'
 
 heading "An upgrade: the new executable comes over the network and replaces the running one"
 expect 0 upgrade "$build/zot"
-ask GetInfo | grep -e '^\$' -e AgentVersion -e Comment -e OpenedConnections
+ask GetInfo >"$demo/info"
+grep -e '^\$' -e AgentVersion -e Comment -e OpenedConnections "$demo/info"
 
 heading "What it refuses"
 expect 1 TEST-Service
