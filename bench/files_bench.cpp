@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "checks/files/file_tests.h"
+#include "checks/files/file_checks.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 
 #include "base/owners.h"
 #include "base/platform.h"
-#include "checks/files/log_scanner.h"
+#include "checks/logs/log_scanner.h"
 #include "ratio.h"
 
 namespace zot {

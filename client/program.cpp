@@ -8,7 +8,7 @@
 #include "client/options.h"
 #include "client/plugin.h"
 #include "client/subcommands.h"
-#include "config/agent_info.h"
+#include "commands/agent_info.h"
 
 namespace zot::client {
 namespace {

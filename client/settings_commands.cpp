@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "client/subcommands.h"
-#include "config/remote_settings.h"
+#include "commands/remote_settings.h"
 #include "protocol/request_text.h"
 
 namespace zot::client {

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "agent/upgrade.h"
+#include "commands/command_table.h"
+#include "commands/dispatcher.h"
 #include "fuzz/scratch.h"
-#include "protocol/command_table.h"
-#include "protocol/dispatcher.h"
 
 namespace {
 

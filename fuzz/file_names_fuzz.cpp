@@ -7,7 +7,6 @@
 
 #include "checks/files/directory_iterator.h"
 #include "checks/files/file_macros.h"
-#include "checks/files/find_wildcard_file.h"
 #include "checks/files/path.h"
 #include "fuzz/scratch.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "checks/files/line_matcher.h"
+#include "checks/logs/line_matcher.h"
 #include "expr/condition.h"
 #include "expr/find_text.h"
 #include "expr/search.h"

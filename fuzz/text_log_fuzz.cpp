@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "checks/files/log_scanner.h"
+#include "checks/logs/log_scanner.h"
 #include "fuzz/plain_log_scan.h"
 
 namespace {

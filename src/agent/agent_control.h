@@ -6,11 +6,11 @@
 #include <mutex>
 #include <utility>
 
-#include "agent/clock.h"
 #include "agent/upgrade.h"
 #include "agent/waker.h"
+#include "base/clock.h"
 #include "base/vystring.h"
-#include "config/agent_info.h"
+#include "commands/agent_info.h"
 #include "config/log.h"
 #include "config/settings.h"
 

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/numbers.h"
 #include "base/vystring.h"
-#include "protocol/request_text.h"
 
 namespace zot {
 namespace {

@@ -14,10 +14,10 @@
 #include <utility>
 
 #include "agent/session.h"
+#include "base/children.h"
 #include "base/descriptor_reserve.h"
 #include "base/platform.h"
-#include "checks/net/sockets.h"
-#include "checks/scripts/run_process.h"
+#include "base/sockets.h"
 #include "config/config_file.h"
 #include "config/ip_filter.h"
 

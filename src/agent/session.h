@@ -11,7 +11,7 @@
 #include "agent/upgrade.h"
 #include "base/owners.h"
 #include "base/vystring.h"
-#include "protocol/dispatcher.h"
+#include "commands/dispatcher.h"
 #include "protocol/packet.h"
 
 namespace zot {

@@ -1,11 +1,6 @@
 #include "protocol/request_text.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <limits>
-
-#include "base/ascii.h"
 
 namespace zot {
 namespace {
@@ -24,52 +19,6 @@ bool SkipToLine(std::string_view& text, int32_t n) {
         if (at == std::string_view::npos) return false;
         text.remove_prefix(at + 1);
     }
-    return true;
-}
-
-struct Number {
-    bool negative = false;
-    uint64_t magnitude = 0;  // saturates
-    size_t digits = 0;       // how many were read
-};
-
-// Reads an optional sign and the digits behind it from the front of the text.
-Number ReadNumber(std::string_view& text) {
-    Number number;
-    if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
-        number.negative = text.front() == '-';
-        text.remove_prefix(1);
-    }
-    for (; !text.empty() && IsDigit(text.front()); text.remove_prefix(1), ++number.digits) {
-        auto digit = static_cast<uint64_t>(text.front() - '0');
-        constexpr uint64_t kMax = std::numeric_limits<uint64_t>::max();
-        bool fits = number.magnitude <= (kMax - digit) / 10;
-        number.magnitude = fits ? number.magnitude * 10 + digit : kMax;
-    }
-    return number;
-}
-
-template <typename Int>
-Int Clamp(const Number& number) {
-    constexpr auto kMax = static_cast<uint64_t>(std::numeric_limits<Int>::max());
-    if (number.negative) {
-        return number.magnitude > kMax ? std::numeric_limits<Int>::min()
-                                       : static_cast<Int>(-static_cast<int64_t>(number.magnitude));
-    }
-    return static_cast<Int>(std::min(number.magnitude, kMax));
-}
-
-template <typename Int>
-Int ConvertPlain(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-    return Clamp<Int>(ReadNumber(text));
-}
-
-template <typename Int>
-bool ConvertChecked(std::string_view text, Int& value) {
-    Number number = ReadNumber(text);
-    if (number.digits == 0 || !text.empty()) return false;
-    value = Clamp<Int>(number);
     return true;
 }
 
@@ -111,55 +60,10 @@ std::string_view GetValue(std::string_view text, std::string_view name) {
     return {};
 }
 
-int32_t ToInt(std::string_view text) { return ConvertPlain<int32_t>(text); }
-
-int64_t ToInt64(std::string_view text) { return ConvertPlain<int64_t>(text); }
-
-double ToDouble(std::string_view text) {
-    VyString copy(text);
-    return std::strtod(copy.Terminate(), nullptr);
-}
-
-bool ParseInt(std::string_view text, int32_t& value) { return ConvertChecked(text, value); }
-
-bool ParseInt64(std::string_view text, int64_t& value) { return ConvertChecked(text, value); }
-
 RequestDate ParseDate(std::string_view text) {
     if (text.size() != 14) return {};
     auto part = [text](size_t at, size_t count) { return ToInt(text.substr(at, count)); };
     return {part(0, 2), part(2, 2), part(4, 4), part(8, 2), part(10, 2), part(12, 2)};
-}
-
-void AppendEscaped(VyString& result, std::string_view text) {
-    for (size_t at; (at = text.find_first_of("\r\n")) != std::string_view::npos;
-         text.remove_prefix(at + 1)) {
-        result.Append(text.substr(0, at));
-        result.Append(text[at] == '\n' ? "%0A" : "%0D");
-    }
-    result.Append(text);
-}
-
-VyString Escape(std::string_view text) {
-    VyString result;
-    AppendEscaped(result, text);
-    return result;
-}
-
-VyString Unescape(std::string_view text) {
-    VyString result;
-    for (size_t at; (at = text.find("%0")) != std::string_view::npos;) {
-        char code = at + 2 < text.size() ? text[at + 2] : '\0';
-        result.Append(text.substr(0, at));
-        if (code == 'A' || code == 'D') {
-            result.Append(code == 'A' ? '\n' : '\r');
-            text.remove_prefix(at + 3);
-        } else {
-            result.Append("%0");
-            text.remove_prefix(at + 2);
-        }
-    }
-    result.Append(text);
-    return result;
 }
 
 }  // namespace zot

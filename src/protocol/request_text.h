@@ -1,10 +1,13 @@
-// Reading a request: positional lines, name=value lines, numbers and flags, and the escaping of
-// line breaks that request and reply share. Everything returned is a view into the request text.
+// Reading a request: positional lines, name=value lines and flags. Everything returned is a view
+// into the request text. Numbers and escapes are read as everywhere (base/numbers.h,
+// base/escaping.h).
 #pragma once
 
 #include <cstdint>
 #include <string_view>
 
+#include "base/escaping.h"
+#include "base/numbers.h"
 #include "base/vystring.h"
 
 namespace zot {
@@ -31,17 +34,6 @@ bool NextLine(std::string_view& text, std::string_view& line);
 // line feed; empty without a match. Name and value are trimmed.
 std::string_view GetValue(std::string_view text, std::string_view name);
 
-// Plain conversions: leading digits count, text that is no number gives 0, numbers too large for
-// the type give its limit.
-int32_t ToInt(std::string_view text);
-int64_t ToInt64(std::string_view text);
-double ToDouble(std::string_view text);
-
-// Checked conversions: true only when the whole text is an optional sign and decimal digits;
-// otherwise `value` stays as it is. Numbers too large for the type give its limit.
-bool ParseInt(std::string_view text, int32_t& value);
-bool ParseInt64(std::string_view text, int64_t& value);
-
 // True only for exactly "1".
 inline bool IsFlagSet(std::string_view text) { return text == "1"; }
 
@@ -52,10 +44,5 @@ struct RequestDate {
 };
 // Reads DDMMYYYYhhmmss; any other length gives all fields 0.
 RequestDate ParseDate(std::string_view text);
-
-// LF becomes "%0A" and CR "%0D", and back; only these upper-case forms are read back.
-VyString Escape(std::string_view text);
-void AppendEscaped(VyString& result, std::string_view text);
-VyString Unescape(std::string_view text);
 
 }  // namespace zot

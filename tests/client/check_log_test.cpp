@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "checks/files/text_log.h"
+#include "checks/logs/log_checks.h"
 #include "client/plugin.h"
 #include "tests/client/fake_agent.h"
 #include "tests/support/temp_dir.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "config/remote_settings.h"
+#include "commands/remote_settings.h"
 #include "tests/client/fake_agent.h"
 
 namespace zot::client {

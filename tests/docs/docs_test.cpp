@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "client/options.h"
-#include "config/agent_info.h"
+#include "commands/agent_info.h"
+#include "commands/command_table.h"
+#include "commands/remote_settings.h"
 #include "config/config_file.h"
 #include "config/config_keys.h"
-#include "config/remote_settings.h"
 #include "expr/condition.h"
 #include "expr/operator_table.h"
-#include "protocol/command_table.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {

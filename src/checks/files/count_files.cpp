@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "checks/files/directory.h"
+#include "checks/files/file_checks.h"
 #include "checks/files/name_mask.h"
+#include "checks/files/parameters.h"
 #include "checks/files/tree_walk.h"
 
 namespace zot {
@@ -147,6 +149,22 @@ int64_t CountFiles(std::string_view folder, std::string_view mask, bool recurse,
                    int32_t value) {
     Criterion criterion(mask, mode, value);
     return recurse ? CountTree(folder, criterion) : CountFolder(folder, criterion);
+}
+
+void TestCountFiles(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testCountFiles) return reply.Start("600", "test is not allowed");
+    VyString folder = PathLine(params, 1, 11);
+    // As unsigned, so that a negative mode is refused too.
+    auto mode = static_cast<uint32_t>(ToInt(GetLine(params, 4)));
+    int32_t value = 0;
+    if (mode >= kCountModes || !ParseInt(GetLine(params, 5), value)) {
+        return reply.Start("501", "Wrong parameter");
+    }
+    int64_t count = CountFiles(folder, GetLine(params, 2), FlagLine(params, 3),
+                               static_cast<CountMode>(mode), value);
+    if (count < 0) return reply.Start("301", "Folder doesn`t exist or access denied");
+    reply.Start("200");
+    reply.AppendInt(static_cast<int32_t>(count));
 }
 
 }  // namespace zot

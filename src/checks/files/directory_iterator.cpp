@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "checks/files/path.h"
+
 namespace zot {
 namespace {
 
@@ -72,5 +74,12 @@ int FindNext(FindRecord& record) {
 }
 
 void FindClose(FindRecord& record) { record.directory.Close(); }
+
+VyString FindWildcardFile(std::string_view path) {
+    FindRecord record;
+    std::string_view folder = DirectoryPart(path);
+    if (FindFirst(folder, NamePart(path), kFindNoDirectories, record) != 0) return {};
+    return VyString::Concat(folder, record.name);
+}
 
 }  // namespace zot

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/vystring.h"
 #include "checks/files/directory.h"
 #include "checks/files/name_mask.h"
 
@@ -55,5 +56,9 @@ int FindFirst(std::string_view directory, std::string_view mask, int32_t attribu
 int FindNext(FindRecord& record);
 // Closes the folder if it is open.
 void FindClose(FindRecord& record);
+
+// The path of the first entry, in the folder's own order, that matches the name part of `path` as
+// a mask and is neither a folder nor a link; empty when there is none.
+VyString FindWildcardFile(std::string_view path);
 
 }  // namespace zot

@@ -7,7 +7,10 @@
 #include "base/files.h"
 #include "base/md5.h"
 #include "base/sha2.h"
+#include "checks/files/file_checks.h"
+#include "checks/files/path.h"
 #include "checks/files/regular_file.h"
+#include "protocol/request_text.h"
 
 namespace zot {
 namespace {
@@ -98,6 +101,25 @@ int HashFile(std::string_view path, HashAlgorithm algorithm, VyString& value,
         return 1;
     }
     return 0;
+}
+
+void TestFileHash(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testFileCrc) return reply.Start("600", "test is not allowed");
+    std::string_view path = GetLine(params, 1);
+    struct stat status {};
+    if (!StatPath(path, status) || !S_ISREG(status.st_mode)) {
+        return reply.Start("301", "File doesn`t exist");
+    }
+    int64_t limit = ToInt64(GetLine(params, 3));
+    if (limit > 0 && limit < status.st_size) {
+        reply.Start("200");
+        return reply.AppendFormatted("File size %d MB", static_cast<int>(status.st_size >> 20));
+    }
+    VyString value;
+    std::string_view errorText;
+    auto algorithm = static_cast<HashAlgorithm>(ToInt(GetLine(params, 2)));
+    if (!HashFile(path, algorithm, value, errorText)) return reply.Start("301", errorText);
+    reply.Start("200", value);
 }
 
 }  // namespace zot

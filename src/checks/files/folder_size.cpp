@@ -4,7 +4,9 @@
 
 #include "base/vystring.h"
 #include "checks/files/directory.h"
+#include "checks/files/file_checks.h"
 #include "checks/files/name_mask.h"
+#include "checks/files/parameters.h"
 #include "checks/files/path.h"
 #include "checks/files/tree_walk.h"
 
@@ -78,6 +80,14 @@ int64_t SumFolder(std::string_view folder, std::string_view mask, bool recurse) 
 int64_t FolderSize(std::string_view path, bool recurse) {
     if (IsDirectory(path)) return SumFolder(path, "*", recurse);
     return SumFolder(DirectoryPart(path), NamePart(path), recurse);
+}
+
+void TestFolderSize(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testFolderSize) return reply.Start("600", "test is not allowed");
+    int64_t size = FolderSize(PathLine(params, 1, 8), FlagLine(params, 2));
+    if (size < 0) return reply.Start("301", "Folder/File doesn`t exist or access denied");
+    reply.Start("200");
+    reply.AppendInt64(size);
 }
 
 }  // namespace zot

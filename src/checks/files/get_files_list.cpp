@@ -1,5 +1,5 @@
 #include "checks/files/directory_iterator.h"
-#include "checks/files/file_tests.h"
+#include "checks/files/file_checks.h"
 #include "checks/files/parameters.h"
 #include "checks/files/path.h"
 

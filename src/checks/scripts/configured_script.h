@@ -4,6 +4,8 @@
 #include <string_view>
 
 #include "base/vystring.h"
+#include "checks/scripts/script_output.h"
+#include "checks/scripts/temp_name.h"
 #include "config/settings.h"
 #include "protocol/reply.h"
 
@@ -15,5 +17,10 @@ bool ScriptIsUsable(const VyString& script, std::string_view label, Reply& reply
 
 // The pause that the settings ask for before a script is started.
 void PauseBeforeScript(const AgentSettings& settings);
+
+// Lets the shell run `command` with all its output going to `file`, and opens the result.
+// Otherwise fills the reply and returns false.
+bool RunForOutput(std::string_view command, const AgentSettings& settings, TempFile& file,
+                  ScriptOutput& output, Reply& reply);
 
 }  // namespace zot

@@ -8,12 +8,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <mutex>
-#include <vector>
 
+#include "base/children.h"
 #include "base/owners.h"
 #include "base/platform_child.h"
-#include "checks/scripts/command_line.h"
+#include "checks/scripts/argument_list.h"
 
 namespace zot {
 namespace {
@@ -23,27 +22,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int kExecFailed = 255;
-
-// Children that nobody waits for. Only these are reaped by the main loop: a wait for any child
-// would take the status away from a session that waits for its own.
-class LeftRunning {
-  public:
-    void Add(pid_t pid) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        children_.push_back(pid);
-    }
-    void Reap() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::erase_if(children_, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
-    }
-
-  private:
-    std::mutex mutex_;
-    std::vector<pid_t> children_;
-};
-
-// Never destroyed: sessions leave children while the process ends.
-LeftRunning& leftRunning = *new LeftRunning;
 
 // Reaps the child; with WNOHANG only if it has ended. Returns whether it is gone.
 bool Reap(pid_t pid, int flags, int& status) {
@@ -104,7 +82,7 @@ bool TakeMarker(const char* path, VyString& errorText) {
 int RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
                int& exitCode, VyString& errorText) {
     errorText.Clear();
-    CommandLine command(commandLine);
+    ArgumentList command(commandLine);
     ChildProcess child(command.Arguments(), options, ChildProcess::ExecFailure::kMarked);
     pid_t pid = child.Start();
     if (pid < 0) {
@@ -114,12 +92,12 @@ int RunProcess(std::string_view commandLine, const ChildOptions& options, int64_
     int status = 0;
     if (timeoutMs == kDoNotWait) {
         if (!ReapBefore(pid, Clock::now() + seconds(1), status)) {
-            leftRunning.Add(pid);
+            LeaveRunning(pid);
             exitCode = 0;
             return 1;
         }
     } else if (!WaitOrKill(pid, timeoutMs, status)) {
-        leftRunning.Add(pid);
+        LeaveRunning(pid);
         errorText = "cannot terminate process";
         return 0;
     } else if (WIFSIGNALED(status)) {
@@ -154,7 +132,5 @@ int RunShell(const char* command, std::string_view tmpDir) {
     Reap(pid, 0, status);
     return 1;
 }
-
-void ReapFinishedChildren() { leftRunning.Reap(); }
 
 }  // namespace zot

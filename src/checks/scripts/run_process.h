@@ -13,7 +13,7 @@ namespace zot {
 constexpr int64_t kNoTimeout = 0;
 constexpr int64_t kDoNotWait = -1;  // start, watch for one second, leave it running
 
-// Runs a command line (split as CommandLine does) and waits for its end. `timeoutMs` counts in
+// Runs a command line (split as ArgumentList does) and waits for its end. `timeoutMs` counts in
 // whole seconds: a program is killed, with its process group, at the first full second that
 // exceeds it; a negative time-out other than kDoNotWait kills at once.
 // Returns 1 with the program's exit code, or 0 with `errorText`: "fork error", "exec error: " and
@@ -30,9 +30,5 @@ int RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std:
 // system() it leaves the signals of the process alone. Returns 1, or 0 when no child could be
 // started.
 int RunShell(const char* command, std::string_view tmpDir);
-
-// Reaps the children that were left running and have ended since. Called by the main loop once a
-// second.
-void ReapFinishedChildren();
 
 }  // namespace zot

@@ -1,3 +1,5 @@
+#include "checks/files/file_content.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "checks/files/find_in_file.h"
-#include "checks/files/same_content.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/temp_dir.h"
 

@@ -1,5 +1,3 @@
-#include "checks/files/file_tests.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -11,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "checks/files/file_checks.h"
 #include "checks/files/file_hash.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/ordinary_user.h"

@@ -8,7 +8,6 @@
 #include "base/files.h"
 #include "checks/files/directory_iterator.h"
 #include "checks/files/file_macros.h"
-#include "checks/files/find_wildcard_file.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/ordinary_user.h"
 #include "tests/support/temp_dir.h"

@@ -5,10 +5,9 @@
 #include <thread>
 #include <vector>
 
-#include "checks/net/act_syslog.h"
-#include "checks/net/act_tcp_udp_send.h"
-#include "checks/net/sockets.h"
-#include "checks/net/tcp_udp_tests.h"
+#include "base/sockets.h"
+#include "checks/net/net_checks.h"
+#include "checks/net/syslog_message.h"
 #include "tests/support/loopback.h"
 
 namespace zot {

@@ -15,8 +15,9 @@
 #include <thread>
 #include <vector>
 
+#include "base/children.h"
 #include "base/owners.h"
-#include "checks/scripts/command_line.h"
+#include "checks/scripts/argument_list.h"
 #include "checks/scripts/temp_name.h"
 #include "tests/support/temp_dir.h"
 
@@ -210,11 +211,11 @@ TEST_F(RunProcessTest, WithoutFreeDescriptors) {
 using Arguments = std::vector<std::string>;
 
 Arguments Split(const std::string& line) {
-    CommandLine command(line);
+    ArgumentList command(line);
     return {command.Arguments(), command.Arguments() + command.Count()};
 }
 
-TEST(CommandLine, BlanksAndQuotes) {
+TEST(ArgumentList, BlanksAndQuotes) {
     EXPECT_EQ(Split(""), Arguments());
     EXPECT_EQ(Split("  a  b\tc "), (Arguments{"a", "b", "c"}));
     EXPECT_EQ(Split("p 'a b' \"c 'd\""), (Arguments{"p", "a b", "c 'd"}));
@@ -224,7 +225,7 @@ TEST(CommandLine, BlanksAndQuotes) {
               (Arguments{"x=\"a", "b\"", "$HOME", "*", ">f", "\\n"}));
 }
 
-TEST(CommandLine, Limits) {
+TEST(ArgumentList, Limits) {
     std::string many;
     for (int i = 1; i <= 25; ++i) many += std::to_string(i) + " ";
     Arguments split = Split(many);

@@ -1,0 +1,31 @@
+#include <ctime>
+
+#include "checks/files/directory_iterator.h"
+#include "checks/files/file_checks.h"
+#include "checks/files/parameters.h"
+#include "checks/files/path.h"
+
+namespace zot {
+
+void TestFileExists(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testFileExists) return reply.Start("600", "test is not allowed");
+    VyString path = PathLine(params, 1, 7);
+    int64_t size = 0;
+    time_t changeTime = 0;
+    time_t modificationTime = 0;
+    int found = FileInfo(path, size, changeTime, modificationTime);
+    if (!found) {
+        path = FindWildcardFile(path);
+        found = FileInfo(path, size, changeTime, modificationTime);
+    }
+    if (!found) return reply.Start("301", "no such file or acess denied");
+    reply.Start("200");
+    reply.AppendInt64(size);
+    reply.AppendLocalTime(changeTime);
+    reply.AppendLocalTime(modificationTime);
+    reply.AppendLine(path);
+    reply.AppendLine("min");
+    reply.AppendInt(static_cast<int32_t>((std::time(nullptr) - modificationTime) / 60));
+}
+
+}  // namespace zot

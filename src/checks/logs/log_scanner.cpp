@@ -1,0 +1,81 @@
+#include "checks/logs/log_scanner.h"
+
+#include <errno.h>
+
+#include <thread>
+
+#include "base/platform.h"
+#include "checks/files/path.h"
+#include "checks/files/regular_file.h"
+#include "checks/logs/new_lines.h"
+
+namespace zot {
+namespace {
+
+constexpr int kOpenAttempts = 3;
+
+bool IsUnchanged(const LogScanState& state, const struct stat& status) {
+    return state.lastSize != 0 && state.lastSize == status.st_size && state.lastModified != 0 &&
+           state.lastModified == ShortModificationTime(status);
+}
+
+// Whoever replaces the file may leave its place empty, or hold it closed, for a moment.
+bool OpenPatiently(RegularFile& file, std::string_view path, const LogScanTuning& tuning) {
+    for (int attempt = 1; !file.Open(path); ++attempt) {
+        if (attempt == kOpenAttempts) return false;
+        std::this_thread::sleep_for(tuning.openRetry);
+    }
+    return true;
+}
+
+int64_t Fail(LogScanFindings& found, std::string_view message) {
+    found.errorText = message;
+    return -1;
+}
+
+int64_t FailNotFound(LogScanFindings& found, std::string_view path) {
+    Fail(found, "File \"");
+    found.errorText.Append(NamePart(path));
+    found.errorText.Append("\" not found");
+    return -1;
+}
+
+int64_t FailWithSystemError(LogScanFindings& found) {
+    char text[256];
+    SystemErrorText(errno, text, sizeof text);
+    return Fail(found, text);
+}
+
+}  // namespace
+
+int64_t ScanTextLog(std::string_view path, const LineMatchers& matchers, bool findAll,
+                    LogScanState& state, LogScanFindings& found, const LogScanTuning& tuning) {
+    found = {};
+    struct stat status {};
+    if (!StatPath(path, status)) return FailNotFound(found, path);
+    found.fileSize = status.st_size;
+    if (IsUnchanged(state, status)) return 0;
+    RegularFile file;
+    if (!OpenPatiently(file, path, tuning)) return Fail(found, "Cannot open file");
+    // From here on it is this file that counts, whatever takes its place.
+    if (!file.Stat(status)) return FailWithSystemError(found);
+    int64_t result = 0;
+    if (state.lastSize == 0) {
+        // One byte before the end: a line end there is read again with the first new line.
+        state.position = status.st_size - 1;
+    } else {
+        if (state.position > status.st_size) state.position = 0;
+        if (!file.Seek(state.position)) return Fail(found, "fseek error");
+        NewLines lines(file, status.st_size, matchers, findAll, tuning, state.position, found);
+        result = lines.Scan(status);
+        if (result < 0) return FailWithSystemError(found);
+    }
+    found.fileSize = status.st_size;
+    if (result == 0 || findAll) {
+        state.lastSize = status.st_size;
+        state.lastModified = ShortModificationTime(status);
+    }
+    return result;
+}
+
+}  // namespace zot

@@ -1,0 +1,52 @@
+// Reading the lines that a log has grown by since the last look at it.
+//
+// Nothing is remembered between two looks: the caller brings the state of the last one and takes
+// the new one away. Lines end at CR and at LF. An offset in that state stands behind the last
+// complete line, so that a line still being written, and line ends that no line follows yet, are
+// read again. Offsets are exact for lines of any length, and so is the search for a plain text;
+// what must hold a line (an expression, the line that is reported) takes a longer one by its first
+// LogScanTuning::longestLine bytes.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "base/vystring.h"
+#include "checks/logs/line_matcher.h"
+
+namespace zot {
+
+struct LogScanState {
+    int64_t position = 0;      // offset where the next scan starts
+    int64_t lastSize = 0;      // of the file at the last scan; 0: there was none
+    int64_t lastModified = 0;  // likewise, in the 32-bit seconds of all file times; 0: unknown
+};
+
+struct LogScanFindings {
+    VyString foundLine;     // the last one that matched
+    bool byFirst = false;   // it is the first matcher that took it
+    int64_t fileSize = -1;  // when the scan ended; -1 without a file
+    VyString errorText;
+};
+
+struct LogScanTuning {
+    size_t blockSize = size_t{256} << 10;   // read at once; fits a second-level cache
+    size_t longestLine = size_t{16} << 20;  // not below blockSize
+    std::chrono::milliseconds openRetry{1000};
+};
+
+// Looks for lines that one of the matchers takes, the first being asked first. With `findAll` the
+// scan goes to the end of the file and the last match counts, otherwise it stops at the first.
+// Returns 0 when none matched, else the offset where the bytes consumed for the line begin (line
+// ends that nobody counted before it included) plus the value of the match; -1 with an error text.
+//
+// A first scan (lastSize 0) only notes where the file ends. A file with the size and time of the
+// last scan is not opened; one that shrank below the position is read from its start. A match
+// without `findAll` leaves size and time of the state as they were: the next scan goes on.
+// Only regular files are opened, anything else is a file that cannot be opened.
+int64_t ScanTextLog(std::string_view path, const LineMatchers& matchers, bool findAll,
+                    LogScanState& state, LogScanFindings& found, const LogScanTuning& tuning = {});
+
+}  // namespace zot

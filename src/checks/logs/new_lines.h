@@ -1,0 +1,68 @@
+// The scan of an open log from a position to its end, block by block.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "checks/files/regular_file.h"
+#include "checks/logs/line_matcher.h"
+#include "checks/logs/log_scanner.h"
+
+namespace zot {
+
+class NewLines {
+  public:
+    // REQUIRES: the file stands at `position`; all references outlive the object.
+    NewLines(RegularFile& file, int64_t fileSize, const LineMatchers& matchers, bool findAll,
+             const LogScanTuning& tuning, int64_t& position, LogScanFindings& found);
+
+    // Moves `position` behind each line. Returns as ScanTextLog; -1 with errno. `status` becomes
+    // that of the file just before its end was found, so that what is written later shows as a
+    // difference from it.
+    int64_t Scan(struct stat& status);
+
+  private:
+    void MakeRoom(size_t needed);
+    void TakeBytes(size_t fresh);
+    void TakeLines(std::string_view lines);
+    LineMatch FindMatch(std::string_view lines, bool& byFirst) const;
+    void Report(int64_t result, std::string_view line, bool byFirst);
+    void DropFront(size_t count);
+
+    void BeginLongLine();
+    void TakeLongLine(size_t fresh);
+    void EndLongLine(size_t lineEnd);
+
+    RegularFile& file_;
+    const LineMatchers& matchers_;
+    bool findAll_;
+    size_t blockSize_;
+    size_t longestLine_;
+    int64_t& position_;
+    LogScanFindings& found_;
+    int64_t result_ = 0;
+
+    // Begins with a line of which no end was read yet.
+    std::unique_ptr<char[]> buffer_;
+    size_t capacity_ = 0;
+    size_t used_ = 0;
+    int64_t offset_;  // in the file, of the first byte of the buffer
+
+    // Of a line too long to be held, the buffer has the first longestLine_ bytes and, from
+    // windowBegin on, the bytes that were read last.
+    struct LongLine {
+        bool active = false;
+        size_t overlap = 0;
+        size_t windowBegin = 0;
+        int64_t windowOffset = 0;     // in the line
+        std::vector<int64_t> values;  // of each matcher, 0 without a match
+    };
+    LongLine long_;
+};
+
+}  // namespace zot

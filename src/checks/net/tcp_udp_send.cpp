@@ -1,0 +1,60 @@
+#include <chrono>
+#include <thread>
+
+#include "base/sockets.h"
+#include "checks/net/net_checks.h"
+#include "protocol/request_text.h"
+
+namespace zot {
+namespace {
+
+// One socket for both blocks, so that a UDP peer sees them come from the same port.
+class Sender {
+  public:
+    explicit Sender(bool tcp) : tcp_(tcp) {}
+
+    // Both return above 0 for success, else a result code with its text.
+    int32_t Open(std::string_view host, int32_t port, VyString& errorText) {
+        return tcp_ ? TcpConnect(socket_, host, port, kDefaultTcpTimeoutMs, errorText)
+                    : UdpOpen(socket_, address_, host, port, errorText);
+    }
+    int32_t Send(std::string_view data, VyString& errorText) {
+        return tcp_ ? TcpSend(socket_.Get(), data, kDefaultTcpTimeoutMs, errorText)
+                    : UdpSend(socket_.Get(), address_, data, errorText);
+    }
+
+  private:
+    bool tcp_;
+    UniqueFd socket_;
+    sockaddr_in address_{};
+};
+
+}  // namespace
+
+void ActTcpUdpSend(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (settings.actTcpUdp == 0) return reply.Start("600", "operation is not allowed");
+
+    std::string_view host = GetLine(params, 1);
+    // Decoded as in every other request that sends data: a line cannot hold a line break itself.
+    VyString first = Unescape(RawLine(params, 4));
+    VyString second = Unescape(OptionalRawLine(params, 6));
+    int32_t port = 0;
+    int32_t pauseSeconds = 0;
+    if (host.empty() || first.Empty() || !ParseInt(GetLine(params, 2), port) ||
+        !ParseInt(GetLine(params, 5), pauseSeconds)) {
+        return reply.Start("501", "Wrong parameter");
+    }
+
+    Sender sender(GetLine(params, 3) == "0");
+    VyString errorText;
+    if (sender.Open(host, port, errorText) < 1 || sender.Send(first, errorText) < 1) {
+        return reply.Start("301", errorText);
+    }
+    if (!second.Empty()) {
+        if (pauseSeconds > 0) std::this_thread::sleep_for(std::chrono::seconds(pauseSeconds));
+        if (sender.Send(second, errorText) < 1) return reply.Start("301", errorText);
+    }
+    reply.Start("200", "Data has been sent");
+}
+
+}  // namespace zot

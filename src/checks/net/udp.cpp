@@ -1,0 +1,38 @@
+#include "base/sockets.h"
+#include "checks/net/measured_exchange.h"
+#include "checks/net/net_checks.h"
+#include "protocol/request_text.h"
+
+namespace zot {
+
+void TestUdp(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (settings.testUdp == 0) return reply.Start("600", "test is not allowed");
+
+    int32_t port = 0;
+    int32_t timeoutMs = 0;
+    int32_t attempts = 0;
+    int32_t receiveLength = 0;
+    VyString data = Unescape(RawLine(params, 5));
+    if (!ParseInt(GetLine(params, 2), port) || !ParseInt(GetLine(params, 3), timeoutMs) ||
+        !ParseInt(GetLine(params, 4), attempts) || !ParseInt(GetLine(params, 6), receiveLength) ||
+        attempts == 0 || data.Empty()) {
+        return reply.Start("501", "Wrong parameter");
+    }
+    // Below a second counts as a second; a negative time-out of whole seconds stays negative and
+    // makes every wait end at once.
+    int32_t timeoutSeconds = timeoutMs / 1000;
+    if (timeoutSeconds == 0) timeoutSeconds = 1;
+
+    ReceiveBuffer buffer;
+    std::span<char> wanted = Wanted(buffer, receiveLength);
+    VyString errorText;
+    Outcome outcome;  // what a negative number of attempts, which makes none, reports
+    for (int32_t attempt = 0; attempt < attempts && outcome.result < 1; ++attempt) {
+        outcome = Measure([&] {
+            return UdpRequest(GetLine(params, 1), port, timeoutSeconds, data, wanted, errorText);
+        });
+    }
+    ReplyOutcome(outcome, errorText, wanted, reply);
+}
+
+}  // namespace zot

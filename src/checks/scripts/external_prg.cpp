@@ -1,0 +1,17 @@
+#include "checks/scripts/external_program.h"
+#include "checks/scripts/script_checks.h"
+#include "protocol/request_text.h"
+
+namespace zot {
+
+void TestExternalPrg(std::string_view params, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testExternal) return reply.Start("600", "test is not allowed");
+    int32_t timeoutMs = 0;
+    if (!ParseInt(GetLine(params, 4), timeoutMs)) return reply.Start("501", "Wrong parameter");
+    std::string_view command = OwnLine(params, 1);
+    // Servers know this refusal by its bare code, unlike the one of the action.
+    if (command.empty()) return reply.Start("501");
+    RunAndReply(command, {}, timeoutMs, settings, reply);
+}
+
+}  // namespace zot

@@ -1,0 +1,25 @@
+#include <string>
+
+#include "checks/scripts/configured_script.h"
+#include "checks/scripts/script_checks.h"
+#include "checks/scripts/script_output.h"
+#include "checks/scripts/temp_name.h"
+
+namespace zot {
+
+void GetProcessesList(std::string_view /*params*/, const AgentSettings& settings, Reply& reply) {
+    if (!settings.testProcess) return reply.Start("600", "test is not allowed");
+    if (!ScriptIsUsable(settings.procListScript, "ProcList", reply)) return;
+    TempFile file;
+    ScriptOutput output;
+    if (!RunForOutput(settings.procListScript, settings, file, output, reply)) return;
+    std::string list;
+    for (std::string_view line; output.NextLine(line);) {
+        if (line.ends_with('\n')) line.remove_suffix(1);
+        list.append(line).append("\r\n");
+    }
+    reply.Start("200");
+    reply.AppendLine(list, Escaping::kLineBreaks);
+}
+
+}  // namespace zot
