@@ -1,6 +1,6 @@
 #!/bin/sh
-# The agent and the client for the other compiler and library, and under clang-tidy and cppcheck;
-# clean means no output but the last line.
+# The layout of all C++ files, and the agent and the client for the other compiler and library and
+# under clang-tidy and cppcheck; clean means no output but the last line.
 #   sh tools/lint.sh [FILE...]     BUILD_DIR names a configured build directory
 # No tool runs code, so this finds what the tests do not reach.
 set -eu
@@ -11,10 +11,14 @@ build=${BUILD_DIR:-build}
 missing=
 want clang command -v clang++
 want libc++-dev sh -c 'echo "#include <version>" | clang++ -stdlib=libc++ -x c++ -fsyntax-only -'
+want clang-format command -v clang-format
 want clang-tidy command -v clang-tidy
 want cppcheck command -v cppcheck
 install_missing
 [ -f "$build/compile_commands.json" ] || cmake -B "$build" >/dev/null
+
+find . -path './build*' -prune -o \( -name '*.cpp' -o -name '*.h' \) \
+    -exec clang-format --dry-run --Werror {} +
 
 if [ $# -eq 0 ]; then
     # What this machine compiles: the files of another system or processor include what is not here.
@@ -28,4 +32,4 @@ printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gn
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" 2>/dev/null
-echo "clang with libc++, clang-tidy, cppcheck: clean"
+echo "clang-format, clang with libc++, clang-tidy, cppcheck: clean"
