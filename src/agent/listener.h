@@ -1,20 +1,18 @@
-// The main thread's last step: accepts connections and acts on what was requested of the process.
+// The main thread's last step: opens the listening socket, and acts on what was requested of the
+// process.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 
 #include "agent/agent_control.h"
 #include "agent/daemon.h"
+#include "agent/front.h"
 #include "agent/signals.h"
 #include "base/owners.h"
 #include "base/vystring.h"
 #include "config/settings.h"
 
 namespace zot {
-
-inline constexpr int kExitListen = 4;
 
 // Opens the listening socket for the host and port of the settings: up to three attempts, one
 // second of sleep after each failure. Returns no descriptor and `errorText` when all fail, or at
@@ -28,29 +26,19 @@ class Listener {
     Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile, StartArguments arguments,
              int descriptorLimit);
 
-    // The accept loop. Ends with the process.
+    // Ends with the process.
     [[noreturn]] void Run();
 
   private:
     void HandleRequests();
     void Replace(const char* announcement, const VyString& path, const char* failure);
     void SwitchPort();
-    void WaitForConnection();
-    void Accept();
-    void Refuse(UniqueFd socket, uint32_t peerAddress);
-    bool DescriptorsRunShort() const;
 
     AgentServices& services_;
-    UniqueFd socket_;
+    Front front_;
     int32_t openPort_;
     PidFile& pidFile_;
     StartArguments arguments_;
-    int descriptorLimit_;
-
-    // Refused connections are shut down but stay open for a while; the oldest is closed when its
-    // place is needed, so that refused peers cannot use up the descriptors.
-    std::array<UniqueFd, 64> refused_;
-    size_t oldestRefused_ = 0;
 };
 
 }  // namespace zot

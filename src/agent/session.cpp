@@ -40,21 +40,22 @@ constexpr int32_t kSendTimeout = 60000;
 struct SessionStart {
     AgentServices& services;
     UniqueFd socket;
-    uint32_t peerAddress;
+    Peer peer;
 };
 
 void* RunSession(void* argument) {
     AlternateStack faultStack;
     std::unique_ptr<SessionStart> start(static_cast<SessionStart*>(argument));
     AgentServices& services = start->services;
-    uint32_t peerAddress = start->peerAddress;
+    Peer peer = start->peer;
     try {
-        Session session(services, std::move(start->socket), peerAddress);
+        Session session(services, std::move(start->socket), peer);
         start.reset();
         session.Run();
     } catch (const std::exception& error) {
         // Out of memory, as a rule: this connection is lost, the agent is not.
-        services.log.WriteLog(LogKind::kFailure, peerAddress, "Session failed: %s\n", error.what());
+        services.log.WriteLog(LogKind::kFailure, peer.address, "Session failed: %s\n",
+                              error.what());
     }
     return nullptr;
 }
@@ -72,17 +73,17 @@ int StartDetachedThread(void* (*entry)(void*), void* argument) {
 
 }  // namespace
 
-Session::Session(AgentServices& services, UniqueFd socket, uint32_t peerAddress)
+Session::Session(AgentServices& services, UniqueFd socket, Peer peer)
     : services_(services),
       socket_(std::move(socket)),
-      peerAddress_(peerAddress),
+      peer_(peer),
       upgrade_(services.control.upgradeGate) {
     ++services_.counters.activeConnections;
     ++services_.counters.openedConnections;
 }
 
 Session::~Session() {
-    services_.log.WriteLogText(LogKind::kStatus, peerAddress_,
+    services_.log.WriteLogText(LogKind::kStatus, peer_.address,
                                "Session closed, wait for next ..\n");
     shutdown(socket_.Get(), SHUT_RDWR);
     socket_.Reset();
@@ -140,23 +141,24 @@ bool Session::TakeBytes(std::string_view bytes) {
         case PacketState::kTooLarge:
             break;
     }
-    services_.log.WriteLogText(LogKind::kStatus, peerAddress_, "<-- Invalid QX request received\n");
+    services_.log.WriteLogText(LogKind::kStatus, peer_.address,
+                               "<-- Invalid QX request received\n");
     return false;
 }
 
 bool Session::Answer() {
     SettingsSnapshot settings = services_.settings.Snapshot();
     Log& log = services_.log;
-    if (!DecodeRequest(packet_, settings->password, peerAddress_, log, request_)) {
-        log.WriteLogText(LogKind::kStatus, peerAddress_, "<-- Invalid QX request received\n");
+    if (!DecodeRequest(packet_, settings->password, peer_.address, log, request_)) {
+        log.WriteLogText(LogKind::kStatus, peer_.address, "<-- Invalid QX request received\n");
         return false;
     }
-    log.WriteLogText(LogKind::kStatus, peerAddress_, "<-- Correct QX request received\n");
-    RequestContext context = {{},    *settings,   services_.settings, services_.counters,
-                              *this, peerAddress_};
+    log.WriteLogText(LogKind::kStatus, peer_.address, "<-- Correct QX request received\n");
+    RequestContext context = {{},    *settings,     services_.settings, services_.counters,
+                              *this, peer_.address, peer_.port};
     Reply reply;
     bool recognised = Dispatch(request_.text, context, log, reply);
-    log.WriteLog(LogKind::kStatus, peerAddress_,
+    log.WriteLog(LogKind::kStatus, peer_.address,
                  recognised ? "--> request processed (%.*s)\n"
                             : "--> request rejected or operation failed (%.*s)\n",
                  static_cast<int>(reply.Code().size()), reply.Code().data());
@@ -200,9 +202,9 @@ void Session::Send(Reply& reply) {
     }
 }
 
-void StartSession(AgentServices& services, UniqueFd socket, uint32_t peerAddress) {
+void StartSession(AgentServices& services, UniqueFd socket, Peer peer) {
     std::unique_ptr<SessionStart> start(new (std::nothrow)
-                                            SessionStart{services, std::move(socket), peerAddress});
+                                            SessionStart{services, std::move(socket), peer});
     int error = ENOMEM;
     if (start != nullptr) error = StartDetachedThread(RunSession, start.get());
     if (error == 0) {
@@ -211,7 +213,7 @@ void StartSession(AgentServices& services, UniqueFd socket, uint32_t peerAddress
     }
     char text[256];
     SystemErrorText(error, text, sizeof text);
-    services.log.WriteLog(LogKind::kFailure, peerAddress, "Cannot start session thread: %s\n",
+    services.log.WriteLog(LogKind::kFailure, peer.address, "Cannot start session thread: %s\n",
                           text);
 }
 

@@ -16,10 +16,15 @@
 
 namespace zot {
 
+// The other end of a connection.
+struct Peer {
+    uint32_t address = 0;  // IPv4, network byte order
+    uint16_t port = 0;     // host byte order
+};
+
 class Session : private ProcessControl {
   public:
-    // `peerAddress` is IPv4 in network byte order.
-    Session(AgentServices& services, UniqueFd socket, uint32_t peerAddress);
+    Session(AgentServices& services, UniqueFd socket, Peer peer);
     ~Session() override;
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -41,7 +46,7 @@ class Session : private ProcessControl {
 
     AgentServices& services_;
     UniqueFd socket_;
-    uint32_t peerAddress_;
+    Peer peer_;
     VyString packet_;
     RequestPacket request_;
     UpgradeTransfer upgrade_;
@@ -51,6 +56,6 @@ class Session : private ProcessControl {
 
 // Starts a detached thread that runs the session. When none can be started, the connection is
 // closed and that is logged.
-void StartSession(AgentServices& services, UniqueFd socket, uint32_t peerAddress);
+void StartSession(AgentServices& services, UniqueFd socket, Peer peer);
 
 }  // namespace zot

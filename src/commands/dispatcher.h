@@ -29,7 +29,8 @@ struct RequestContext {
     SettingsStore& store;
     const ConnectionCounters& counters;
     ProcessControl& control;
-    uint32_t peerAddress;  // IPv4, network byte order
+    uint32_t peerAddress;   // IPv4, network byte order
+    uint16_t peerPort = 0;  // host byte order
 };
 
 // Answers the request: splits off the command, checks the peer's right to it and runs its handler.
