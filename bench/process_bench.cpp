@@ -90,7 +90,6 @@ void Compare(const char* title, const zot::AgentSettings& settings) {
 
 int main() {
     zot::AgentSettings settings;
-    settings.testExternal = 1;
     settings.tmpDir = "/tmp";
     Compare("/bin/true from a small process", settings);
     // The memory of a busy agent must not make starting a child dearer.

@@ -138,7 +138,7 @@ int MakeLine(const std::string& word, std::string& line, std::string& error) {
     if (!setting) {
         error = "no setting with the name " + std::string(name) + "; there are:";
         const char* separator = " ";
-        for (const WireSetting& known : kWireSettings) {
+        for (const WireSetting& known : WireSettings()) {
             error.append(separator).append(known.name);
             separator = ", ";
         }

@@ -15,23 +15,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view list(reinterpret_cast<const char*>(data) + sizeof address,
                           size - sizeof address);
     VyString errorText;
-    bool admitted = IpInList(address, list, errorText) != 0;
+    bool admitted = IpInList(address, list, errorText);
 
     // Further items behind a list change nothing for those that it admits already.
     char text[24];
     AddressToText(address, text, sizeof text);
     VyString longer = VyString::Concat(list, ",");
     longer.Append(text);
-    if (admitted) fuzz::Require(IpInList(address, longer, errorText) != 0);
+    if (admitted) fuzz::Require(IpInList(address, longer, errorText));
     // A list that begins with the address admits it, except for the two that no list can name.
     longer = VyString::Concat(text, ",");
     longer.Append(list);
     if (address != 0 && address != UINT32_MAX) {
-        fuzz::Require(IpInList(address, longer, errorText) != 0);
+        fuzz::Require(IpInList(address, longer, errorText));
     }
 
     AgentSettings settings;
-    settings.filterActive = 1;
+    settings.filterActive = true;
     settings.activeFilter = list;
     bool found = list.find(text) != std::string_view::npos;
     fuzz::Require(ConnectionPermitted(settings, text) == found);

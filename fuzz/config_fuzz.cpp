@@ -17,11 +17,12 @@ using namespace zot;
 // The settings as one text; without those that a save does not store.
 std::string Saved(const AgentSettings& settings) {
     std::string text;
-    for (const ConfigKey& key : kConfigKeys) {
+    for (const ConfigKey& key : ConfigKeys()) {
         if (key.save != SaveRule::kAlways) continue;
         text.append(key.name).append("=");
         text.append(key.text != nullptr ? (settings.*key.text).View()
-                                        : std::to_string(settings.*key.number));
+                                        : std::to_string(key.flag != nullptr ? settings.*key.flag
+                                                                     : settings.*key.number));
         text.append("\n");
     }
     return text;
@@ -37,7 +38,7 @@ AgentSettings Load(const std::string& path) {
     AgentSettings settings;
     VyString(path).CopyToBuffer(settings.configPath, sizeof settings.configPath);
     VyString errorText;
-    bool loaded = LoadConfig(settings, errorText) != 0;
+    bool loaded = LoadConfig(settings, errorText);
     if (!loaded) fuzz::Require(!errorText.Empty());
     return settings;
 }
@@ -45,7 +46,7 @@ AgentSettings Load(const std::string& path) {
 std::string Save(AgentSettings& settings) {
     VyString errorText;
     // Only what stands behind a usable path can be saved; the warning about the filter is none.
-    fuzz::Require(SaveConfig(settings, errorText) == 1);
+    fuzz::Require(SaveConfig(settings, errorText));
     return fuzz::Scratch::Read(settings.configPath);
 }
 

@@ -45,9 +45,9 @@ struct World : fuzz::Scratch {
             VyString(*this / "zot.cfg").CopyToBuffer(settings.configPath, 512);
             settings.tmpDir = Path();
             settings.password = "p";
-            settings.allowManage = settings.allowUpdates = 1;
+            settings.allowManage = settings.allowUpdates = true;
             settings.manageAddr = settings.updateAddr = "127.0.0.1";
-            return 1;
+            return true;
         });
     }
     static void SetSwitches(AgentSettings& settings) {
@@ -55,7 +55,7 @@ struct World : fuzz::Scratch {
                           &AgentSettings::testCountFiles, &AgentSettings::testFileExists,
                           &AgentSettings::testFileCrc, &AgentSettings::testCompareFiles,
                           &AgentSettings::testTextLog}) {
-            settings.*test = 1;
+            settings.*test = true;
         }
     }
 

@@ -36,7 +36,7 @@ std::string MakePacket(std::string_view input) {
 struct Receiver {
     Receiver() : log(store) {
         TwofishInitialise();
-        store.Change([](AgentSettings& settings) { return settings.debug = settings.verbose = 1; });
+        store.Change([](AgentSettings& settings) { return settings.debug = settings.verbose = true; });
     }
     SettingsStore store;
     Log log;

@@ -63,12 +63,12 @@ class Arguments {
 void ParseCommandLine(int argc, char** argv, AgentSettings& settings) {
     Arguments arguments(argc, argv);
     if (arguments.Take("-i")) {
-        settings.interactive = 1;
+        settings.interactive = true;
     } else {
         arguments.Take("-d");
     }
-    if (arguments.Take("-v")) settings.verbose = 1;
-    if (arguments.Take("-vd")) settings.verbose = settings.debug = 1;
+    if (arguments.Take("-v")) settings.verbose = true;
+    if (arguments.Take("-vd")) settings.verbose = settings.debug = true;
     if (arguments.Take("-p")) {
         settings.port = ToInt(arguments.Next());
         if (settings.port <= 0 || settings.port > kMaxPort) PrintUsage(kBadPort);

@@ -71,7 +71,7 @@ void Front::Accept() {
     }
     const Peer peer = {address.sin_addr.s_addr, ntohs(address.sin_port)};
     SettingsSnapshot settings = services_.settings.Snapshot();
-    if (settings->filterActive != 0) {
+    if (settings->filterActive) {
         char addressText[kAddressTextSize];
         AddressToText(peer.address, addressText, sizeof addressText);
         if (!ConnectionPermitted(*settings, addressText)) {

@@ -111,7 +111,7 @@ void Listener::SwitchPort() {
     log.WriteLogText(LogKind::kFailure, 0, "Error: cannot open new port for listening\n");
     services_.settings.Change([this](AgentSettings& changed) {
         changed.port = openPort_;
-        return 1;
+        return true;
     });
     socket = OpenListeningSocket(*services_.settings.Snapshot(), ignoredError);
     if (!socket) {

@@ -35,8 +35,8 @@ void PrintBanner() {
 
 int LoadSettings(zot::SettingsStore& store) {
     zot::VyString message;
-    int loaded = zot::LoadConfigLocked(store, message);
-    if (loaded == 0) {
+    bool loaded = zot::LoadConfigLocked(store, message);
+    if (!loaded) {
         std::printf("Error\n%s\nPlease check '%s' file\n\n", message.Terminate(),
                     store.Snapshot()->configPath);
     } else if (message.Empty()) {
@@ -86,17 +86,17 @@ int Run(int argc, char** argv, char** envp) {
     zot::AlternateStack faultStack;
     store.Change([&commandLine](zot::AgentSettings& settings) {
         settings = commandLine;
-        return 1;
+        return true;
     });
 
     std::printf("Ok\nSettings checking .. ");
     if (LoadSettings(store) == 0) return kExitConfig;
     std::puts("CPU testing .. Ok");
-    if (commandLine.debug != 0) zot::PrintSizes();
+    if (commandLine.debug) zot::PrintSizes();
     zot::RunCipherChecks();
     if (TryListening(*store.Snapshot()) == 0) return zot::kExitListen;
 
-    if (commandLine.interactive == 0) {
+    if (!commandLine.interactive) {
         if (Detach() == 0) return kExitDaemon;
         zot::InstallHangupHandler();
     }
@@ -110,7 +110,7 @@ int Run(int argc, char** argv, char** envp) {
         std::printf("TCP listen error: %s\n\n", errorText.Terminate());
         return zot::kExitListen;
     }
-    if (commandLine.interactive == 0 && !store.Snapshot()->pidFile.Empty()) {
+    if (!commandLine.interactive && !store.Snapshot()->pidFile.Empty()) {
         pidFile.Write(*store.Snapshot(), log);
     }
     log.WriteLogText(zot::LogKind::kStatus, 0, "Listening...\n");

@@ -5,52 +5,33 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "config/check_table.h"
+
 namespace zot {
 namespace {
-
-struct Feature {
-    std::string_view name;
-    int32_t AgentSettings::*enabled;
-};
-
-constexpr Feature kTests[] = {
-    {"TCP", &AgentSettings::testTcp},
-    {"UDP", &AgentSettings::testUdp},
-    {"UNC", &AgentSettings::testUnc},
-    {"Folder Size", &AgentSettings::testFolderSize},
-    {"Count Files", &AgentSettings::testCountFiles},
-    {"File Availability", &AgentSettings::testFileExists},
-    {"File Integrity", &AgentSettings::testFileCrc},
-    {"File Compare", &AgentSettings::testCompareFiles},
-    {"Text Log", &AgentSettings::testTextLog},
-    {"Process", &AgentSettings::testProcess},
-    {"CPU Usage", &AgentSettings::testCpuUsage},
-    {"External", &AgentSettings::testExternal},
-    {"Shell Script", &AgentSettings::testShellScript},
-};
-
-constexpr Feature kActions[] = {
-    {"Execute external command", &AgentSettings::actExecute},
-    {"TCP/UDP send", &AgentSettings::actTcpUdp},
-    {"Syslog", &AgentSettings::actSyslog},
-};
 
 void AppendPair(Reply& reply, std::string_view name, std::string_view value,
                 Escaping escaping = Escaping::kNone) {
     reply.AppendLine(VyString::Concat(name, value), escaping);
 }
 
-std::string_view FlagText(int32_t flag) { return flag != 0 ? "1" : "0"; }
+std::string_view FlagText(bool flag) { return flag ? "1" : "0"; }
 
-template <size_t n>
-void AppendFeatures(Reply& reply, const AgentSettings& settings, const Feature (&features)[n],
-                    std::string_view available, std::string_view enabled) {
+const CheckRecord* CheckAt(CheckRecord::Kind kind, int place) {
+    for (const CheckRecord& check : Checks()) {
+        if (check.kind == kind && check.infoPlace == place) return &check;
+    }
+    return nullptr;
+}
+
+void AppendChecks(Reply& reply, const AgentSettings& settings, CheckRecord::Kind kind,
+                  std::string_view available, std::string_view enabled) {
     VyString names;
     VyString flags;
-    for (const Feature& feature : features) {
-        names.Append(feature.name);
+    for (int place = 1; const CheckRecord* check = CheckAt(kind, place); ++place) {
+        names.Append(check->name);
         names.Append("\r\n");
-        flags.Append(FlagText(settings.*feature.enabled));
+        flags.Append(FlagText(settings.*check->enabled));
     }
     AppendPair(reply, available, names, Escaping::kLineBreaks);
     AppendPair(reply, enabled, flags);
@@ -83,11 +64,12 @@ void GetInfo(const AgentSettings& settings, const ConnectionCounters& counters, 
     reply.AppendFormatted("ActiveConnections=%d", counters.activeConnections.load());
     reply.AppendFormatted("OpenedConnections=%d", counters.openedConnections.load());
     reply.AppendFormatted("FailedConnections=%d", counters.failedConnections.load());
-    AppendFeatures(reply, settings, kTests, "Available tests=", "Enabled tests=");
+    AppendChecks(reply, settings, CheckRecord::Kind::kTest, "Available tests=", "Enabled tests=");
     reply.AppendFormatted("Port=%d", settings.port);
     reply.AppendFormatted("Timeout=%d", settings.timeout);
     AppendPair(reply, "Comment=", settings.comment);
-    AppendFeatures(reply, settings, kActions, "Available actions=", "Enabled actions=");
+    AppendChecks(reply, settings, CheckRecord::Kind::kAction, "Available actions=",
+                 "Enabled actions=");
     AppendSystem(reply);
 }
 

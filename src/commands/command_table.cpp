@@ -1,9 +1,8 @@
 #include "commands/command_table.h"
 
+#include <vector>
+
 #include "checks/files/file_checks.h"
-#include "checks/logs/log_checks.h"
-#include "checks/net/net_checks.h"
-#include "checks/scripts/script_checks.h"
 #include "commands/remote_settings.h"
 #include "config/config_file.h"
 
@@ -32,7 +31,7 @@ void AnswerSetSettings(RequestContext& request, Reply& reply) {
 
 void ReloadCfg(RequestContext& request, Reply& reply) {
     VyString errorText;
-    if (LoadConfigLocked(request.store, errorText) != 0) {
+    if (LoadConfigLocked(request.store, errorText)) {
         reply.Start("200", "Ok");
     } else {
         reply.Start("300", errorText);
@@ -53,48 +52,75 @@ void UpgradeCode(RequestContext& request, Reply& reply) {
     request.control.BeginUpgrade(request.params, reply);
 }
 
-constexpr Command kCommands[] = {
-    {"TEST-UNC", TestUnc},
-    {"TEST-DiskSpace", NotApplicable},
-    {"TEST-FolderSize", TestFolderSize},
-    {"TEST-FileExists", TestFileExists},
-    {"TEST-FileCompare", TestFileCompare},
-    {"TEST-FileHash", TestFileHash},
-    {"TEST-CountFiles", TestCountFiles},
-    {"TEST-Process", TestProcess},
-    {"TEST-Service", NotApplicable},
-    {"TEST-NTLog", NotApplicable},
-    {"TEST-CPU", TestCpu},
-    {"TEST-PerfCounter", NotApplicable},
-    {"TEST-Script", NotImplemented},
-    {"TEST-SNMP", NotImplemented},
-    {"TEST-ExternalPrg", TestExternalPrg},
-    {"TEST-Ping", NotImplemented},
-    {"TEST-TCP", TestTcp},
-    {"TEST-UDP", TestUdp},
-    {"TEST-TextLog", TestTextLog},
-    {"TEST-TextLog2", TestTextLog2},
-    {"TEST-ShellScript", TestShellScript},
-    {"ACT-ExternalCmd", ActExternalCmd},
-    {"ACT-TCPUDPsend", ActTcpUdpSend},
-    {"ACT-Syslog", ActSyslog},
-    {"GetProcessesList", GetProcessesList},
-    {"GetServicesList", NotApplicable},
-    {"GetEventLogFiles", NotApplicable},
-    {"GetEventLogSources", NotApplicable},
-    {"GetDriveList", NotImplemented},
-    {"GetFilesList", GetFilesList},
-    {"GetInfo", AnswerGetInfo, Permission::kAnyone},
-    {"ReloadCfg", ReloadCfg, Permission::kManage},
-    {"ReloadApp", ReloadApp, Permission::kManage},
-    {"QUIT", Quit, Permission::kManage},
-    {"GetSettings", AnswerGetSettings, Permission::kManage},
-    {"SetSettings", AnswerSetSettings, Permission::kManage},
-    {"UpgradeCode", UpgradeCode, Permission::kUpgrade},
+constexpr Command Other(std::string_view name, CheckHandler handler) {
+    return {.name = name, .check = handler};
+}
+
+constexpr Command Own(std::string_view name, ProcessHandler handler, Permission permission) {
+    return {.name = name, .permission = permission, .process = handler};
+}
+
+// The listing serves whoever sets up one of these.
+constexpr bool AgentSettings::*kListingSwitches[] = {
+    &AgentSettings::testFolderSize, &AgentSettings::testCountFiles,
+    &AgentSettings::testFileExists, &AgentSettings::testFileCrc,
+    &AgentSettings::testCompareFiles, &AgentSettings::testTextLog,
 };
+
+constexpr Command kOtherCommands[] = {
+    {.name = "GetFilesList",
+     .permission = Permission::kTest,
+     .switches = kListingSwitches,
+     .check = GetFilesList},
+    Other("TEST-DiskSpace", NotApplicable),
+    Other("TEST-Service", NotApplicable),
+    Other("TEST-NTLog", NotApplicable),
+    Other("TEST-PerfCounter", NotApplicable),
+    Other("TEST-Script", NotImplemented),
+    Other("TEST-SNMP", NotImplemented),
+    Other("TEST-Ping", NotImplemented),
+    Other("GetServicesList", NotApplicable),
+    Other("GetEventLogFiles", NotApplicable),
+    Other("GetEventLogSources", NotApplicable),
+    Other("GetDriveList", NotImplemented),
+    Own("GetInfo", AnswerGetInfo, Permission::kAnyone),
+    Own("ReloadCfg", ReloadCfg, Permission::kManage),
+    Own("ReloadApp", ReloadApp, Permission::kManage),
+    Own("QUIT", Quit, Permission::kManage),
+    Own("GetSettings", AnswerGetSettings, Permission::kManage),
+    Own("SetSettings", AnswerSetSettings, Permission::kManage),
+    Own("UpgradeCode", UpgradeCode, Permission::kUpgrade),
+};
+
+std::vector<Command> AllCommands() {
+    std::vector<Command> commands;
+    for (const CheckRecord& check : Checks()) {
+        bool isTest = check.kind == CheckRecord::Kind::kTest;
+        for (const CheckCommand& command : check.commands) {
+            if (command.handler == nullptr) continue;
+            commands.push_back({.name = command.name,
+                                .permission = isTest ? Permission::kTest : Permission::kAction,
+                                .switches = {&check.enabled, 1},
+                                .check = command.handler});
+        }
+    }
+    commands.insert(commands.end(), std::begin(kOtherCommands), std::end(kOtherCommands));
+    return commands;
+}
 
 }  // namespace
 
-std::span<const Command> CommandTable() { return kCommands; }
+std::span<const Command> CommandTable() {
+    // Never destroyed: sessions still answer while the process ends.
+    static const auto& commands = *new std::vector<Command>(AllCommands());
+    return commands;
+}
+
+const Command* FindCommand(std::string_view name) {
+    for (const Command& command : CommandTable()) {
+        if (command.name == name) return &command;
+    }
+    return nullptr;
+}
 
 }  // namespace zot

@@ -1,37 +1,48 @@
 #include "commands/dispatcher.h"
 
+#include <algorithm>
+
 #include "commands/command_table.h"
 #include "config/ip_filter.h"
 
 namespace zot {
 namespace {
 
-const Command* FindCommand(std::string_view name) {
-    for (const Command& command : CommandTable()) {
-        if (command.name == name) return &command;
-    }
-    return nullptr;
+bool MayAsk(uint32_t peer, bool allowed, std::string_view addresses) {
+    VyString ignoredError;
+    return allowed && IpInList(peer, addresses, ignoredError);
 }
 
-bool Permitted(Permission permission, const RequestContext& request) {
+bool AnySwitchIsOn(const Command& command, const AgentSettings& settings) {
+    return std::any_of(command.switches.begin(), command.switches.end(),
+                       [&settings](auto enabled) { return settings.*enabled; });
+}
+
+// Why the peer may not have this answered; empty when it may.
+std::string_view Refusal(const Command& command, const RequestContext& request) {
     const AgentSettings& settings = request.settings;
-    VyString ignoredError;
-    switch (permission) {
-        case Permission::kManage:
-            return settings.allowManage != 0 &&
-                   IpInList(request.peerAddress, settings.manageAddr, ignoredError) != 0;
-        case Permission::kUpgrade:
-            return settings.allowUpdates != 0 &&
-                   IpInList(request.peerAddress, settings.updateAddr, ignoredError) != 0;
+    bool permitted = true;
+    switch (command.permission) {
         case Permission::kAnyone:
             break;
+        case Permission::kTest:
+            return AnySwitchIsOn(command, settings) ? "" : "test is not allowed";
+        case Permission::kAction:
+            return AnySwitchIsOn(command, settings) ? "" : "operation is not allowed";
+        case Permission::kManage:
+            permitted = MayAsk(request.peerAddress, settings.allowManage, settings.manageAddr);
+            break;
+        case Permission::kUpgrade:
+            permitted = MayAsk(request.peerAddress, settings.allowUpdates, settings.updateAddr);
+            break;
     }
-    return true;
+    return permitted ? "" : "Operation is not allowed";
 }
 
 void Run(const Command& command, RequestContext& request, Reply& reply) {
-    if (!Permitted(command.permission, request)) {
-        reply.Start("600", "Operation is not allowed");
+    std::string_view refusal = Refusal(command, request);
+    if (!refusal.empty()) {
+        reply.Start("600", refusal);
     } else if (command.check != nullptr) {
         command.check(request.params, request.settings, reply);
     } else {

@@ -1,5 +1,8 @@
 #include "commands/remote_settings.h"
 
+#include <vector>
+
+#include "config/check_table.h"
 #include "config/config_file.h"
 #include "protocol/request_text.h"
 
@@ -13,12 +16,38 @@ constexpr WireSetting Text(std::string_view name, VyString A::*text,
     return {.name = name, .kind = kind, .text = text};
 }
 
-constexpr WireSetting Flag(std::string_view name, int32_t A::*number) {
-    return {.name = name, .kind = WireKind::kFlag, .number = number};
+constexpr WireSetting Flag(std::string_view name, bool A::*flag) {
+    return {.name = name, .kind = WireKind::kFlag, .flag = flag};
 }
 
 constexpr WireSetting Number(std::string_view name, int32_t A::*number) {
     return {.name = name, .kind = WireKind::kNumber, .number = number};
+}
+
+constexpr WireSetting kOwnSettings[] = {
+    Text("Comment", &A::comment),
+    Number("Port", &A::port),
+    Number("Timeout", &A::timeout),
+    Text("Password", &A::password),
+    Flag("LogOkConn", &A::logSuccess),
+    Flag("LogBadConn", &A::logFails),
+    Text("OkLogFile", &A::okLogFile),
+    Text("BadLogFile", &A::badLogFile),
+    Flag("IPFiltering", &A::filterActive),
+    Text("IPFilterAddr", &A::filterList, WireKind::kEscapedText),
+    Text("IPFilterMarks", &A::filterMarks),
+    Flag("AllowUpdates", &A::allowUpdates),
+    Flag("AllowRManage", &A::allowManage),
+    Text("UpdateAddr", &A::updateAddr),
+    Text("ManageAddr", &A::manageAddr),
+};
+
+std::vector<WireSetting> AllSettings() {
+    std::vector<WireSetting> settings(std::begin(kOwnSettings), std::end(kOwnSettings));
+    for (const CheckRecord& check : Checks()) {
+        if (check.remote) settings.push_back(Flag(check.name, check.enabled));
+    }
+    return settings;
 }
 
 void ApplyValue(AgentSettings& settings, const WireSetting& setting, std::string_view value) {
@@ -35,7 +64,7 @@ void ApplyValue(AgentSettings& settings, const WireSetting& setting, std::string
         case WireKind::kFlag:
             // Stricter than the file, where a value need only begin with "1": servers send "1" or
             // "0".
-            settings.*setting.number = IsFlagSet(value) ? 1 : 0;
+            settings.*setting.flag = IsFlagSet(value);
             break;
     }
 }
@@ -49,48 +78,14 @@ void ApplyLine(AgentSettings& settings, std::string_view line) {
 
 }  // namespace
 
-constexpr std::array<WireSetting, kWireSettingCount> kWireSettings = {{
-    Text("Comment", &A::comment),
-    Number("Port", &A::port),
-    Number("Timeout", &A::timeout),
-    Text("Password", &A::password),
-    Flag("LogOkConn", &A::logSuccess),
-    Flag("LogBadConn", &A::logFails),
-    Text("OkLogFile", &A::okLogFile),
-    Text("BadLogFile", &A::badLogFile),
-    Flag("Ping", &A::testPing),
-    Flag("TCP", &A::testTcp),
-    Flag("UDP", &A::testUdp),
-    Flag("UNC", &A::testUnc),
-    Flag("Drive Space", &A::testFreeSpace),
-    Flag("Folder Size", &A::testFolderSize),
-    Flag("Count Files", &A::testCountFiles),
-    Flag("File Availability", &A::testFileExists),
-    Flag("File Compare", &A::testCompareFiles),
-    Flag("Text Log", &A::testTextLog),
-    Flag("File Integrity", &A::testFileCrc),
-    Flag("Process", &A::testProcess),
-    Flag("Service", &A::testService),
-    Flag("NT Event Log", &A::testNtEventLog),
-    Flag("CPU Usage", &A::testCpuUsage),
-    Flag("Perf Counter", &A::testPerfCounter),
-    Flag("Script", &A::testScript),
-    Flag("External", &A::testExternal),
-    Flag("SNMP", &A::testSnmp),
-    Flag("Execute external command", &A::actExecute),
-    Flag("TCP/UDP send", &A::actTcpUdp),
-    Flag("Syslog", &A::actSyslog),
-    Flag("IPFiltering", &A::filterActive),
-    Text("IPFilterAddr", &A::filterList, WireKind::kEscapedText),
-    Text("IPFilterMarks", &A::filterMarks),
-    Flag("AllowUpdates", &A::allowUpdates),
-    Flag("AllowRManage", &A::allowManage),
-    Text("UpdateAddr", &A::updateAddr),
-    Text("ManageAddr", &A::manageAddr),
-}};
+std::span<const WireSetting> WireSettings() {
+    // Never destroyed: sessions may still change settings while the process ends.
+    static const auto& settings = *new std::vector<WireSetting>(AllSettings());
+    return settings;
+}
 
 const WireSetting* FindWireSetting(std::string_view name) {
-    for (const WireSetting& setting : kWireSettings) {
+    for (const WireSetting& setting : WireSettings()) {
         if (setting.name == name) return &setting;
     }
     return nullptr;
@@ -102,9 +97,9 @@ void SetSettings(std::string_view params, SettingsStore& store, Reply& reply) {
         std::string_view line;
         while (NextLine(params, line)) ApplyLine(settings, line);
     };
-    int saved = SaveConfigLocked(store, applyLines, errorText);
-    reply.Start(saved != 0 ? "200" : "300");
-    if (saved == 0) reply.AppendRaw(errorText);
+    bool saved = SaveConfigLocked(store, applyLines, errorText);
+    reply.Start(saved ? "200" : "300");
+    if (!saved) reply.AppendRaw(errorText);
 }
 
 }  // namespace zot

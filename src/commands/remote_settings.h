@@ -1,9 +1,8 @@
 // Changing the settings from the server: SetSettings and its wire names.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "config/settings.h"
@@ -22,12 +21,13 @@ enum class WireKind {
 struct WireSetting {
     std::string_view name;
     WireKind kind;
-    VyString AgentSettings::*text = nullptr;   // of the texts
-    int32_t AgentSettings::*number = nullptr;  // of numbers and flags
+    VyString AgentSettings::*text = nullptr;  // of both kinds of text
+    int32_t AgentSettings::*number = nullptr;
+    bool AgentSettings::*flag = nullptr;
 };
 
-inline constexpr size_t kWireSettingCount = 37;
-extern const std::array<WireSetting, kWireSettingCount> kWireSettings;
+// All of them, the switches of the checks last.
+std::span<const WireSetting> WireSettings();
 
 // The setting with exactly this name; nullptr if there is none.
 const WireSetting* FindWireSetting(std::string_view name);

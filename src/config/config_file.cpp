@@ -50,7 +50,7 @@ void ApplyLine(AgentSettings& settings, std::string_view line) {
             settings.*key->text = FilterListFromFile(parts.value);
             break;
         case ConfigKind::kFlag:
-            settings.*key->number = parts.value.starts_with('1') ? 1 : 0;
+            settings.*key->flag = parts.value.starts_with('1');
             break;
         case ConfigKind::kNumber:
             settings.*key->number = LeadingNumber(parts.value);
@@ -67,23 +67,23 @@ bool IsDirectory(const char* path) {
     return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-int Validate(AgentSettings& settings, VyString& errorText) {
-    int result = 1;
+bool Validate(AgentSettings& settings, VyString& errorText) {
+    bool valid = true;
     if (settings.port == 0) {
         errorText.Append("  TCP post is not specified!\n");
-        result = 0;
+        valid = false;
     }
     if (settings.password.Empty()) {
         errorText.Append("  Password is not specified!\n");
-        result = 0;
+        valid = false;
     }
     if (settings.agentPath.At(1) != '/') {
         errorText.Append("  Full path to the agent is not specified!\n");
-        return 0;
+        return false;
     }
-    if (IsRegularFile(settings.agentPath.Terminate())) return result;
+    if (IsRegularFile(settings.agentPath.Terminate())) return valid;
     errorText.Append("  Invalid path to the agent!\n");
-    return 0;
+    return false;
 }
 
 void RebuildActiveFilter(AgentSettings& settings, VyString& errorText) {
@@ -136,12 +136,12 @@ void ResolveTmpDir(AgentSettings& settings) {
 
 }  // namespace
 
-int LoadConfig(AgentSettings& settings, VyString& errorText) {
+bool LoadConfig(AgentSettings& settings, VyString& errorText) {
     errorText.Clear();
     SetConfigDefaults(settings);
     if (settings.configPath[0] == '\0') {
         errorText = "Configuration file is not specified";
-        return 0;
+        return false;
     }
     {
         ConfigReader file;
@@ -151,7 +151,7 @@ int LoadConfig(AgentSettings& settings, VyString& errorText) {
             errorText = VyString::Concat("Cannot open configuration file '", settings.configPath);
             errorText.Append('\'');
             ResolveTmpDir(settings);  // what runs now goes on to need one
-            return 0;
+            return false;
         }
     }
     PostProcessConfig(settings, errorText);
@@ -159,7 +159,7 @@ int LoadConfig(AgentSettings& settings, VyString& errorText) {
     return Validate(settings, errorText);
 }
 
-int LoadConfigLocked(SettingsStore& store, VyString& errorText) {
+bool LoadConfigLocked(SettingsStore& store, VyString& errorText) {
     return store.Change(
         [&errorText](AgentSettings& settings) { return LoadConfig(settings, errorText); });
 }

@@ -1,8 +1,10 @@
 #include "config/config_keys.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "base/ascii.h"
+#include "config/check_table.h"
 
 namespace zot {
 namespace {
@@ -19,13 +21,13 @@ constexpr ConfigKey Text(std::string_view name, VyString A::*text, const char* v
             .defaultText = value};
 }
 
-constexpr ConfigKey Flag(std::string_view name, int32_t A::*number, int32_t value,
+constexpr ConfigKey Flag(std::string_view name, bool A::*flag, bool value,
                          SaveRule save = kAlways) {
     return {.name = name,
             .kind = ConfigKind::kFlag,
             .save = save,
-            .number = number,
-            .defaultNumber = value};
+            .flag = flag,
+            .defaultFlag = value};
 }
 
 constexpr ConfigKey Number(std::string_view name, int32_t A::*number, std::optional<int32_t> value,
@@ -41,51 +43,29 @@ constexpr ConfigKey kFilterListKey = {.name = "filterlist",
                                       .text = &A::filterList,
                                       .defaultText = "1"};
 
-bool SameKey(std::string_view key, std::string_view name) {
-    return std::equal(key.begin(), key.end(), name.begin(), name.end(),
-                      [](char a, char b) { return LowerAscii(a) == b; });
-}
-
-}  // namespace
-
-constexpr std::array<ConfigKey, kConfigKeyCount> kConfigKeys = {{
+// A save appends these before the keys of the checks.
+constexpr ConfigKey kGeneralKeys[] = {
     Text("host", &A::host, nullptr),
     Number("port", &A::port, {}, kAlways, ConfigKind::kPort),
     Number("timeout", &A::timeout, {}, kAlways),
     Text("comment", &A::comment, ""),
     Text("password", &A::password, ""),
-    Flag("filteractive", &A::filterActive, 0),
+    Flag("filteractive", &A::filterActive, false),
     Text("filtermarks", &A::filterMarks, "127.0.0.1"),
     kFilterListKey,
     Text("verboselogfile", &A::verboseLogFile, nullptr),
-    Flag("logsuccess", &A::logSuccess, 0),
-    Flag("logfails", &A::logFails, 1),
+    Flag("logsuccess", &A::logSuccess, false),
+    Flag("logfails", &A::logFails, true),
     Text("oklogfile", &A::okLogFile, "log1.txt"),
     Text("badlogfile", &A::badLogFile, "log2.txt"),
-    Flag("allowupdates", &A::allowUpdates, 1),
-    Flag("allowmanage", &A::allowManage, 1),
+    Flag("allowupdates", &A::allowUpdates, true),
+    Flag("allowmanage", &A::allowManage, true),
     Text("updateaddr", &A::updateAddr, "127.0.0.1"),
     Text("manageaddr", &A::manageAddr, "127.0.0.1"),
-    Flag("unc", &A::testUnc, 1),
-    // Never appended: files written so far do without it, and a save leaves them so.
-    Flag("freespace", &A::testFreeSpace, 1, kInPlace),
-    Flag("foldersize", &A::testFolderSize, 1),
-    Flag("countfiles", &A::testCountFiles, 1),
-    Flag("fileexists", &A::testFileExists, 1),
-    Flag("filecrc", &A::testFileCrc, 1),
-    Flag("comparefiles", &A::testCompareFiles, 1),
-    Flag("process", &A::testProcess, 1),
-    Flag("cpuusage", &A::testCpuUsage, 1),
-    Flag("script", &A::testScript, 1),
-    Flag("external", &A::testExternal, 1),
-    Flag("ping", &A::testPing, 1),
-    Flag("tcp", &A::testTcp, 1),
-    Flag("udp", &A::testUdp, 1),
-    Flag("textlog", &A::testTextLog, 1),
-    Flag("shellscript", &A::testShellScript, 1),
-    Flag("executeaction", &A::actExecute, 0),
-    Flag("tcpudpaction", &A::actTcpUdp, 0),
-    Flag("syslogaction", &A::actSyslog, 0),
+};
+
+// A save leaves these alone.
+constexpr ConfigKey kUnsavedKeys[] = {
     Text("zotpath", &A::agentPath, "", kNever),
     Text("cpuusagescript", &A::cpuUsageScript, nullptr, kNever),
     Text("proclistscript", &A::procListScript, nullptr, kNever),
@@ -93,25 +73,46 @@ constexpr std::array<ConfigKey, kConfigKeyCount> kConfigKeys = {{
     Text("tmpdir", &A::tmpDir, "", kNever),
     Text("pidfile", &A::pidFile, "", kNever),
     Number("delayforscripts", &A::delayForScripts, 90000, kNever),
-}};
+};
+
+std::vector<ConfigKey> AllKeys() {
+    std::vector<ConfigKey> keys(std::begin(kGeneralKeys), std::end(kGeneralKeys));
+    for (const CheckRecord& check : Checks()) {
+        if (check.key.empty()) continue;
+        keys.push_back(Flag(check.key, check.enabled, check.enabledByDefault, check.save));
+    }
+    keys.insert(keys.end(), std::begin(kUnsavedKeys), std::end(kUnsavedKeys));
+    return keys;
+}
+
+bool SameKey(std::string_view key, std::string_view name) {
+    return std::equal(key.begin(), key.end(), name.begin(), name.end(),
+                      [](char a, char b) { return LowerAscii(a) == b; });
+}
+
+}  // namespace
+
+std::span<const ConfigKey> ConfigKeys() {
+    // Never destroyed: sessions may still load while the process ends.
+    static const auto& keys = *new std::vector<ConfigKey>(AllKeys());
+    return keys;
+}
 
 const ConfigKey* FindConfigKey(std::string_view key) {
-    const auto* found =
-        std::find_if(kConfigKeys.begin(), kConfigKeys.end(),
-                     [key](const ConfigKey& entry) { return SameKey(key, entry.name); });
-    return found == kConfigKeys.end() ? nullptr : found;
+    for (const ConfigKey& entry : ConfigKeys()) {
+        if (SameKey(key, entry.name)) return &entry;
+    }
+    return nullptr;
 }
 
 void SetConfigDefaults(AgentSettings& settings) {
-    for (const ConfigKey& key : kConfigKeys) {
+    for (const ConfigKey& key : ConfigKeys()) {
         if (key.defaultText != nullptr) settings.*key.text = key.defaultText;
         if (key.defaultNumber) settings.*key.number = *key.defaultNumber;
+        if (key.flag != nullptr) settings.*key.flag = key.defaultFlag;
     }
-    // These have no key: only a remote change sets them, until the next load.
-    settings.testService = 0;
-    settings.testNtEventLog = 0;
-    settings.testPerfCounter = 0;
-    settings.testSnmp = 1;
+    // Also those without a key.
+    for (const CheckRecord& check : Checks()) settings.*check.enabled = check.enabledByDefault;
 }
 
 }  // namespace zot

@@ -2,10 +2,9 @@
 // what every load resets it to and whether a save writes it.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "config/settings.h"
@@ -31,15 +30,15 @@ struct ConfigKey {
     ConfigKind kind;
     SaveRule save;
     VyString AgentSettings::*text = nullptr;    // of the strings
-    int32_t AgentSettings::*number = nullptr;   // of all others
+    bool AgentSettings::*flag = nullptr;        // of the flags
+    int32_t AgentSettings::*number = nullptr;   // of the numbers
     const char* defaultText = nullptr;          // none: a load keeps what was there
     std::optional<int32_t> defaultNumber = {};  // none: likewise
+    bool defaultFlag = false;
 };
 
-inline constexpr size_t kConfigKeyCount = 43;
-
-// All keys, the saved ones first and in the order in which a save appends them.
-extern const std::array<ConfigKey, kConfigKeyCount> kConfigKeys;
+// All keys, those of the checks among them, in the order in which a save appends them.
+std::span<const ConfigKey> ConfigKeys();
 
 // The table entry of a key, whatever the case of its letters; nullptr if there is none.
 const ConfigKey* FindConfigKey(std::string_view key);

@@ -9,6 +9,7 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
+#include <vector>
 
 #include "base/files.h"
 #include "base/owners.h"
@@ -103,7 +104,7 @@ void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& se
             AppendValue(line, (settings.*key.text).ReplaceAll("\r\n", " ", true), room);
             break;
         case ConfigKind::kFlag:
-            AppendValue(line, settings.*key.number != 0 ? "1" : "0", room);
+            AppendValue(line, settings.*key.flag ? "1" : "0", room);
             break;
         case ConfigKind::kNumber:
         case ConfigKind::kPort: {
@@ -135,7 +136,7 @@ class LineRewriter {
                 // The mark takes the place of one character, so "yes" becomes "1es". Only the
                 // first character counts on reading, and what follows may be a remark.
                 line_.Set(static_cast<int32_t>(parts.valueAt) + 1,
-                          settings_.*key->number != 0 ? '1' : '0');
+                          settings_.*key->flag ? '1' : '0');
             } else {
                 line_.Cut(static_cast<int32_t>(parts.valueAt));
                 AppendSetting(line_, *key, settings_);
@@ -148,7 +149,7 @@ class LineRewriter {
     // The next line to append: the first setting that is due in the file and not yet written.
     // False when there is none.
     bool NextMissing(std::string_view& line) {
-        for (const ConfigKey& key : kConfigKeys) {
+        for (const ConfigKey& key : ConfigKeys()) {
             if (key.save != SaveRule::kAlways || Written(key)) continue;
             Written(key) = true;
             line_ = key.name;
@@ -162,13 +163,13 @@ class LineRewriter {
     }
 
   private:
-    bool& Written(const ConfigKey& key) {
-        return written_[static_cast<size_t>(&key - kConfigKeys.data())];
+    std::vector<bool>::reference Written(const ConfigKey& key) {
+        return written_[static_cast<size_t>(&key - ConfigKeys().data())];
     }
 
     const AgentSettings& settings_;
     VyString line_;
-    std::array<bool, kConfigKeyCount> written_{};
+    std::vector<bool> written_ = std::vector<bool>(ConfigKeys().size());
 };
 
 // Keeps the current file under the name `old` and puts the new one in its place. The hard link
@@ -189,17 +190,17 @@ void SyncDirectoryOf(std::string_view path) {
     if (fd) fsync(fd.Get());
 }
 
-int Fail(VyString& errorText, std::string_view what, std::string_view path) {
+bool Fail(VyString& errorText, std::string_view what, std::string_view path) {
     errorText = what;
     errorText.Append(" configuration file '");
     errorText.Append(path);
     errorText.Append('\'');
-    return 0;
+    return false;
 }
 
 }  // namespace
 
-int SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
+bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
                      VyString& errorText) {
     return store.Change([&](AgentSettings& settings) {
         change(settings);
@@ -207,13 +208,13 @@ int SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSetting
     });
 }
 
-int SaveConfig(AgentSettings& settings, VyString& errorText) {
+bool SaveConfig(AgentSettings& settings, VyString& errorText) {
     errorText.Clear();
     PostProcessConfig(settings, errorText);
     const char* path = settings.configPath;
     if (*path == '\0') {
         errorText = "Configuration file is not specified";
-        return 0;
+        return false;
     }
     ConfigReader current;
     struct stat like {};
@@ -234,7 +235,7 @@ int SaveConfig(AgentSettings& settings, VyString& errorText) {
     }
     fresh.Keep();
     SyncDirectoryOf(path);
-    return 1;
+    return true;
 }
 
 }  // namespace zot

@@ -34,10 +34,10 @@ bool ParseAddress(std::string_view text, uint32_t& address, VyString& errorText)
 bool ConnectionPermitted(const AgentSettings& settings, std::string_view addressText) {
     // Text is searched, not entries: "10.0.0.15" also admits 10.0.0.1, and existing lists count
     // on that.
-    return settings.filterActive != 1 || settings.activeFilter.Pos(addressText) != 0;
+    return !settings.filterActive || settings.activeFilter.Pos(addressText) != 0;
 }
 
-int IpInList(uint32_t address, std::string_view list, VyString& errorText) {
+bool IpInList(uint32_t address, std::string_view list, VyString& errorText) {
     errorText.Clear();
     uint32_t wanted = ntohl(address);
     VyString kept;
@@ -45,14 +45,14 @@ int IpInList(uint32_t address, std::string_view list, VyString& errorText) {
     for (char c : list) {
         if (kMeaningful.find(c) != std::string_view::npos) kept.Append(c);
     }
-    int result = 0;
-    for (std::string_view rest = kept; result == 0;) {
+    bool found = false;
+    for (std::string_view rest = kept; !found;) {
         uint32_t first = 0;
         uint32_t last = 0;
         ParseIpItem(rest, first, last, errorText);
         if (first == 0) break;  // also 0.0.0.0: the items behind it are out of reach
         if (last == 0) last = first;
-        result = std::min(first, last) <= wanted && wanted <= std::max(first, last) ? 1 : 0;
+        found = std::min(first, last) <= wanted && wanted <= std::max(first, last);
     }
     if (errorText.Empty()) {
         size_t at = list.find_first_not_of(kMeaningful);
@@ -60,7 +60,7 @@ int IpInList(uint32_t address, std::string_view list, VyString& errorText) {
             Report(errorText, "Illegal character (", list.substr(at, 1));
         }
     }
-    return result;
+    return found;
 }
 
 void ParseIpItem(std::string_view& text, uint32_t& first, uint32_t& last, VyString& errorText) {

@@ -12,9 +12,9 @@ namespace zot {
 // Whether the connection filter lets the client in (its address in dotted text).
 bool ConnectionPermitted(const AgentSettings& settings, std::string_view addressText);
 
-// Returns 1 if the IPv4 address (network byte order) is in the list of addresses and ranges
-// separated by ",", else 0. `errorText` is cleared, or tells what is wrong with the list.
-int IpInList(uint32_t address, std::string_view list, VyString& errorText);
+// Whether the IPv4 address (network byte order) is in the list of addresses and ranges
+// separated by ",". `errorText` is cleared, or tells what is wrong with the list.
+bool IpInList(uint32_t address, std::string_view list, VyString& errorText);
 
 // Removes the next item from the front of `text` and gives its addresses in host byte order:
 // `last` is 0 for a single address, `first` is 0 when there is no further usable item.

@@ -124,19 +124,19 @@ LineTime TimeAtOffset(int32_t utcOffset) {
 
 // The log that the kind has of its own besides the verbose log; empty if it is off.
 std::string_view LogOfKind(const AgentSettings& settings, LogKind kind) {
-    if (kind == LogKind::kSuccess && settings.logSuccess == 1) return settings.okLogFile;
-    if (kind == LogKind::kFailure && settings.logFails == 1) return settings.badLogFile;
+    if (kind == LogKind::kSuccess && settings.logSuccess) return settings.okLogFile;
+    if (kind == LogKind::kFailure && settings.logFails) return settings.badLogFile;
     return {};
 }
 
 std::string_view VerboseLog(const AgentSettings& settings) {
-    return settings.verbose != 0 ? settings.verboseLogFile.View() : std::string_view();
+    return settings.verbose ? settings.verboseLogFile.View() : std::string_view();
 }
 
 // Most agents run without any log for most kinds: such a line costs no clock and no formatting.
 bool IsWanted(const AgentSettings& settings, LogKind kind) {
-    if (kind == LogKind::kTrace && settings.debug == 0) return false;
-    return settings.interactive != 0 || !LogOfKind(settings, kind).empty() ||
+    if (kind == LogKind::kTrace && !settings.debug) return false;
+    return settings.interactive || !LogOfKind(settings, kind).empty() ||
            !VerboseLog(settings).empty();
 }
 
@@ -213,7 +213,7 @@ void Log::WriteLines(const AgentSettings& settings, LogKind kind, uint32_t clien
     char address[kAddressBuffer];
     if (clientAddress != 0) AddressToText(clientAddress, address, sizeof(address));
     std::string_view from = clientAddress != 0 ? address : kOwnAddress;
-    if (settings.interactive != 0) {
+    if (settings.interactive) {
         LineText line;
         BuildConsoleLine(line, now, from, message);
         fwrite(line.View().data(), 1, line.View().size(), stdout);
@@ -229,7 +229,7 @@ void Log::WriteFromSignal(const AgentSettings& settings, LogKind kind,
                           const char* message) noexcept {
     KeepErrno keeper;
     LineTime now = TimeAtOffset(utcOffset_.load(std::memory_order_relaxed));
-    if (settings.interactive != 0) {
+    if (settings.interactive) {
         LineText line;
         BuildConsoleLine(line, now, kOwnAddress, message);
         [[maybe_unused]] ssize_t written =

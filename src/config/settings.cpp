@@ -13,10 +13,10 @@ SettingsSnapshot SettingsStore::Snapshot() const {
     return current_;
 }
 
-int SettingsStore::Change(const std::function<int(AgentSettings&)>& change) {
+bool SettingsStore::Change(const std::function<bool(AgentSettings&)>& change) {
     std::lock_guard<std::mutex> lock(configMutex_);
     auto fresh = std::make_shared<AgentSettings>(*Snapshot());
-    int result = change(*fresh);
+    bool result = change(*fresh);
     fresh->password.Terminate();  // nothing of a longer one before it stays behind its end
     Publish(std::move(fresh));
     return result;

@@ -22,9 +22,9 @@ struct AgentSettings {
     ~AgentSettings() { password.Wipe(); }
 
     // Set by the command line before the file is read; no load touches them.
-    int32_t interactive = 0;  // stays in the terminal
-    int32_t verbose = 0;      // writes the verbose log
-    int32_t debug = 0;        // traces packets too
+    bool interactive = false;  // stays in the terminal
+    bool verbose = false;      // writes the verbose log
+    bool debug = false;        // traces packets too
     char configPath[512] = "";
 
     VyString tmpDir;
@@ -37,41 +37,41 @@ struct AgentSettings {
     VyString password;
     VyString comment;
     VyString verboseLogFile;
-    int32_t logSuccess = 0;
+    bool logSuccess = false;
     VyString okLogFile;
-    int32_t filterActive = 0;
-    int32_t logFails = 0;
+    bool filterActive = false;
+    bool logFails = false;
     VyString badLogFile;
     VyString filterList;  // entries separated by CR LF
-    int32_t allowUpdates = 0;
+    bool allowUpdates = false;
     VyString updateAddr;
     VyString filterMarks;  // one character an entry, '1' makes it active
-    int32_t allowManage = 0;
+    bool allowManage = false;
     VyString manageAddr;
     VyString activeFilter;  // derived: CR LF, then every active entry and CR LF
-    int32_t testUnc = 0;
-    int32_t testFreeSpace = 0;
-    int32_t testFolderSize = 0;
-    int32_t testCountFiles = 0;
-    int32_t testFileExists = 0;
-    int32_t testFileCrc = 0;
-    int32_t testCompareFiles = 0;
-    int32_t testProcess = 0;
-    int32_t testService = 0;
-    int32_t testNtEventLog = 0;
-    int32_t testCpuUsage = 0;
-    int32_t testPerfCounter = 0;
-    int32_t testSnmp = 0;
-    int32_t testScript = 0;
-    int32_t testExternal = 0;
-    int32_t testPing = 0;
-    int32_t testTcp = 0;
-    int32_t testUdp = 0;
-    int32_t testTextLog = 0;
-    int32_t testShellScript = 0;
-    int32_t actExecute = 0;
-    int32_t actTcpUdp = 0;
-    int32_t actSyslog = 0;
+    bool testUnc = false;
+    bool testFreeSpace = false;
+    bool testFolderSize = false;
+    bool testCountFiles = false;
+    bool testFileExists = false;
+    bool testFileCrc = false;
+    bool testCompareFiles = false;
+    bool testProcess = false;
+    bool testService = false;
+    bool testNtEventLog = false;
+    bool testCpuUsage = false;
+    bool testPerfCounter = false;
+    bool testSnmp = false;
+    bool testScript = false;
+    bool testExternal = false;
+    bool testPing = false;
+    bool testTcp = false;
+    bool testUdp = false;
+    bool testTextLog = false;
+    bool testShellScript = false;
+    bool actExecute = false;
+    bool actTcpUdp = false;
+    bool actSyslog = false;
     VyString cpuUsageScript;
     VyString procListScript;
     VyString procCntScript;
@@ -92,7 +92,7 @@ class SettingsStore {
 
     // Runs `change` on a copy under the configuration mutex, publishes the copy whatever `change`
     // returns, and returns that. Changes run one after the other, so none loses another's work.
-    int Change(const std::function<int(AgentSettings&)>& change);
+    bool Change(const std::function<bool(AgentSettings&)>& change);
 
     // The settings for a crash handler, which may take no lock: valid for as long as the store
     // lives, since nothing is freed any more once this was called.

@@ -31,10 +31,8 @@ class CheckLog : public testing::Test {
     std::string log_ = dir_ / "app.log";
     int lines_ = 0;
     FakeAgent agent_{[](int fd, const std::string& key, const std::string& text) {
-        AgentSettings settings;
-        settings.testTextLog = 1;
         Reply reply;
-        TestTextLog(std::string_view(text).substr(text.find('\n') + 1), settings, reply);
+        TestTextLog(std::string_view(text).substr(text.find('\n') + 1), AgentSettings(), reply);
         reply.Finish();
         SendReply(fd, key, std::string(reply.Text().View()));
     }};

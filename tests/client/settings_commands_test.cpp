@@ -39,7 +39,7 @@ TEST(Settings, AreSetByEveryNameThatTheAgentKnows) {
     FakeAgent agent({"200\n\r"});
     std::vector<std::string> words = {agent.PortOption(), "set"};
     std::string request = "SetSettings\n";
-    for (const WireSetting& setting : kWireSettings) {
+    for (const WireSetting& setting : WireSettings()) {
         words.push_back(std::string(setting.name) + "=1");
         request += words.back() + "\n";
     }

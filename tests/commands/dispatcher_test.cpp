@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "commands/command_table.h"
 
@@ -24,10 +25,10 @@ class DispatcherTest : public testing::Test {
   protected:
     DispatcherTest() {
         store_.Change([](AgentSettings& settings) {
-            settings.allowManage = settings.allowUpdates = 1;
+            settings.allowManage = settings.allowUpdates = true;
             settings.manageAddr = "10.0.0.1-10.0.0.9";
             settings.updateAddr = "10.0.0.2";
-            return 1;
+            return true;
         });
     }
 
@@ -38,6 +39,13 @@ class DispatcherTest : public testing::Test {
         RequestContext context = {{}, *settings, store_, counters_, control_, inet_addr(peer)};
         bool recognised = Dispatch(request, context, log_, reply);
         return std::string(reply.Text().View()) + (recognised ? "" : "!");
+    }
+
+    void Switch(bool AgentSettings::*one, bool on) {
+        store_.Change([=](AgentSettings& settings) { return settings.*one = on; });
+    }
+    void SwitchAll(bool on) {
+        for (const CheckRecord& check : Checks()) Switch(check.enabled, on);
     }
 
     SettingsStore store_;
@@ -69,18 +77,61 @@ TEST_F(DispatcherTest, ManagementNeedsSwitchAndAddress) {
     EXPECT_EQ(control_.asked, "terminate reload upgrade:500\n\r");
     EXPECT_EQ(Ask("ReloadCfg\n\r"), "300\nConfiguration file is not specified\n");
     store_.Change([](AgentSettings& settings) {
-        settings.allowManage = settings.allowUpdates = 0;
+        settings.allowManage = settings.allowUpdates = false;
         settings.manageAddr = settings.updateAddr = "10.0.0.2";
-        return 1;
+        return true;
     });
     EXPECT_EQ(Ask("QUIT\n\r"), refused);
     EXPECT_EQ(Ask("UpgradeCode\n500\n\r"), refused);
 }
 
+// Each with the switches that allow it: one of them is enough.
+TEST_F(DispatcherTest, TestsAndActionsNeedTheirSwitch) {
+    using A = AgentSettings;
+    const struct {
+        const char* command;
+        std::vector<bool A::*> switches;
+        const char* refusal = "600\ntest is not allowed\n";
+    } cases[] = {
+        {"TEST-UNC", {&A::testUnc}},
+        {"TEST-FolderSize", {&A::testFolderSize}},
+        {"TEST-FileExists", {&A::testFileExists}},
+        {"TEST-FileCompare", {&A::testCompareFiles}},
+        {"TEST-FileHash", {&A::testFileCrc}},
+        {"TEST-CountFiles", {&A::testCountFiles}},
+        {"TEST-Process", {&A::testProcess}},
+        {"TEST-CPU", {&A::testCpuUsage}},
+        {"TEST-ExternalPrg", {&A::testExternal}},
+        {"TEST-TCP", {&A::testTcp}},
+        {"TEST-UDP", {&A::testUdp}},
+        {"TEST-TextLog", {&A::testTextLog}},
+        {"TEST-TextLog2", {&A::testTextLog}},
+        {"TEST-ShellScript", {&A::testShellScript}},
+        {"GetProcessesList", {&A::testProcess}},
+        {"GetFilesList",
+         {&A::testFolderSize, &A::testCountFiles, &A::testFileExists, &A::testFileCrc,
+          &A::testCompareFiles, &A::testTextLog}},
+        {"ACT-ExternalCmd", {&A::actExecute}, "600\noperation is not allowed\n"},
+        {"ACT-TCPUDPsend", {&A::actTcpUdp}, "600\noperation is not allowed\n"},
+        {"ACT-Syslog", {&A::actSyslog}, "600\noperation is not allowed\n"},
+    };
+    for (const auto& c : cases) {
+        const std::string request = std::string(c.command) + "\n\r";
+        SwitchAll(true);
+        for (auto one : c.switches) Switch(one, false);
+        EXPECT_EQ(Ask(request), c.refusal) << c.command;
+        for (auto one : c.switches) {
+            SwitchAll(false);
+            Switch(one, true);
+            EXPECT_NE(Ask(request).substr(0, 3), "600") << c.command;
+        }
+    }
+}
+
 TEST(CommandTable, EveryRowHasOneHandler) {
     for (const Command& command : CommandTable()) {
         EXPECT_NE(command.check == nullptr, command.process == nullptr) << command.name;
-        EXPECT_TRUE(command.permission == Permission::kAnyone || command.process != nullptr);
+        EXPECT_TRUE(command.permission < Permission::kManage || command.process != nullptr);
     }
     EXPECT_EQ(CommandTable().size(), 37u);
 }

@@ -28,13 +28,13 @@ using test::SourceFile;
 
 Names KeyNames() {
     Names names;
-    for (const ConfigKey& key : kConfigKeys) names.insert(std::string(key.name));
+    for (const ConfigKey& key : ConfigKeys()) names.insert(std::string(key.name));
     return names;
 }
 
 Names RemoteNames() {
     Names names;
-    for (const WireSetting& setting : kWireSettings) names.insert(std::string(setting.name));
+    for (const WireSetting& setting : WireSettings()) names.insert(std::string(setting.name));
     return names;
 }
 
@@ -67,9 +67,10 @@ TEST(Docs, ConfigurationPageHasEveryKeyWithKindAndDefault) {
     test::TempDir dir;
     VyString ignoredError;
     const AgentSettings empty = Load(dir, "", ignoredError);
-    for (const ConfigKey& key : kConfigKeys) {
+    for (const ConfigKey& key : ConfigKeys()) {
         // An empty file leaves the defaults, but for the directory that is then resolved.
-        std::string value = key.text == nullptr    ? std::to_string(empty.*key.number)
+        std::string value = key.flag != nullptr    ? std::to_string(empty.*key.flag)
+                            : key.text == nullptr  ? std::to_string(empty.*key.number)
                             : key.name == "tmpdir" ? key.defaultText
                                                    : std::string((empty.*key.text).View());
         expected[std::string(key.name)] =

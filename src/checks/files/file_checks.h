@@ -1,6 +1,6 @@
 // The handlers of the file tests and of the file listing. Each takes the parameter lines of its
-// request (everything behind the command line) and builds the whole reply. Every one answers "600"
-// when its setting is off; lines are numbered from 1 and read trimmed.
+// request (everything after the command line) and builds the whole reply. Lines are numbered from 1
+// and read trimmed.
 #pragma once
 
 #include <string_view>

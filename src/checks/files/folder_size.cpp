@@ -82,8 +82,7 @@ int64_t FolderSize(std::string_view path, bool recurse) {
     return SumFolder(DirectoryPart(path), NamePart(path), recurse);
 }
 
-void TestFolderSize(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (!settings.testFolderSize) return reply.Start("600", "test is not allowed");
+void TestFolderSize(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     int64_t size = FolderSize(PathLine(params, 1, 8), FlagLine(params, 2));
     if (size < 0) return reply.Start("301", "Folder/File doesn`t exist or access denied");
     reply.Start("200");

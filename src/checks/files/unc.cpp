@@ -8,8 +8,7 @@
 
 namespace zot {
 
-void TestUnc(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (!settings.testUnc) return reply.Start("600", "test is not allowed");
+void TestUnc(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     std::string_view line = GetLine(params, 1);
     // Servers send the paths of network shares with the separator of another system at the end.
     if (!line.empty() && line.back() == '\\') line.remove_suffix(1);

@@ -1,5 +1,5 @@
 // The handlers of the text-log tests. Each takes the parameter lines of its request (everything
-// behind the command line) and builds the whole reply; "600" when the tests are switched off.
+// after the command line) and builds the whole reply.
 //
 // Both replies begin with: the result of the scan, the line found, a flag that tells whether
 // another match follows (0 with findAll), position, last size, last modification time, file size.

@@ -40,9 +40,7 @@ VyString BuildSyslogMessage(const std::tm& localTime, uint32_t address, int32_t 
     return message;
 }
 
-void ActSyslog(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (settings.actSyslog == 0) return reply.Start("600", "operation is not allowed");
-
+void ActSyslog(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     std::string_view host = GetLine(params, 1);
     int32_t port = 0;
     int32_t facility = 0;

@@ -31,9 +31,7 @@ class Sender {
 
 }  // namespace
 
-void ActTcpUdpSend(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (settings.actTcpUdp == 0) return reply.Start("600", "operation is not allowed");
-
+void ActTcpUdpSend(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     std::string_view host = GetLine(params, 1);
     // Decoded as in every other request that sends data: a line cannot hold a line break itself.
     VyString first = Unescape(RawLine(params, 4));

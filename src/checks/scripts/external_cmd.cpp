@@ -5,7 +5,6 @@
 namespace zot {
 
 void ActExternalCmd(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (!settings.actExecute) return reply.Start("600", "operation is not allowed");
     int32_t unused = 0;  // must be a number although nothing depends on it
     int32_t timeoutMs = 0;
     if (!ParseInt(OwnLine(params, 3), unused) || !ParseInt(OwnLine(params, 4), timeoutMs)) {

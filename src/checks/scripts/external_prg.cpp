@@ -5,7 +5,6 @@
 namespace zot {
 
 void TestExternalPrg(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (!settings.testExternal) return reply.Start("600", "test is not allowed");
     int32_t timeoutMs = 0;
     if (!ParseInt(GetLine(params, 4), timeoutMs)) return reply.Start("501", "Wrong parameter");
     std::string_view command = OwnLine(params, 1);

@@ -8,7 +8,6 @@
 namespace zot {
 
 void GetProcessesList(std::string_view /*params*/, const AgentSettings& settings, Reply& reply) {
-    if (!settings.testProcess) return reply.Start("600", "test is not allowed");
     if (!ScriptIsUsable(settings.procListScript, "ProcList", reply)) return;
     TempFile file;
     ScriptOutput output;

@@ -7,7 +7,6 @@
 namespace zot {
 
 void TestProcess(std::string_view params, const AgentSettings& settings, Reply& reply) {
-    if (!settings.testProcess) return reply.Start("600", "test is not allowed");
     if (!ScriptIsUsable(settings.procCntScript, "ProcCnt", reply)) return;
     std::string_view name = GetLine(params, 2);
     if (name.empty()) return reply.Start("501", "Name of the process is not specified");

@@ -20,17 +20,10 @@ namespace {
 
 using Handler = void(std::string_view, const AgentSettings&, Reply&);
 
-std::string Answer(Handler& handler, const std::string& params, const AgentSettings& settings) {
+std::string Answer(Handler& handler, const std::string& params) {
     Reply reply;
-    handler(params, settings, reply);
+    handler(params, AgentSettings(), reply);
     return std::string(reply.Text().View());
-}
-
-// With only the switch of one test on.
-std::string Answer(Handler& handler, int32_t AgentSettings::*allowed, const std::string& params) {
-    AgentSettings settings;
-    settings.*allowed = 1;
-    return Answer(handler, params, settings);
 }
 
 // Parameter lines by number; those not named hold "0".
@@ -49,36 +42,8 @@ std::string DateText(time_t time) {
     return text;
 }
 
-TEST(FileTests, EachHasItsSwitch) {
-    struct {
-        Handler* handler;
-        int32_t AgentSettings::*allowed;
-    } cases[] = {
-        {&TestUnc, &AgentSettings::testUnc},
-        {&TestFolderSize, &AgentSettings::testFolderSize},
-        {&TestCountFiles, &AgentSettings::testCountFiles},
-        {&TestFileExists, &AgentSettings::testFileExists},
-        {&TestFileCompare, &AgentSettings::testCompareFiles},
-        {&TestFileHash, &AgentSettings::testFileCrc},
-        {&GetFilesList, &AgentSettings::testFolderSize},
-        {&GetFilesList, &AgentSettings::testCountFiles},
-        {&GetFilesList, &AgentSettings::testFileExists},
-        {&GetFilesList, &AgentSettings::testFileCrc},
-        {&GetFilesList, &AgentSettings::testCompareFiles},
-        {&GetFilesList, &AgentSettings::testTextLog},
-    };
-    AgentSettings others;
-    others.testProcess = others.testScript = others.allowManage = 1;
-    for (const auto& c : cases) {
-        EXPECT_EQ(Answer(*c.handler, Lines({}), others), "600\ntest is not allowed\n");
-        EXPECT_NE(Answer(*c.handler, c.allowed, Lines({})).substr(0, 3), "600");
-    }
-}
-
 TEST(FileTests, Unc) {
-    auto answer = [](const std::string& path) {
-        return Answer(TestUnc, &AgentSettings::testUnc, path + "\n\r");
-    };
+    auto answer = [](const std::string& path) { return Answer(TestUnc, path + "\n\r"); };
     EXPECT_EQ(answer(""), "501\nPath not specified\n");
     EXPECT_EQ(answer("\\"), "501\nPath not specified\n");
     EXPECT_EQ(answer("/no/such"), "301\nNo such file or directory\n");
@@ -92,8 +57,7 @@ TEST(FileTests, Unc) {
 TEST(FileTests, FolderSize) {
     test::TempDir dir;
     auto answer = [&dir](const std::string& path, const char* deep, const char* macros = "0") {
-        return Answer(TestFolderSize, &AgentSettings::testFolderSize,
-                      Lines({{1, dir / path}, {2, deep}, {8, macros}}));
+        return Answer(TestFolderSize, Lines({{1, dir / path}, {2, deep}, {8, macros}}));
     };
     EXPECT_EQ(answer("", "0"), "200\n     0\n");
     test::MakeFolder(dir / "sub");
@@ -108,9 +72,11 @@ TEST(FileTests, CountFiles) {
     test::TempDir dir;
     auto answer = [&dir](const std::string& folder, const char* mode, const char* value,
                          const char* macros = "0") {
-        return Answer(
-            TestCountFiles, &AgentSettings::testCountFiles,
-            Lines({{1, dir / folder}, {2, "*.txt"}, {4, mode}, {5, value}, {11, macros}}));
+        return Answer(TestCountFiles, Lines({{1, dir / folder},
+                                             {2, "*.txt"},
+                                             {4, mode},
+                                             {5, value},
+                                             {11, macros}}));
     };
     EXPECT_EQ(answer("", "0", "0"), "200\n0\n");
     test::MakeFolder(dir / "sub");
@@ -128,8 +94,7 @@ TEST(FileTests, CountFiles) {
 TEST(FileTests, FileExists) {
     test::TempDir dir;
     auto answer = [&dir](const std::string& path, const char* macros = "0") {
-        return Answer(TestFileExists, &AgentSettings::testFileExists,
-                      Lines({{1, dir / path}, {7, macros}}));
+        return Answer(TestFileExists, Lines({{1, dir / path}, {7, macros}}));
     };
     test::MakeFile(dir / "access_1.log", 77);
     test::MakeLink("access_1.log", dir / "link");
@@ -191,15 +156,13 @@ TEST(FileTests, FileCompare) {
         {Lines({{1, "3"}, {2, dir.Path()}, {3, "x"}}), missing},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(Answer(TestFileCompare, &AgentSettings::testCompareFiles, c.params), c.answer)
-            << c.params;
+        EXPECT_EQ(Answer(TestFileCompare, c.params), c.answer) << c.params;
     }
 }
 
 std::string Hash(const std::string& file, const std::string& algorithm,
                  const std::string& limit = "0") {
-    return Answer(TestFileHash, &AgentSettings::testFileCrc,
-                  file + "\n" + algorithm + "\n" + limit + "\n\r");
+    return Answer(TestFileHash, file + "\n" + algorithm + "\n" + limit + "\n\r");
 }
 
 TEST(FileHash, ValuesAndErrors) {
@@ -260,7 +223,7 @@ TEST(FileHash, SizeLimit) {
 
 // The header lines joined by blanks, then the entries, each joined the same way and sorted.
 std::vector<std::string> Listed(const std::string& params) {
-    std::istringstream text(Answer(GetFilesList, &AgentSettings::testTextLog, params));
+    std::istringstream text(Answer(GetFilesList, params));
     std::string code, folder, count, perEntry, line;
     std::getline(text, code);
     std::getline(text, folder);

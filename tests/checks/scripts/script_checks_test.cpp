@@ -26,8 +26,6 @@ class ScriptChecks : public testing::Test {
     ScriptChecks() {
         fs::create_directory(dir_ / "tmp");
         settings_.tmpDir = dir_ / "tmp";
-        settings_.testProcess = settings_.testCpuUsage = settings_.testExternal = 1;
-        settings_.testShellScript = settings_.actExecute = 1;
     }
     void TearDown() override { EXPECT_TRUE(fs::is_empty(dir_ / "tmp")); }
 
@@ -82,15 +80,6 @@ TEST_F(ScriptChecks, Refusals) {
     setrlimit(RLIMIT_FSIZE, &before);
     signal(SIGXFSZ, SIG_DFL);
     EXPECT_EQ(reply, "301\ncannot create temp file\n");
-
-    AgentSettings off;
-    for (Handler handler : {TestProcess, GetProcessesList, TestCpu, TestExternalPrg,
-                            TestShellScript, ActExternalCmd}) {
-        Reply refusal;
-        handler("\r", off, refusal);
-        EXPECT_EQ(refusal.Text(), handler == ActExternalCmd ? "600\noperation is not allowed\n"
-                                                            : "600\ntest is not allowed\n");
-    }
 }
 
 TEST_F(ScriptChecks, ProcessCount) {
