@@ -25,21 +25,21 @@ class AgentControl {
     Waker waker;  // poked when a flag was raised
     UpgradeGate upgradeGate;
 
-    // The script to execute for an upgrade request; stored before the flag is raised. Needs no
-    // memory, since a session calls it at its very end.
-    void RequestUpgrade(VyString scriptPath) noexcept {
-        std::lock_guard<std::mutex> lock(scriptMutex_);
-        upgradeScriptPath_ = std::move(scriptPath);
+    // Leaves the order to the main loop, and then raises the flag. Needs no memory, since a session
+    // calls it at its very end.
+    void RequestUpgrade(UpgradeOrder order) noexcept {
+        std::lock_guard<std::mutex> lock(orderMutex_);
+        upgradeOrder_ = std::move(order);
         upgradeRequest.store(true);
     }
-    VyString UpgradeScriptPath() {
-        std::lock_guard<std::mutex> lock(scriptMutex_);
-        return upgradeScriptPath_;
+    UpgradeOrder TakeUpgradeOrder() noexcept {
+        std::lock_guard<std::mutex> lock(orderMutex_);
+        return std::move(upgradeOrder_);
     }
 
   private:
-    std::mutex scriptMutex_;
-    VyString upgradeScriptPath_;
+    std::mutex orderMutex_;
+    UpgradeOrder upgradeOrder_;
 };
 
 // Everything a session needs of the process it runs in.

@@ -78,8 +78,12 @@ void Listener::HandleRequests() {
         control.reloadRequest.store(false);
     }
     if (control.upgradeRequest.load()) {
-        Replace("Upgrade request received. Executing..\n", control.UpgradeScriptPath(),
+        UpgradeOrder order = control.TakeUpgradeOrder();
+        Replace("Upgrade request received. Executing..\n", order.scriptPath,
                 "Error: cannot start upgrading script\n");
+        unlink(order.modulePath.Terminate());
+        unlink(order.scriptPath.Terminate());
+        control.upgradeGate.Leave();
         control.upgradeRequest.store(false);
     }
     if (services_.settings.Snapshot()->port != openPort_) SwitchPort();

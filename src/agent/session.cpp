@@ -91,10 +91,10 @@ Session::~Session() {
     request_.sessionKey.Wipe();
     --services_.counters.activeConnections;
     AgentControl& control = services_.control;
-    bool upgradeAsked = !upgrade_.ScriptPath().Empty();
+    bool upgradeAsked = upgrade_.HasOrder();
     if (terminateAsked_) control.terminateRequest.store(true);
     if (reloadAsked_) control.reloadRequest.store(true);
-    if (upgradeAsked) control.RequestUpgrade(upgrade_.TakeScriptPath());
+    if (upgradeAsked) control.RequestUpgrade(upgrade_.TakeOrder());
     if (terminateAsked_ || reloadAsked_ || upgradeAsked) control.waker.Wake();
 }
 

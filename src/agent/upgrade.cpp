@@ -1,13 +1,16 @@
 #include "agent/upgrade.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 
+#include "base/ascii.h"
 #include "base/files.h"
 #include "protocol/request_text.h"
 
@@ -40,6 +43,35 @@ UniqueFd CreateExclusively(VyString& path) {
     unlink(path.Terminate());
     return UniqueFd(
         open(path.Terminate(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
+// Whether the path still leads to the open file.
+bool Names(VyString& path, const UniqueFd& file) {
+    struct stat named {};
+    struct stat opened {};
+    return lstat(path.Terminate(), &named) == 0 && fstat(file.Get(), &opened) == 0 &&
+           named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+bool Lock(const UniqueFd& file) { return flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
+
+// Creates the file as CreateExclusively does and locks it, unless another process holds a lock on
+// the one that is there. The lock on the old file is held until the new one is made, so two agents
+// that come at once cannot both succeed.
+UniqueFd CreateLocked(VyString& path) {
+    UniqueFd old(open(path.Terminate(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (old && Names(path, old) && !Lock(old) && errno == EWOULDBLOCK) return UniqueFd();
+    UniqueFd file = CreateExclusively(path);
+    if (file && Lock(file) && Names(path, file)) return file;
+    return UniqueFd();
+}
+
+// The script uses its names without quotes: a blank in one of them would make it remove and copy
+// other files.
+bool IsPlainName(std::string_view path) {
+    return !path.starts_with('-') && std::all_of(path.begin(), path.end(), [](char c) {
+        return IsAlnum(c) || std::string_view("/._+-").find(c) != std::string_view::npos;
+    });
 }
 
 VyString ScriptText(std::string_view agentPath, std::string_view modulePath,
@@ -78,6 +110,7 @@ void UpgradeTransfer::Begin(std::string_view params, const AgentSettings& settin
     expectedSize_ = ToInt64(GetLine(params, 1));
     if (expectedSize_ < kMinSize || expectedSize_ > kMaxSize) {
         // The gate is not opened again: that is how servers have always seen it.
+        refused_ = true;
         reply.Start("501", "Wrong file parameter(s)");
         return;
     }
@@ -92,14 +125,14 @@ void UpgradeTransfer::Begin(std::string_view params, const AgentSettings& settin
 void UpgradeTransfer::Receive(std::string_view data, const PacketCipher& cipher,
                               const AgentSettings& settings, VyString& errorText) {
     errorText.Clear();
-    if (filePath_.Empty() && OpenFile(settings, errorText) == 0) return;
+    if (refused_) return;
     if (bytesWritten_ < expectedSize_ && WriteData(data, errorText) == 0) return;
     if (!data.empty()) Finish(data, cipher, settings, errorText);
 }
 
 int UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText) {
     filePath_ = VyString::Concat(settings.tmpDir, kModuleName);
-    file_ = CreateExclusively(filePath_);
+    file_ = CreateLocked(filePath_);
     digest_.Init();
     if (file_) return 1;
     errorText = "Cannot create temp file";
@@ -127,13 +160,24 @@ int UpgradeTransfer::WriteData(std::string_view& data, VyString& errorText) {
 // The file is complete and what follows it came in: the trailer decides.
 void UpgradeTransfer::Finish(std::string_view trailer, const PacketCipher& cipher,
                              const AgentSettings& settings, VyString& errorText) {
+    if (Judge(trailer, cipher, settings, errorText) == 0) {
+        RemoveFile();
+        Release();
+        return;
+    }
+    // The gate stays closed: another transfer would change the file that the script is to copy.
+    inProgress_ = false;
+    order_.modulePath = std::move(filePath_);
+    order_.module = std::move(file_);
+}
+
+int UpgradeTransfer::Judge(std::string_view trailer, const PacketCipher& cipher,
+                           const AgentSettings& settings, VyString& errorText) {
     bool executable = fchmod(file_.Get(), kExecutable) == 0;
-    file_.Reset();
     if (!executable) errorText = "Cannot set exec flag new module";
     // A module that cannot run must not replace the agent, so only its trailer is still judged.
-    int good = CheckTrailer(trailer, cipher, errorText);
-    if (good == 0 || !executable || WriteScript(settings, errorText) == 0) RemoveFile();
-    Release();
+    if (CheckTrailer(trailer, cipher, errorText) == 0 || !executable) return 0;
+    return WriteScript(settings, errorText);
 }
 
 int UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& cipher,
@@ -152,10 +196,13 @@ int UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& 
 
 int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
     VyString path = VyString::Concat(settings.tmpDir, kScriptName);
-    UniqueFd script = CreateExclusively(path);
+    UniqueFd script;
+    if (IsPlainName(settings.agentPath) && IsPlainName(path) && Names(filePath_, file_)) {
+        script = CreateExclusively(path);
+    }
     if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path))) {
         if (fchmod(script.Get(), kExecutable) == 0) {
-            scriptPath_ = path;
+            order_.scriptPath = path;
             return 1;
         }
         errorText = "Cannot set exec flag for script";

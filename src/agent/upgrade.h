@@ -20,16 +20,23 @@
 
 namespace zot {
 
-// One transfer at a time in the whole process.
+// One transfer at a time in the whole process, and none between the end of one and the new program.
 class UpgradeGate {
   public:
-    // Returns false when a transfer holds the gate already.
+    // Returns false when a transfer or a hand-over holds the gate already.
     bool Enter();
     void Leave();
 
   private:
     std::mutex upgradeMutex_;
     bool upgradeBusy_ = false;
+};
+
+// A finished transfer: what the main loop needs to put the new executable in place.
+struct UpgradeOrder {
+    VyString scriptPath;  // empty: there is no order
+    VyString modulePath;
+    UniqueFd module;  // open because its lock keeps other agents with the same folder away
 };
 
 // The transfer of one session.
@@ -51,18 +58,20 @@ class UpgradeTransfer {
     bool InProgress() const { return inProgress_; }
 
     // Takes the bytes of one receive. Once InProgress() is false the transfer is over: a success
-    // if `errorText` is empty, and then ScriptPath() names the script to execute.
+    // if `errorText` is empty, and then there is an order and the gate stays closed.
     void Receive(std::string_view data, const PacketCipher& cipher, const AgentSettings& settings,
                  VyString& errorText);
 
-    const VyString& ScriptPath() const { return scriptPath_; }
-    VyString TakeScriptPath() noexcept { return std::move(scriptPath_); }
+    bool HasOrder() const { return !order_.scriptPath.Empty(); }
+    UpgradeOrder TakeOrder() noexcept { return std::move(order_); }
 
   private:
     int OpenFile(const AgentSettings& settings, VyString& errorText);
     int WriteData(std::string_view& data, VyString& errorText);
     int CheckTrailer(std::string_view trailer, const PacketCipher& cipher, VyString& errorText);
     int WriteScript(const AgentSettings& settings, VyString& errorText);
+    int Judge(std::string_view trailer, const PacketCipher& cipher, const AgentSettings& settings,
+              VyString& errorText);
     void Finish(std::string_view trailer, const PacketCipher& cipher, const AgentSettings& settings,
                 VyString& errorText);
     void Release();
@@ -70,11 +79,12 @@ class UpgradeTransfer {
 
     UpgradeGate& gate_;
     bool inProgress_ = false;
+    bool refused_ = false;  // with "501": nothing of what follows is kept
     int64_t expectedSize_ = 0;
     int64_t bytesWritten_ = 0;
     UniqueFd file_;
     VyString filePath_;
-    VyString scriptPath_;
+    UpgradeOrder order_;
     Md5 digest_;
 };
 

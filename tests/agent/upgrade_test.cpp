@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "base/twofish.h"
@@ -59,7 +60,9 @@ TEST_F(UpgradeTest, AGoodTransferLeavesModuleAndScript) {
     EXPECT_FALSE(transfer.InProgress());
     EXPECT_EQ(test::ReadFile(dir_ / "target"), "keep me");
     EXPECT_EQ(test::ReadFile(dir_ / "zot__.upd"), module_);
-    EXPECT_EQ(transfer.ScriptPath(), dir_ / "zotupd__.sh");
+    UpgradeOrder order = transfer.TakeOrder();
+    EXPECT_EQ(order.scriptPath, dir_ / "zotupd__.sh");
+    EXPECT_EQ(order.modulePath, dir_ / "zot__.upd");
     EXPECT_EQ(test::ReadFile(dir_ / "zotupd__.sh"),
               "#! /bin/sh\n"
               "oldZOT='/opt/zot'\n"
@@ -84,7 +87,8 @@ TEST_F(UpgradeTest, AGoodTransferLeavesModuleAndScript) {
         ASSERT_EQ(lstat((dir_ / name).c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 07777, 0775u) << name;
     }
-    EXPECT_TRUE(gate_.Enter());
+    // Until the script has run, another transfer would change what it copies.
+    EXPECT_FALSE(gate_.Enter());
 }
 
 TEST_F(UpgradeTest, AWrongSizeIsRefusedButStillHoldsTheGate) {
@@ -92,12 +96,63 @@ TEST_F(UpgradeTest, AWrongSizeIsRefusedButStillHoldsTheGate) {
         UpgradeGate gate;
         UpgradeTransfer transfer(gate);
         EXPECT_EQ(Begin(transfer, size), "501\nWrong file parameter(s)\n") << size;
-        EXPECT_TRUE(transfer.InProgress());
+        // What follows is swallowed, also the right trailer of an empty file.
+        for (const std::string& bytes : {Trailer(""), module_}) {
+            EXPECT_EQ(Receive(transfer, bytes), "");
+            EXPECT_TRUE(transfer.InProgress());
+            EXPECT_FALSE(Exists("zot__.upd") || Exists("zotupd__.sh"));
+        }
         EXPECT_FALSE(gate.Enter());
     }
     UpgradeGate gate;
     UpgradeTransfer largest(gate);
     EXPECT_EQ(Begin(largest, "10485759"), "200\n");
+}
+
+TEST_F(UpgradeTest, AgentsWithOneFolderDoNotTakeEachOthersFiles) {
+    UpgradeGate otherGate;
+    UpgradeTransfer first(gate_);
+    EXPECT_EQ(Begin(first, "303"), "200\n");
+    Receive(first, module_.substr(0, 100));
+    for (bool finished : {false, true}) {
+        if (finished) Receive(first, module_.substr(100) + Trailer(module_));
+        UpgradeTransfer second(otherGate);
+        EXPECT_EQ(Begin(second, "101"), "300\nCannot create temp file\n");
+    }
+    EXPECT_EQ(test::ReadFile(dir_ / "zot__.upd"), module_);
+    // Nobody holds it any more.
+    first.TakeOrder();
+    UpgradeTransfer second(otherGate);
+    EXPECT_EQ(Begin(second, "101"), "200\n");
+    EXPECT_EQ(test::ReadFile(dir_ / "zot__.upd"), "");
+}
+
+TEST_F(UpgradeTest, NamesThatAShellWouldTakeApartGetNoScript) {
+    constexpr char kRefusal[] = "Binary code transferred. Cannot create script file";
+    const std::string folder = dir_.Path();
+    const struct {
+        std::string agentPath, tmpDir;
+        const char* error;
+    } cases[] = {
+        {"/opt/zot_1.36+b-2", folder, ""},    {"/opt/my zot", folder, kRefusal},
+        {"/opt/zot;id", folder, kRefusal},    {"/opt/zot'", folder, kRefusal},
+        {"/opt/$HOME", folder, kRefusal},     {"/opt/zot*", folder, kRefusal},
+        {"/opt/z\xC3\xB6t", folder, kRefusal}, {"/opt/zot", folder + "/a b", kRefusal},
+    };
+    std::filesystem::create_directory(dir_ / "a b");
+    for (const auto& c : cases) {
+        UpgradeGate gate;
+        settings_.agentPath = c.agentPath;
+        settings_.tmpDir = c.tmpDir;
+        UpgradeTransfer transfer(gate);
+        EXPECT_EQ(Begin(transfer, "303"), "200\n");
+        EXPECT_EQ(Receive(transfer, module_ + Trailer(module_)), c.error) << c.agentPath;
+        EXPECT_EQ(transfer.HasOrder(), *c.error == '\0');
+        EXPECT_EQ(Exists("zot__.upd") || Exists("a b/zot__.upd"), *c.error == '\0');
+        EXPECT_FALSE(*c.error != '\0' && Exists("zotupd__.sh"));
+        unlink((dir_ / "zotupd__.sh").c_str());
+        unlink((dir_ / "zot__.upd").c_str());
+    }
 }
 
 TEST_F(UpgradeTest, AFolderThatIsNotThereFailsTheTransfer) {
