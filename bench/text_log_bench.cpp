@@ -1,5 +1,5 @@
-// Text-log scans beside grep and mawk on a generated log of 512 MiB in the page cache. All times
-// are of the clock: the peers run as processes of their own.
+// Text-log scans beside grep, ripgrep and mawk on a generated log of 512 MiB in the page cache. All
+// times are of the clock: the peers run as processes of their own.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -132,6 +132,7 @@ constexpr auto kText = LogCriterion::Kind::kText;
 
 const Case kCases[] = {
     {"rare", {"Disaster", kText, true, false}, {"grep", "-c", "-F", "Disaster"}},
+    {"rare, ripgrep", {"Disaster", kText, true, false}, {"rg", "-c", "Disaster"}},
     {"rare, any case", {"DISASTER", kText, false, false}, {"grep", "-c", "-i", "-F", "DISASTER"}},
     {"rare, word", {"Disaster", kText, true, true}, {"grep", "-c", "-w", "-F", "Disaster"}},
     {"some", {"error", kText, true, false}, {"grep", "-c", "-F", "error"}},
@@ -147,6 +148,10 @@ const Case kCases[] = {
     {"condition",
      {"'%data%' getnumber 3 > 500", LogCriterion::Kind::kCondition, true, false},
      {"mawk", "-F", "[^0-9]+", "$3 > 500 { n++ } END { print n }"}},
+    {"condition, word",
+     {"'%data%' getword 3 == 'Disaster' or '%data%' getword 6 == 'Disaster'",
+      LogCriterion::Kind::kCondition, true, false},
+     {"mawk", "$3 == \"Disaster\" || $6 == \"Disaster\" { n++ } END { print n }"}},
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The fast scan beside the plain one on any log. The first four bytes choose: findAll, case and
 // whole words with the kinds of one or two criteria, the size of the blocks, the longest line that
-// is held, the position. The criteria follow, each up to its LF, and the rest is the log.
+// is held (even: the log is scanned in two parts), the position. The criteria follow, each up to its LF, and the rest is the log.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -65,6 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     size_t longest = std::max<size_t>(tuning.blockSize, data[2]);
     for (const auto& matcher : matchers) longest = std::max(longest, matcher->Overlap());
     tuning.longestLine = longest;
+    if (data[2] % 2 == 0) tuning.splitFrom = 0;
 
     LogScanState state;
     state.position = std::min<int64_t>(data[3], static_cast<int64_t>(log.size()));

@@ -33,7 +33,8 @@ ConditionProgram::ConditionProgram(const VyStringList& postfix) {
     for (int32_t i = 0; i < postfix.Count(); ++i) {
         std::string_view token = postfix.ItemView(i);
         const ConditionOperator* operation = FindConditionOperator(token);
-        steps_.push_back({token, operation, Unquote(token) == "%data%"});
+        steps_.push_back(
+            {token, operation, ReadConditionNumber(token), Unquote(token) == "%data%"});
         if (operation == nullptr) {
             deepest_ = std::max(deepest_, ++depth);
         } else {
@@ -66,15 +67,15 @@ bool ConditionProgram::RunSteps(const std::string_view* line, VyString& errorTex
         bool isLine = step.isLine && line != nullptr;
         const ConditionOperator* operation = isLine ? lineOperation : step.operation;
         if (operation == nullptr) {
-            stack_[depth++].Set(isLine ? *line : step.text);
+            isLine ? stack_[depth].Set(*line) : stack_[depth].Set(step.text, &step.number);
+            ++depth;
             continue;
         }
         size_t operands = OperandCount(*operation);
         if (depth < operands) return FailWith(errorText, kConditionEvalError);
-        std::string_view right = operands == 2 ? stack_[--depth].Text() : std::string_view();
-        if (operation->apply(operation->code, stack_[depth - 1], right, errorText) == 0) {
-            return false;
-        }
+        const ConditionValue& right = stack_[depth - 1];
+        if (operands == 2) --depth;
+        if (!operation->apply(operation->code, stack_[depth - 1], right, errorText)) return false;
     }
     return Finish(stack_, depth, errorText);
 }

@@ -32,6 +32,7 @@ class ConditionProgram {
     struct Step {
         std::string_view text;
         const ConditionOperator* operation;  // null: an operand
+        ConditionNumber number;              // of the text, so that no line pays for reading it
         bool isLine;
     };
 

@@ -20,13 +20,13 @@ constexpr int64_t kHighest = std::numeric_limits<int64_t>::max();
 constexpr double kTwoTo63 = 9223372036854775808.0;
 constexpr double kTolerance = 0.00001;
 
-int Fail(VyString& errorText, std::string_view operand, std::string_view message) {
+bool Fail(VyString& errorText, std::string_view operand, std::string_view message) {
     errorText = operand;
     errorText.Append(message);
-    return 0;
+    return false;
 }
 
-int FailEvaluation(VyString& errorText) { return Fail(errorText, kConditionEvalError, {}); }
+bool FailEvaluation(VyString& errorText) { return Fail(errorText, kConditionEvalError, {}); }
 
 // What does not fit 64 bits: a number that is calculated with fails, as a silently wrong one would
 // raise or hide an alert; an index is as good as the largest one, where no text has a word.
@@ -42,10 +42,27 @@ int64_t TruncateToIndex(double value) {
     return value < -kTwoTo63 ? kLowest : static_cast<int64_t>(value);
 }
 
-int ApplyNot(Code, ConditionValue& value, std::string_view, VyString&) {
+bool ApplyNot(Code, ConditionValue& value, const ConditionValue&, VyString&) {
     value.SetFlag(value.Text() != "1");
-    return 1;
+    return true;
 }
+
+// The operands of logic and comparisons. Each one that is tested for a number loses its quotes by
+// that. The right one is tested only after a number, so that 'x' and '0' is true: its first
+// character is the quote.
+struct TestedOperands {
+    TestedOperands(const ConditionValue& leftValue, const ConditionValue& rightValue)
+        : left(leftValue.Number()), leftText(Unquote(leftValue.Text())) {
+        if (left) right = rightValue.Number();
+        rightText = left ? Unquote(rightValue.Text()) : rightValue.Text();
+    }
+    bool AreNumbers() const { return left && right; }
+
+    ConditionNumber left;
+    ConditionNumber right;
+    std::string_view leftText;
+    std::string_view rightText;
+};
 
 // Whether a text is true by its first character. An empty one has none that could be "0".
 bool FirstIsTrue(std::string_view text) { return !text.starts_with('0'); }
@@ -56,23 +73,18 @@ T Combine(Code code, T left, T right) {
     return code == Code::kOr ? left | right : left ^ right;
 }
 
-int ApplyLogic(Code code, ConditionValue& left, std::string_view right, VyString& errorText) {
-    double leftNumber = 0;
-    double rightNumber = 0;
-    // Each operand that is tested for a number loses its quotes by that. The right one is tested
-    // only behind a number, so that 'x' and '0' is true: its first character is the quote.
-    std::string_view leftText = Unquote(left.Text());
-    bool numbers = ParseNumber(leftText, leftNumber) != 0;
-    std::string_view rightText = numbers ? Unquote(right) : right;
-    numbers = numbers && ParseNumber(rightText, rightNumber) != 0;
+bool ApplyLogic(Code code, ConditionValue& left, const ConditionValue& right, VyString& errorText) {
+    TestedOperands operands(left, right);
+    std::string_view leftText = operands.leftText;
+    std::string_view rightText = operands.rightText;
     // A lone 0 or 1 on both sides gives the same by bits as by truth.
-    if (!numbers) {
+    if (!operands.AreNumbers()) {
         left.SetFlag(Combine<int>(code, FirstIsTrue(leftText), FirstIsTrue(rightText)) != 0);
-        return 1;
+        return true;
     }
     int64_t leftBits = 0;
     int64_t rightBits = 0;
-    if (!RoundToInteger(leftNumber, leftBits) || !RoundToInteger(rightNumber, rightBits)) {
+    if (!RoundToInteger(*operands.left, leftBits) || !RoundToInteger(*operands.right, rightBits)) {
         return FailEvaluation(errorText);
     }
     int64_t result = Combine(code, leftBits, rightBits);
@@ -82,7 +94,7 @@ int ApplyLogic(Code code, ConditionValue& left, std::string_view right, VyString
     } else {
         left.SetInteger(result);
     }
-    return 1;
+    return true;
 }
 
 // "div" and "mod"; false where the quotient does not exist or does not fit 64 bits.
@@ -108,30 +120,29 @@ bool Calculate(Code code, double left, double right, int64_t& result) {
     }
 }
 
-int ApplyArithmetic(Code code, ConditionValue& left, std::string_view right, VyString& errorText) {
-    double leftNumber = 0;
-    double rightNumber = 0;
-    if (ParseNumber(left.Text(), leftNumber) == 0) {
-        return Fail(errorText, left.Text(), " is not a number");
-    }
-    if (ParseNumber(right, rightNumber) == 0) return Fail(errorText, right, " is not a number");
+bool ApplyArithmetic(Code code, ConditionValue& left, const ConditionValue& right,
+                     VyString& errorText) {
+    ConditionNumber leftNumber = left.Number();
+    if (!leftNumber) return Fail(errorText, left.Text(), " is not a number");
+    ConditionNumber rightNumber = right.Number();
+    if (!rightNumber) return Fail(errorText, right.Text(), " is not a number");
     int64_t result = 0;
-    if (!Calculate(code, leftNumber, rightNumber, result)) return FailEvaluation(errorText);
+    if (!Calculate(code, *leftNumber, *rightNumber, result)) return FailEvaluation(errorText);
     left.SetInteger(result);
-    return 1;
+    return true;
 }
 
 // The right text keeps its quotes: 'error 404' in '404' is false, and conditions rely on it.
-int ApplyIn(Code, ConditionValue& left, std::string_view right, VyString&) {
-    left.SetFlag(FindText(Unquote(left.Text()), right, true, false) > 0);
-    return 1;
+bool ApplyIn(Code, ConditionValue& left, const ConditionValue& right, VyString&) {
+    left.SetFlag(FindText(Unquote(left.Text()), right.Text(), true, false) > 0);
+    return true;
 }
 
-int ApplyWord(Code code, ConditionValue& left, std::string_view right, VyString& errorText) {
-    double number = 0;
+bool ApplyWord(Code code, ConditionValue& left, const ConditionValue& right, VyString& errorText) {
+    ConditionNumber number = right.Number();
     // Without the "a" of the other message: the server shows and matches it so.
-    if (ParseNumber(right, number) == 0) return Fail(errorText, right, " is not number");
-    int64_t index = TruncateToIndex(number);
+    if (!number) return Fail(errorText, right.Text(), " is not number");
+    int64_t index = TruncateToIndex(*number);
     std::string_view text = Unquote(left.Text());
     if (code == Code::kGetWord) {
         left.Set(NthWord(text, index));
@@ -143,20 +154,21 @@ int ApplyWord(Code code, ConditionValue& left, std::string_view right, VyString&
         left.Set(DelimitedField(text, index, separator, doubledQuotes));
         if (doubledQuotes) left.SetUndoubled(left.Text());
     }
-    return 1;
+    return true;
 }
 
-int ApplyNumber(Code code, ConditionValue& left, std::string_view right, VyString& errorText) {
-    double number = 0;
-    if (ParseNumber(right, number) == 0) return Fail(errorText, right, " is not a number");
-    int64_t index = TruncateToIndex(number);
+bool ApplyNumber(Code code, ConditionValue& left, const ConditionValue& right,
+                 VyString& errorText) {
+    ConditionNumber number = right.Number();
+    if (!number) return Fail(errorText, right.Text(), " is not a number");
+    int64_t index = TruncateToIndex(*number);
     bool comma = code == Code::kGetNumberWithComma;
     char point = comma ? ',' : code == Code::kGetNumberWithDot ? '.' : '-';
     left.Set(NthNumber(Unquote(left.Text()), index, point));
     if (comma && left.Text().find(',') != std::string_view::npos) {
         left.SetReplaced(left.Text(), ',', '.');
     }
-    return 1;
+    return true;
 }
 
 bool CompareNumbers(Code code, double left, double right) {
@@ -196,18 +208,16 @@ bool CompareTexts(Code code, std::string_view left, std::string_view right) {
     }
 }
 
-int ApplyComparison(Code code, ConditionValue& left, std::string_view right, VyString&) {
-    double leftNumber = 0;
-    double rightNumber = 0;
-    // As in ApplyLogic, testing takes the quotes off; a comparison of texts then takes off a
-    // second pair, so that "'a'" == 'a' is true although 'a' == "'a'" is not.
-    std::string_view leftText = Unquote(left.Text());
-    bool numbers = ParseNumber(leftText, leftNumber) != 0;
-    std::string_view rightText = numbers ? Unquote(right) : right;
-    numbers = numbers && ParseNumber(rightText, rightNumber) != 0;
-    left.SetFlag(numbers ? CompareNumbers(code, leftNumber, rightNumber)
-                         : CompareTexts(code, Unquote(leftText), Unquote(rightText)));
-    return 1;
+bool ApplyComparison(Code code, ConditionValue& left, const ConditionValue& right, VyString&) {
+    TestedOperands operands(left, right);
+    if (operands.AreNumbers()) {
+        left.SetFlag(CompareNumbers(code, *operands.left, *operands.right));
+    } else {
+        // Texts lose a second pair of quotes here, so that "'a'" == 'a' is true although
+        // 'a' == "'a'" is not.
+        left.SetFlag(CompareTexts(code, Unquote(operands.leftText), Unquote(operands.rightText)));
+    }
+    return true;
 }
 
 constexpr ConditionOperator kOperators[] = {
@@ -239,9 +249,14 @@ constexpr size_t kLongestSpelling = std::string_view("getnumberwithcomma").size(
 
 }  // namespace
 
+ConditionNumber ReadConditionNumber(std::string_view text) noexcept {
+    double value = 0;
+    return ParseNumber(text, value) != 0 ? ConditionNumber(value) : std::nullopt;
+}
+
 void ConditionValue::SetInteger(int64_t number) noexcept {
     char* end = std::to_chars(digits_.data(), digits_.data() + digits_.size(), number).ptr;
-    text_ = {digits_.data(), static_cast<size_t>(end - digits_.data())};
+    Set({digits_.data(), static_cast<size_t>(end - digits_.data())});
 }
 
 void ConditionValue::SetBinary(int64_t number) {
@@ -249,13 +264,13 @@ void ConditionValue::SetBinary(int64_t number) {
     char* end = std::to_chars(digits, digits + sizeof digits, static_cast<uint64_t>(number), 2).ptr;
     built_ = std::string_view(digits, static_cast<size_t>(end - digits));
     built_.Append('B');
-    text_ = built_;
+    Set(built_);
 }
 
 void ConditionValue::SetReplaced(std::string_view text, char from, char to) {
     built_ = text;
     std::replace(built_.Data(), built_.Data() + built_.Length(), from, to);
-    text_ = built_;
+    Set(built_);
 }
 
 void ConditionValue::SetUndoubled(std::string_view text) {
@@ -266,7 +281,7 @@ void ConditionValue::SetUndoubled(std::string_view text) {
         if (built_.At(i) == '"') ++i;
     }
     built_.Cut(static_cast<int32_t>(out - built_.Data()));
-    text_ = built_;
+    Set(built_);
 }
 
 const ConditionOperator* FindConditionOperator(std::string_view token) noexcept {

@@ -4,20 +4,34 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "base/vystring.h"
 
 namespace zot {
 
+// What a text is as a number; empty when it is none.
+using ConditionNumber = std::optional<double>;
+
+ConditionNumber ReadConditionNumber(std::string_view text) noexcept;
+
 // A place on the evaluation stack. What an operator must build is kept in the place itself, which
 // therefore stays where it is in memory while its text is in use.
 class ConditionValue {
   public:
     std::string_view Text() const noexcept { return text_; }
-    // The value becomes a text that lives elsewhere (or is part of the value itself).
-    void Set(std::string_view text) noexcept { text_ = text; }
-    void SetFlag(bool flag) noexcept { text_ = flag ? "1" : "0"; }
+    // The text as a number, read now unless it was read before.
+    ConditionNumber Number() const noexcept {
+        return number_ != nullptr ? *number_ : ReadConditionNumber(text_);
+    }
+    // The value becomes a text that lives elsewhere (or is part of the value itself). `number` is
+    // what ReadConditionNumber gives for it, where that is known, and lives as long as the text.
+    void Set(std::string_view text, const ConditionNumber* number = nullptr) noexcept {
+        text_ = text;
+        number_ = number;
+    }
+    void SetFlag(bool flag) noexcept { Set(flag ? "1" : "0"); }
     void SetInteger(int64_t number) noexcept;
     // Binary digits and a "B". A negative number shows all 64 digits of its two's complement.
     void SetBinary(int64_t number);
@@ -28,6 +42,7 @@ class ConditionValue {
 
   private:
     std::string_view text_;
+    const ConditionNumber* number_ = nullptr;
     std::array<char, 24> digits_;
     VyString built_;
 };
@@ -62,9 +77,10 @@ struct ConditionOperator {
 
     std::string_view spelling;
     Code code;
-    // Puts the result in the place of the left value and returns 1; on failure returns 0 and sets
-    // the error text. "not" has the value that it changes on its left and nothing on its right.
-    int (*apply)(Code code, ConditionValue& left, std::string_view right, VyString& errorText);
+    // Puts the result in the place of the left value; false, with the error text set, on failure.
+    // "not" has the value that it changes on both sides.
+    bool (*apply)(Code code, ConditionValue& left, const ConditionValue& right,
+                  VyString& errorText);
 
     bool IsUnary() const noexcept { return code == Code::kNot; }
 };

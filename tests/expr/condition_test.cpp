@@ -43,6 +43,7 @@ TEST(Condition, Operators) {
         {"'10 kb' == 10240", "1"},
         {"'10 KB' == 10240", "1"},
         {"'10 xb' == 10", "0"},
+        {"\"'5'\" > 10", "1"},  // one pair of quotes is taken off before it is read as a number
         {"'a' <> 'A'", "1"},
         {"'\xE4' > 'z'", "1"},
         {"'b' >= 'a' and 'a' <= 'a' and 'a' >= 'a'", "1"},

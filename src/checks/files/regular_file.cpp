@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "base/files.h"
 #include "base/vystring.h"
 
@@ -14,33 +17,52 @@ bool RegularFile::Open(std::string_view path) {
     fd_.Reset();
     // To open a tape or the reading end of a pipe already does something to it.
     if (!IsRegularFile(terminated.Terminate())) return false;
-    fd_.Reset(open(terminated.Terminate(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    UniqueFd fd(open(terminated.Terminate(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
-    if (!fd_ || fstat(fd_.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        fd_.Reset();
-        return false;
-    }
-    size_ = status.st_size;
-    posix_fadvise(fd_.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (!fd || fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    Adopt(std::move(fd), status.st_size);
     return true;
 }
 
 bool RegularFile::Stat(struct stat& status) const { return fstat(fd_.Get(), &status) == 0; }
 
-bool RegularFile::Seek(int64_t offset) { return lseek(fd_.Get(), offset, SEEK_SET) >= 0; }
+bool RegularFile::Seek(int64_t offset) {
+    if (offset < 0) {
+        errno = EINVAL;
+        return false;
+    }
+    offset_ = offset;
+    return true;
+}
 
 ssize_t RegularFile::Read(char* buffer, size_t size) {
+    auto left = static_cast<uint64_t>(std::max<int64_t>(end_ - offset_, 0));
+    size = static_cast<size_t>(std::min<uint64_t>(size, left));
     size_t done = 0;
     while (done < size) {
-        ssize_t count = read(fd_.Get(), buffer + done, size - done);
+        ssize_t count = pread(fd_.Get(), buffer + done, size - done, offset_);
         if (count == 0) break;
         if (count > 0) {
             done += static_cast<size_t>(count);
+            offset_ += count;
         } else if (errno != EINTR) {
             return -1;
         }
     }
     return static_cast<ssize_t>(done);
+}
+
+bool RegularFile::Share(RegularFile& other) const {
+    other.Adopt(UniqueFd(fcntl(fd_.Get(), F_DUPFD_CLOEXEC, 0)), size_);
+    return static_cast<bool>(other.fd_);
+}
+
+void RegularFile::Adopt(UniqueFd fd, int64_t size) noexcept {
+    fd_ = std::move(fd);
+    size_ = size;
+    offset_ = 0;
+    end_ = std::numeric_limits<int64_t>::max();
 }
 
 }  // namespace zot

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string_view>
 
 #include "base/owners.h"
@@ -27,9 +28,19 @@ class RegularFile {
     // Returns their number, or -1 with errno.
     ssize_t Read(char* buffer, size_t size);
 
+    // Makes `other` the same open file, read from its start and independently of this one. False,
+    // with errno, when no descriptor is left.
+    bool Share(RegularFile& other) const;
+    // Makes the file end at the offset for every further Read.
+    void EndAt(int64_t offset) noexcept { end_ = offset; }
+
   private:
+    void Adopt(UniqueFd fd, int64_t size) noexcept;
+
     UniqueFd fd_;
     int64_t size_ = 0;
+    int64_t offset_ = 0;
+    int64_t end_ = std::numeric_limits<int64_t>::max();
 };
 
 }  // namespace zot

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/thread.h"
 #include "checks/files/directory.h"
 
 namespace zot {
@@ -50,7 +51,6 @@ class TreeWalk {
     static constexpr size_t kLarge = 4096;
     // Folders that wait for a thread; each holds a descriptor.
     static constexpr size_t kWaiting = 4;
-    static constexpr size_t kHelperStack = size_t{256} * 1024;
 
     uint64_t Work(bool mayCallHelp) {
         uint64_t sum = 0;
@@ -110,16 +110,12 @@ class TreeWalk {
     void CallHelp() {
         if (std::thread::hardware_concurrency() < 2) return;
         std::lock_guard lock(mutex_);
-        pthread_attr_t attributes;
-        pthread_attr_init(&attributes);
-        pthread_attr_setstacksize(&attributes, kHelperStack);
         auto help = [](void* argument) -> void* {
             auto* walk = static_cast<TreeWalk*>(argument);
             walk->helperSum_ = walk->Work(false);
             return nullptr;
         };
-        if (pthread_create(&helper_, &attributes, help, this) == 0) ++workers_;
-        pthread_attr_destroy(&attributes);
+        if (StartThread(helper_, help, this) == 0) ++workers_;
     }
 
     const Walker& walker_;

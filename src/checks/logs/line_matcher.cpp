@@ -53,6 +53,10 @@ class TextMatcher : public LineMatcher {
         : pattern_(CanMatch(criterion.text) ? criterion.text.View() : std::string_view(),
                    criterion.caseSensitive, criterion.wholeWord) {}
 
+    std::unique_ptr<LineMatcher> Copy() const override {
+        return std::make_unique<TextMatcher>(*this);
+    }
+
     // Enough for a text across the border of two parts, and for the character in front of it.
     size_t Overlap() const override { return pattern_.Size() + 1; }
 
@@ -112,6 +116,10 @@ class SearchMatcher : public ExpressionMatcher {
     SearchMatcher(const VyStringList& postfix, const LogCriterion& criterion)
         : program_(postfix, criterion.caseSensitive, criterion.wholeWord) {}
 
+    std::unique_ptr<LineMatcher> Copy() const override {
+        return std::make_unique<SearchMatcher>(*this);
+    }
+
   private:
     bool Matches(std::string_view line) override { return program_.Matches(line); }
 
@@ -122,6 +130,10 @@ class ConditionMatcher : public ExpressionMatcher {
   public:
     explicit ConditionMatcher(const VyStringList& postfix)
         : postfix_(postfix), program_(postfix_) {}
+
+    std::unique_ptr<LineMatcher> Copy() const override {
+        return std::make_unique<ConditionMatcher>(postfix_);
+    }
 
   private:
     // A line on which the evaluation fails does not match.

@@ -37,6 +37,9 @@ class LineMatcher {
   public:
     virtual ~LineMatcher() = default;
 
+    // A matcher of the same lines for another thread.
+    virtual std::unique_ptr<LineMatcher> Copy() const = 0;
+
     // The first or the last matching line of a text in which every line has its end.
     LineMatch FindFirst(std::string_view lines) { return Find(lines, false); }
     LineMatch FindLast(std::string_view lines);

@@ -7,7 +7,7 @@
 #include "base/platform.h"
 #include "checks/files/path.h"
 #include "checks/files/regular_file.h"
-#include "checks/logs/new_lines.h"
+#include "checks/logs/two_part_scan.h"
 
 namespace zot {
 namespace {
@@ -66,8 +66,7 @@ int64_t ScanTextLog(std::string_view path, const LineMatchers& matchers, bool fi
     } else {
         if (state.position > status.st_size) state.position = 0;
         if (!file.Seek(state.position)) return Fail(found, "fseek error");
-        NewLines lines(file, status.st_size, matchers, findAll, tuning, state.position, found);
-        result = lines.Scan(status);
+        result = ScanNewLines(file, matchers, findAll, tuning, state.position, found, status);
         if (result < 0) return FailWithSystemError(found);
     }
     found.fileSize = status.st_size;

@@ -34,6 +34,7 @@ struct LogScanFindings {
 struct LogScanTuning {
     size_t blockSize = size_t{256} << 10;   // read at once; fits a second-level cache
     size_t longestLine = size_t{16} << 20;  // not below blockSize
+    int64_t splitFrom = int64_t{32} << 20;  // unread bytes that are worth a second thread
     std::chrono::milliseconds openRetry{1000};
 };
 

@@ -55,7 +55,7 @@ int64_t NewLines::Scan(struct stat& status) {
         size_t fresh = std::exchange(used_, used_ + static_cast<size_t>(count));
         long_.active ? TakeLongLine(fresh) : TakeBytes(fresh);
         bool ended = static_cast<size_t>(count) < blockSize_;
-        if (ended || (result_ != 0 && !findAll_)) return result_;
+        if (ended || (result_ != 0 && !findAll_) || stopped_) return result_;
     }
 }
 

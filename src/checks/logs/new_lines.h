@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,6 +21,9 @@ class NewLines {
     // REQUIRES: the file stands at `position`; all references outlive the object.
     NewLines(RegularFile& file, int64_t fileSize, const LineMatchers& matchers, bool findAll,
              const LogScanTuning& tuning, int64_t& position, LogScanFindings& found);
+
+    // Ends a Scan in another thread soon; what it found is then worth nothing.
+    void Stop() noexcept { stopped_.store(true, std::memory_order_relaxed); }
 
     // Moves `position` behind each line. Returns as ScanTextLog; -1 with errno. `status` becomes
     // that of the file just before its end was found, so that what is written later shows as a
@@ -41,6 +45,7 @@ class NewLines {
     RegularFile& file_;
     const LineMatchers& matchers_;
     bool findAll_;
+    std::atomic<bool> stopped_{false};
     size_t blockSize_;
     size_t longestLine_;
     int64_t& position_;
