@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/request_packet.h"
@@ -125,8 +126,8 @@ void DecodeAndSealOurs(benchmark::State& state) {
         if (!DecodeRequest(packet, "password", 0, log, request)) abort();
         Reply reply;
         reply.Start("200", value);
-        SealReply(reply, *request.cipher);
-        benchmark::DoNotOptimize(reply.Text().Data());
+        VyString sealed = SealReply(std::move(reply), *request.cipher);
+        benchmark::DoNotOptimize(sealed.Data());
     }
 }
 

@@ -87,9 +87,7 @@ void Ours(benchmark::State& state, const LogCriterion& criterion) {
         VyString errorText;
         LineMatchers matchers;
         matchers.push_back(MakeLineMatcher(criterion, errorText));
-        LogScanState scan{0, 1, 0};
-        LogScanFindings found;
-        if (ScanTextLog(path, matchers, true, scan, found) <= 0) abort();
+        if (ScanTextLog(path, matchers, true, {0, 1, 0}).result <= 0) abort();
     }
     SetBytes(state);
 }

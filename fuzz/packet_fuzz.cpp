@@ -3,6 +3,7 @@
 // bits put wrong lengths into it.
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <string_view>
 
 #include "base/twofish.h"
@@ -66,8 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Reply reply;
     reply.Start("200", request.text);
     std::string plain(reply.Text().View());
-    SealReply(reply, *request.cipher);
-    fuzz::Require(client::Decrypt(request.sessionKey, reply.Text().View().substr(4)) ==
-                  plain + "\r");
+    VyString sealed = SealReply(std::move(reply), *request.cipher);
+    fuzz::Require(client::Decrypt(request.sessionKey, sealed.View().substr(4)) == plain + "\r");
     return 0;
 }

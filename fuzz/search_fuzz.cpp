@@ -62,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     ExpressionParser parser(SearchOperatorTable);
     std::string_view rest = expression;
-    if (ParseExpression(parser, rest, false) == 0) {
+    if (!ParseExpression(parser, rest, false)) {
         if (parser.errorText.Empty()) std::abort();
         return 0;
     }

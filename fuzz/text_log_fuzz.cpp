@@ -71,9 +71,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     state.position = std::min<int64_t>(data[3], static_cast<int64_t>(log.size()));
     state.lastSize = -1;
     fuzz::PlainScan plain = fuzz::ScanPlainly(log, state.position, criteria, findAll, longest);
-    LogScanFindings found;
-    if (ScanTextLog(file.Write(log), matchers, findAll, state, found, tuning) != plain.result ||
-        state.position != plain.position || found.foundLine.View() != plain.foundLine ||
+    LogScanFindings found = ScanTextLog(file.Write(log), matchers, findAll, state, tuning);
+    if (found.result != plain.result || found.state.position != plain.position || found.foundLine.View() != plain.foundLine ||
         found.byFirst != plain.byFirst) {
         abort();
     }

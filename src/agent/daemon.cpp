@@ -18,11 +18,11 @@ void OpenStandardDescriptors() {
     if (descriptor >= 0) close(descriptor);
 }
 
-int Daemonize() {
+bool Daemonize() {
     // What is still buffered would otherwise be written by parent and child.
     std::fflush(nullptr);
     pid_t child = fork();
-    if (child < 0) return -1;
+    if (child < 0) return false;
     if (child > 0) {
         std::puts("Daemon started");
         std::exit(0);
@@ -32,7 +32,7 @@ int Daemonize() {
     if (std::freopen("/dev/null", "r", stdin) == nullptr) std::fclose(stdin);
     if (std::freopen("/dev/null", "w", stdout) == nullptr) std::fclose(stdout);
     if (std::freopen("/dev/null", "w", stderr) == nullptr) std::fclose(stderr);
-    return 0;
+    return true;
 }
 
 int RaiseDescriptorLimit() {

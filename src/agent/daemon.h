@@ -12,9 +12,9 @@ namespace zot {
 // go there.
 void OpenStandardDescriptors();
 
-// Detaches from the terminal: returns 0 in the detached child and -1 when fork fails; the parent
+// Detaches from the terminal: returns true in the detached child, false with errno when fork fails; the parent
 // prints its line and ends with exit code 0.
-int Daemonize();
+bool Daemonize();
 
 // Raises the limit of open descriptors to what the system allows. Returns the limit in force, 0 if
 // it cannot be told.

@@ -33,7 +33,7 @@ void PrintBanner() {
     std::puts(kRule);
 }
 
-int LoadSettings(zot::SettingsStore& store) {
+bool LoadSettings(zot::SettingsStore& store) {
     zot::VyString message;
     bool loaded = zot::LoadConfigLocked(store, message);
     if (!loaded) {
@@ -48,25 +48,25 @@ int LoadSettings(zot::SettingsStore& store) {
 }
 
 // Shows on the terminal that a port is in use, before the agent detaches from it.
-int TryListening(const zot::AgentSettings& settings) {
+bool TryListening(const zot::AgentSettings& settings) {
     std::printf("Sock testing .. ");
     zot::VyString errorText;
     zot::UniqueFd socket = zot::OpenListeningSocket(settings, errorText);
     if (!socket) {
         std::printf("TCP listen error:\n%s\n\n", errorText.Terminate());
-        return 0;
+        return false;
     }
     std::puts("Ok");
     shutdown(socket.Get(), SHUT_RDWR);
-    return 1;
+    return true;
 }
 
-int Detach() {
-    if (zot::Daemonize() == 0) return 1;
+bool Detach() {
+    if (zot::Daemonize()) return true;
     char text[256];
     zot::SystemErrorText(errno, text, sizeof text);
     std::fprintf(stderr, "Error initializing daemon: %s\n", text);
-    return 0;
+    return false;
 }
 
 // Everything up to the accept loop, which does not return; an exit code when it is not reached.
@@ -90,14 +90,14 @@ int Run(int argc, char** argv, char** envp) {
     });
 
     std::printf("Ok\nSettings checking .. ");
-    if (LoadSettings(store) == 0) return kExitConfig;
+    if (!LoadSettings(store)) return kExitConfig;
     std::puts("CPU testing .. Ok");
     if (commandLine.debug) zot::PrintSizes();
     zot::RunCipherChecks();
-    if (TryListening(*store.Snapshot()) == 0) return zot::kExitListen;
+    if (!TryListening(*store.Snapshot())) return zot::kExitListen;
 
     if (!commandLine.interactive) {
-        if (Detach() == 0) return kExitDaemon;
+        if (!Detach()) return kExitDaemon;
         zot::InstallHangupHandler();
     }
     zot::InstallCrashHandler(services, pidFile, {argv, envp});

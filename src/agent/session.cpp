@@ -162,7 +162,7 @@ bool Session::Answer() {
                  recognised ? "--> request processed (%.*s)\n"
                             : "--> request rejected or operation failed (%.*s)\n",
                  static_cast<int>(reply.Code().size()), reply.Code().data());
-    Send(reply);
+    Send(std::move(reply));
     return upgrade_.InProgress();
 }
 
@@ -180,20 +180,20 @@ bool Session::TakeUpgradeBytes(std::string_view bytes) {
     } else {
         reply.Start("300", errorText);
     }
-    Send(reply);
+    Send(std::move(reply));
     return false;
 }
 
 // Blocks while the peer reads, however slowly, as one blocking call would; but a peer that takes
 // nothing for the length of the time-out is not waited for. What ends a call before that, such as
 // a peer that goes away, ends the sending: a short send is not taken up again.
-void Session::Send(Reply& reply) {
-    SealReply(reply, *request_.cipher);
+void Session::Send(Reply reply) {
+    const VyString sealed = SealReply(std::move(reply), *request_.cipher);
     int32_t timeout = services_.settings.Snapshot()->timeout;
     if (timeout < 1) timeout = kSendTimeout;
     timeval limit = {timeout / kMsPerSecond, timeout % kMsPerSecond * kUsPerMs};
     setsockopt(socket_.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    for (std::string_view rest = reply.Text(); !rest.empty();) {
+    for (std::string_view rest = sealed; !rest.empty();) {
         int64_t start = MonotonicMs();
         ssize_t sent = send(socket_.Get(), rest.data(), rest.size(), MSG_NOSIGNAL);
         if (sent <= 0) return;

@@ -42,7 +42,7 @@ class Session : private ProcessControl {
     bool TakeBytes(std::string_view bytes);
     bool Answer();
     bool TakeUpgradeBytes(std::string_view bytes);
-    void Send(Reply& reply);
+    void Send(Reply reply);
 
     AgentServices& services_;
     UniqueFd socket_;

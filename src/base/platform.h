@@ -8,16 +8,16 @@
 namespace zot {
 
 // Writes the system's message for the error number into `buffer`, NUL-terminated.
-// Returns 1, or 0 (with an empty text) when the system has no message for it.
-int SystemErrorText(int errorNumber, char* buffer, size_t size);
+// False, with an empty text, when the system has no message for it.
+bool SystemErrorText(int errorNumber, char* buffer, size_t size);
 
 // Reports a broken internal rule as the C library's assert does and aborts the process.
 [[noreturn]] void AssertionFailure(const char* function, const char* file, int line,
                                    const char* expression);
 
-// Sizes in bytes of the file system that holds `path`. Returns 0 with errno set on failure.
+// Sizes in bytes of the file system that holds `path`. False, with errno, on failure.
 // `available` (what the agent may use) can be negative where a reserve is in use.
-int FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available);
+bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available);
 
 // The process environment as execve takes it.
 char** ProcessEnvironment();

@@ -91,7 +91,7 @@ bool EvaluateCondition(const ExpressionParser& parser, VyString& errorText) {
 
 bool EvaluateConditionText(std::string_view expressionText, VyString& errorText) {
     ExpressionParser parser(ConditionOperatorTable);
-    return ParseExpression(parser, expressionText, false) != 0 &&
+    return ParseExpression(parser, expressionText, false) &&
            EvaluateCondition(parser, errorText);
 }
 

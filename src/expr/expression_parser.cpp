@@ -25,12 +25,12 @@ size_t BareLength(OperatorTable table, std::string_view text) {
     return length;
 }
 
-int Fail(ExpressionParser& parser, std::string_view message, std::string_view quoted) {
+bool Fail(ExpressionParser& parser, std::string_view message, std::string_view quoted) {
     parser.errorText = message;
     parser.errorText.Append('"');
     parser.errorText.Append(quoted);
     parser.errorText.Append('"');
-    return 0;
+    return false;
 }
 
 // The operators that wait for their right operand, and the list into which they go.
@@ -88,7 +88,7 @@ std::string_view NextToken(ExpressionParser& parser, std::string_view& expressio
     return token;
 }
 
-int ParseExpression(ExpressionParser& parser, std::string_view& expressionText, bool checkOnly) {
+bool ParseExpression(ExpressionParser& parser, std::string_view& expressionText, bool checkOnly) {
     parser.errorText.Clear();
     if (!checkOnly) parser.output.Clear();
     OperatorStack stack(checkOnly ? nullptr : &parser.output);
@@ -110,9 +110,9 @@ int ParseExpression(ExpressionParser& parser, std::string_view& expressionText, 
             return Fail(parser, "Missing ", "(");
         }
     }
-    if (!parser.errorText.Empty()) return 0;
+    if (!parser.errorText.Empty()) return false;
     stack.EmitAll();
-    return 1;
+    return true;
 }
 
 }  // namespace zot

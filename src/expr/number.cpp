@@ -160,23 +160,21 @@ double FindMultiplier(std::string_view unitText, char (*fold)(char)) {
 
 }  // namespace
 
-int ParseNumber(std::string_view text, double& value) noexcept {
+bool ParseNumber(std::string_view text, double& value) noexcept {
     text = Unquote(text);
-    if (text.empty() || (text[0] != '+' && text[0] != '-' && !IsDigit(text[0]))) return 0;
+    if (text.empty() || (text[0] != '+' && text[0] != '-' && !IsDigit(text[0]))) return false;
     std::string_view first = FirstWord(text);
     // One word must be the whole text, without a blank behind it.
-    if (first.size() == text.size()) {
-        return ParseBinary(text, value) || ParseDecimal(text, value) ? 1 : 0;
-    }
+    if (first.size() == text.size()) return ParseBinary(text, value) || ParseDecimal(text, value);
     double number = 0;
-    if (!ParseDecimal(first, number)) return 0;
+    if (!ParseDecimal(first, number)) return false;
     std::string_view rest = SkipBlanks(text.substr(first.size()));
     std::string_view unit = FirstWord(rest);
-    if (!SkipBlanks(rest.substr(unit.size())).empty()) return 0;
+    if (!SkipBlanks(rest.substr(unit.size())).empty()) return false;
     double multiplier = FindMultiplier(unit, LowerAscii);
-    if (multiplier < 0.5) return 0;
+    if (multiplier < 0.5) return false;
     value = number * multiplier;
-    return 1;
+    return true;
 }
 
 double UnitMultiplier(std::string_view unitText) noexcept {

@@ -6,9 +6,9 @@
 
 namespace zot {
 
-// Reads a number from a text that may stand in quotes; returns 1 and sets `value`, or 0. A decimal
+// Reads a number from a text that may stand in quotes; false if it is none. A decimal
 // number gives the nearest double, which is infinite when the number is too large for one.
-int ParseNumber(std::string_view text, double& value) noexcept;
+bool ParseNumber(std::string_view text, double& value) noexcept;
 
 // By what a number with this unit (in lower case) is multiplied: 0 without a unit, -1 when the
 // unit is unknown.

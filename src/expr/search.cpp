@@ -88,7 +88,7 @@ bool EvaluateSearch(std::string_view lineText, const ExpressionParser& parser, b
 bool EvaluateSearchText(std::string_view lineText, std::string_view expressionText,
                         bool caseSensitive, bool wholeWord) {
     ExpressionParser parser(SearchOperatorTable);
-    return ParseExpression(parser, expressionText, false) != 0 &&
+    return ParseExpression(parser, expressionText, false) &&
            EvaluateSearch(lineText, parser, caseSensitive, wholeWord);
 }
 

@@ -89,7 +89,7 @@ bool DecodeRequest(VyString& packet, std::string_view password, uint32_t peerAdd
     return true;
 }
 
-void SealReply(Reply& reply, const PacketCipher& cipher) {
+VyString SealReply(Reply reply, const PacketCipher& cipher) {
     reply.Finish();
     VyString& text = reply.Text();
     auto size = static_cast<size_t>(text.Length());
@@ -101,7 +101,7 @@ void SealReply(Reply& reply, const PacketCipher& cipher) {
     sealed.Append(text);
     cipher.Encrypt({Bytes(sealed, kLengthField), size}, Bytes(sealed, kLengthField));
     text.Wipe();
-    text = std::move(sealed);
+    return sealed;
 }
 
 }  // namespace zot

@@ -40,7 +40,8 @@ struct RequestPacket {
 bool DecodeRequest(VyString& packet, std::string_view password, uint32_t peerAddress, Log& log,
                    RequestPacket& request);
 
-// Ends the reply text, encrypts it and puts its length in front: what is then sent as it is.
-void SealReply(Reply& reply, const PacketCipher& cipher);
+// The bytes to send for the reply: its length, then its text, ended and encrypted. The text itself,
+// which may hold a password, is wiped.
+VyString SealReply(Reply reply, const PacketCipher& cipher);
 
 }  // namespace zot

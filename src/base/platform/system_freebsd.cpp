@@ -9,26 +9,26 @@ extern char** environ;
 
 namespace zot {
 
-int SystemErrorText(int errorNumber, char* buffer, size_t size) {
-    if (size == 0) return 0;
+bool SystemErrorText(int errorNumber, char* buffer, size_t size) {
+    if (size == 0) return false;
     buffer[0] = '\0';
-    if (strerror_r(errorNumber, buffer, size) == 0) return 1;
+    if (strerror_r(errorNumber, buffer, size) == 0) return true;
     buffer[0] = '\0';
-    return 0;
+    return false;
 }
 
 void AssertionFailure(const char* function, const char* file, int line, const char* expression) {
     __assert(function, file, line, expression);
 }
 
-int FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available) {
+bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available) {
     struct statfs info {};
-    if (statfs(path, &info) != 0) return 0;
+    if (statfs(path, &info) != 0) return false;
     auto blockSize = static_cast<int64_t>(info.f_bsize);
     total = static_cast<int64_t>(info.f_blocks) * blockSize;
     free = static_cast<int64_t>(info.f_bfree) * blockSize;
     available = static_cast<int64_t>(info.f_bavail) * blockSize;
-    return 1;
+    return true;
 }
 
 char** ProcessEnvironment() { return environ; }

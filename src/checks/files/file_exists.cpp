@@ -12,7 +12,7 @@ void TestFileExists(std::string_view params, const AgentSettings& /*settings*/, 
     int64_t size = 0;
     time_t changeTime = 0;
     time_t modificationTime = 0;
-    int found = FileInfo(path, size, changeTime, modificationTime);
+    bool found = FileInfo(path, size, changeTime, modificationTime);
     if (!found) {
         path = FindWildcardFile(path);
         found = FileInfo(path, size, changeTime, modificationTime);

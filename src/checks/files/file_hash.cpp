@@ -52,22 +52,22 @@ class DigestHash {
 };
 
 template <typename Hash>
-int ReadAll(RegularFile& file, VyString& value) {
+bool ReadAll(RegularFile& file, VyString& value) {
     Hash hash;
     auto block = ReadBuffer<uint8_t>(kBlock);
     uint64_t total = 0;
     for (size_t fresh = kBlock; fresh == kBlock; total += fresh) {
         ssize_t count = file.Read(reinterpret_cast<char*>(block.get()), kBlock);
-        if (count < 0) return 0;
+        if (count < 0) return false;
         fresh = static_cast<size_t>(count);
         hash.Update({block.get(), fresh});
     }
-    if (total % kAnsweredBlock == 0) return 0;
+    if (total % kAnsweredBlock == 0) return false;
     value = hash.Value();
-    return 1;
+    return true;
 }
 
-using Reader = int(RegularFile&, VyString&);
+using Reader = bool(RegularFile&, VyString&);
 
 Reader* ReaderFor(HashAlgorithm algorithm) {
     switch (algorithm) {
@@ -85,7 +85,7 @@ Reader* ReaderFor(HashAlgorithm algorithm) {
 
 }  // namespace
 
-int HashFile(std::string_view path, HashAlgorithm algorithm, VyString& value,
+bool HashFile(std::string_view path, HashAlgorithm algorithm, VyString& value,
              std::string_view& errorText) {
     Reader* reader = ReaderFor(algorithm);
     RegularFile file;
@@ -98,9 +98,9 @@ int HashFile(std::string_view path, HashAlgorithm algorithm, VyString& value,
     } else if (!reader(file, value)) {
         errorText = "Read error";
     } else {
-        return 1;
+        return true;
     }
-    return 0;
+    return false;
 }
 
 void TestFileHash(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {

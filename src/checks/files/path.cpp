@@ -68,13 +68,13 @@ bool RemoveFile(std::string_view path) {
     return unlink(terminated.Terminate()) == 0;
 }
 
-int FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime) {
+bool FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime) {
     struct stat status {};
-    if (path.empty() || !LinkStatPath(path, status)) return 0;
+    if (path.empty() || !LinkStatPath(path, status)) return false;
     size = status.st_size;
     changeTime = status.st_ctime;
     modificationTime = status.st_mtime;
-    return 1;
+    return true;
 }
 
 }  // namespace zot

@@ -40,8 +40,8 @@ int64_t FileSize(std::string_view path);
 // Unlinks the file; false on failure.
 bool RemoveFile(std::string_view path);
 
-// Size and times of the entry itself: a link is not followed. Returns 0, with the values as they
+// Size and times of the entry itself: a link is not followed. False, with the values as they
 // were, for an empty path or a missing entry.
-int FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime);
+bool FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime);
 
 }  // namespace zot

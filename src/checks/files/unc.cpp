@@ -21,10 +21,10 @@ void TestUnc(std::string_view params, const AgentSettings& /*settings*/, Reply& 
     timeval before{};
     timeval after{};
     gettimeofday(&before, nullptr);
-    int result = FileSystemSpace(path.Terminate(), total, free, available);
+    bool known = FileSystemSpace(path.Terminate(), total, free, available);
     int error = errno;
     gettimeofday(&after, nullptr);
-    if (!result) {
+    if (!known) {
         reply.Start("301");
         char text[256];
         if (SystemErrorText(error, text, sizeof text)) {

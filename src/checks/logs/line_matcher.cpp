@@ -162,7 +162,7 @@ std::unique_ptr<LineMatcher> MakeLineMatcher(const LogCriterion& criterion, VySt
     bool isSearch = criterion.kind == LogCriterion::Kind::kSearch;
     ExpressionParser parser(isSearch ? SearchOperatorTable : OperatorTable(ConditionOperatorTable));
     std::string_view expression = criterion.text;
-    if (ParseExpression(parser, expression, false) == 0) {
+    if (!ParseExpression(parser, expression, false)) {
         errorText = parser.errorText;
         return nullptr;
     }

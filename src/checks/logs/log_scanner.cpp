@@ -46,11 +46,10 @@ int64_t FailWithSystemError(LogScanFindings& found) {
     return Fail(found, text);
 }
 
-}  // namespace
-
-int64_t ScanTextLog(std::string_view path, const LineMatchers& matchers, bool findAll,
-                    LogScanState& state, LogScanFindings& found, const LogScanTuning& tuning) {
-    found = {};
+// Returns the result; all else that is told stands in `found`, whose state is that of the last scan.
+int64_t Scan(std::string_view path, const LineMatchers& matchers, bool findAll,
+             const LogScanTuning& tuning, LogScanFindings& found) {
+    LogScanState& state = found.state;
     struct stat status {};
     if (!StatPath(path, status)) return FailNotFound(found, path);
     found.fileSize = status.st_size;
@@ -75,6 +74,16 @@ int64_t ScanTextLog(std::string_view path, const LineMatchers& matchers, bool fi
         state.lastModified = ShortModificationTime(status);
     }
     return result;
+}
+
+}  // namespace
+
+LogScanFindings ScanTextLog(std::string_view path, const LineMatchers& matchers, bool findAll,
+                            const LogScanState& state, const LogScanTuning& tuning) {
+    LogScanFindings found;
+    found.state = state;
+    found.result = Scan(path, matchers, findAll, tuning, found);
+    return found;
 }
 
 }  // namespace zot

@@ -25,10 +25,14 @@ struct LogScanState {
 };
 
 struct LogScanFindings {
+    // 0 when no line matched; else the offset where the bytes consumed for the line begin (line
+    // ends that nobody counted before it included) plus the value of the match; -1 on failure.
+    int64_t result = 0;
+    LogScanState state;     // for the next scan
     VyString foundLine;     // the last one that matched
     bool byFirst = false;   // it is the first matcher that took it
     int64_t fileSize = -1;  // when the scan ended; -1 without a file
-    VyString errorText;
+    VyString errorText;     // of a failure
 };
 
 struct LogScanTuning {
@@ -40,14 +44,12 @@ struct LogScanTuning {
 
 // Looks for lines that one of the matchers takes, the first being asked first. With `findAll` the
 // scan goes to the end of the file and the last match counts, otherwise it stops at the first.
-// Returns 0 when none matched, else the offset where the bytes consumed for the line begin (line
-// ends that nobody counted before it included) plus the value of the match; -1 with an error text.
 //
 // A first scan (lastSize 0) only notes where the file ends. A file with the size and time of the
 // last scan is not opened; one that shrank below the position is read from its start. A match
 // without `findAll` leaves size and time of the state as they were: the next scan goes on.
 // Only regular files are opened, anything else is a file that cannot be opened.
-int64_t ScanTextLog(std::string_view path, const LineMatchers& matchers, bool findAll,
-                    LogScanState& state, LogScanFindings& found, const LogScanTuning& tuning = {});
+LogScanFindings ScanTextLog(std::string_view path, const LineMatchers& matchers, bool findAll,
+                            const LogScanState& state, const LogScanTuning& tuning = {});
 
 }  // namespace zot

@@ -5,11 +5,11 @@
 namespace zot {
 namespace {
 
-void AppendState(const LogScanState& state, int64_t fileSize, Reply& reply) {
-    reply.AppendInt64(state.position);
-    reply.AppendInt64(state.lastSize);
-    reply.AppendInt64(state.lastModified);
-    reply.AppendInt64(fileSize);
+void AppendState(const LogScanFindings& found, Reply& reply) {
+    reply.AppendInt64(found.state.position);
+    reply.AppendInt64(found.state.lastSize);
+    reply.AppendInt64(found.state.lastModified);
+    reply.AppendInt64(found.fileSize);
 }
 
 }  // namespace
@@ -22,27 +22,26 @@ bool ReadState(std::string_view params, int32_t line, LogScanState& state) {
            ParseInt64(GetLine(params, line + 2), state.lastModified);
 }
 
-bool AnswerScan(LogWatch& watch, size_t lineLimit, bool& byFirst, Reply& reply) {
-    LogScanFindings found;
-    int64_t result = ScanTextLog(watch.path, watch.matchers, watch.findAll, watch.state, found);
-    if (result == -1) {
+bool AnswerScan(const LogWatch& watch, size_t lineLimit, bool& byFirst, Reply& reply) {
+    LogScanFindings found = ScanTextLog(watch.path, watch.matchers, watch.findAll, watch.state);
+    if (found.result == -1) {
         reply.Start("301", Escape(found.errorText));
         return false;
     }
     reply.Start("200");
-    reply.AppendInt64(result);
+    reply.AppendInt64(found.result);
     reply.AppendLine(found.foundLine.View().substr(0, lineLimit));
     byFirst = found.byFirst;
-    LogScanState next = watch.state;
-    LogScanFindings further;
-    bool more = !watch.findAll && ScanTextLog(watch.path, watch.matchers, false, next, further) > 0;
-    reply.AppendFlag(more);
-    // While more follow, the server asks again from behind this match; otherwise from the end.
-    if (more || watch.findAll) {
-        AppendState(watch.state, found.fileSize, reply);
-    } else {
-        AppendState(next, further.fileSize, reply);
+    if (watch.findAll) {
+        reply.AppendFlag(false);
+        AppendState(found, reply);
+        return true;
     }
+    LogScanFindings further = ScanTextLog(watch.path, watch.matchers, false, found.state);
+    bool more = further.result > 0;
+    reply.AppendFlag(more);
+    // While more follow, the server asks again from after this match; otherwise from the end.
+    AppendState(more ? found : further, reply);
     return true;
 }
 

@@ -29,6 +29,6 @@ bool ReadState(std::string_view params, int32_t line, LogScanState& state);
 // Scans, and without findAll scans again to see whether another match follows. Builds the part of
 // the reply that both tests share, with at most `lineLimit` bytes of the line found; `byFirst`
 // tells whether the first matcher took it. False when that is the whole reply, as the scan failed.
-bool AnswerScan(LogWatch& watch, size_t lineLimit, bool& byFirst, Reply& reply);
+bool AnswerScan(const LogWatch& watch, size_t lineLimit, bool& byFirst, Reply& reply);
 
 }  // namespace zot

@@ -79,7 +79,7 @@ bool TakeMarker(const char* path, VyString& errorText) {
 
 }  // namespace
 
-int RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
+bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
                int& exitCode, VyString& errorText) {
     errorText.Clear();
     ArgumentList command(commandLine);
@@ -87,32 +87,32 @@ int RunProcess(std::string_view commandLine, const ChildOptions& options, int64_
     pid_t pid = child.Start();
     if (pid < 0) {
         errorText = "fork error";
-        return 0;
+        return false;
     }
     int status = 0;
     if (timeoutMs == kDoNotWait) {
         if (!ReapBefore(pid, Clock::now() + seconds(1), status)) {
             LeaveRunning(pid);
             exitCode = 0;
-            return 1;
+            return true;
         }
     } else if (!WaitOrKill(pid, timeoutMs, status)) {
         LeaveRunning(pid);
         errorText = "cannot terminate process";
-        return 0;
+        return false;
     } else if (WIFSIGNALED(status)) {
         errorText = "abnormal termination";
-        return 0;
+        return false;
     }
     // A program that was not to be waited for and died by a signal counts as exit code 0 here:
     // only the high byte of the status is looked at.
     int code = (status >> 8) & 0xff;
-    if (code == kExecFailed && TakeMarker(child.MarkerPath(pid), errorText)) return 0;
+    if (code == kExecFailed && TakeMarker(child.MarkerPath(pid), errorText)) return false;
     exitCode = code;
-    return 1;
+    return true;
 }
 
-int RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std::string_view tmpDir,
+bool RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std::string_view tmpDir,
                     int64_t timeoutMs, int& exitCode, VyString& errorText) {
     ChildOptions options;
     options.tmpDir = tmpDir;
@@ -120,17 +120,17 @@ int RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std:
     return RunProcess(commandLine, options, timeoutMs, exitCode, errorText);
 }
 
-int RunShell(const char* command, std::string_view tmpDir) {
+bool RunShell(const char* command, std::string_view tmpDir) {
     const char* arguments[] = {"/bin/sh", "-c", command, nullptr};
     ChildOptions options;
     options.tmpDir = tmpDir;
     ChildProcess child(const_cast<char* const*>(arguments), options,
                        ChildProcess::ExecFailure::kSilent);
     pid_t pid = child.Start();
-    if (pid < 0) return 0;
+    if (pid < 0) return false;
     int status = 0;
     Reap(pid, 0, status);
-    return 1;
+    return true;
 }
 
 }  // namespace zot

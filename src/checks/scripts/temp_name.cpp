@@ -49,18 +49,18 @@ int64_t UniqueId() {
     return static_cast<int64_t>(static_cast<uint32_t>(getpid()) << 16) + ++tempSequence;
 }
 
-int MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName) {
-    if (buffer == nullptr || size == 0) return 0;
+bool MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName) {
+    if (buffer == nullptr || size == 0) return false;
     buffer[0] = '\0';
-    if (size < kRoomForName || tmpDir.size() + 1 > size - kRoomForName) return 0;
+    if (size < kRoomForName || tmpDir.size() + 1 > size - kRoomForName) return false;
     if (fixedName != nullptr) {
         std::snprintf(buffer, size, "%.*s/%s", static_cast<int>(tmpDir.size()), tmpDir.data(),
                       fixedName);
-        return 1;
+        return true;
     }
-    if (FindFreeName(tmpDir.data(), tmpDir.size(), buffer, size)) return 1;
+    if (FindFreeName(tmpDir.data(), tmpDir.size(), buffer, size)) return true;
     buffer[0] = '\0';
-    return 0;
+    return false;
 }
 
 TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view prefix) {

@@ -16,9 +16,9 @@ int64_t UniqueId();
 
 // Writes a path in `tmpDir` (empty for the root, as the settings have it) into the buffer: with
 // `fixedName` just that name, otherwise a name of which no regular file exists. Creates nothing.
-// Returns 1, or 0 with an empty buffer when the buffer is below 16 bytes or too small for the path,
+// False, with an empty buffer, when the buffer is below 16 bytes or too small for the path
 // or when no free name was found.
-int MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName);
+bool MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char* fixedName);
 
 // One temporary file of mode 0600, removed when the object goes.
 class TempFile {

@@ -39,7 +39,9 @@ class Scanner {
         return Again(findAll);
     }
     int64_t Again(bool findAll = true) {
-        return ScanTextLog(path_, matchers_, findAll, state, found, tuning);
+        found = ScanTextLog(path_, matchers_, findAll, state, tuning);
+        state = found.state;
+        return found.result;
     }
 
     LogScanState state{0, 1, 0};
@@ -83,11 +85,10 @@ TEST(LogScanner, UnchangedFilesAreNotOpened) {
                  {{0, 4, 999}, true},
                  {{-5, 4, 1000}, false}};
     for (const auto& c : cases) {
-        LogScanState state = c.state;
-        LogScanFindings found;
-        EXPECT_EQ(ScanTextLog(path, matchers, true, state, found), c.opened ? 1 : 0);
+        LogScanFindings found = ScanTextLog(path, matchers, true, c.state);
+        EXPECT_EQ(found.result, c.opened ? 1 : 0);
         EXPECT_EQ(found.fileSize, 4);
-        EXPECT_EQ(state.position, c.opened ? 4 : c.state.position);
+        EXPECT_EQ(found.state.position, c.opened ? 4 : c.state.position);
     }
 }
 
@@ -127,10 +128,10 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
     LineMatchers matchers = Prepare({kText});
     LogScanTuning tuning;
     tuning.openRetry = std::chrono::milliseconds(20);
-    LogScanState state{0, 1, 0};
-    LogScanFindings found;
+    const LogScanState state{0, 1, 0};
     std::string path = folder / "log";
-    EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), -1);
+    LogScanFindings found = ScanTextLog(path, matchers, true, state, tuning);
+    EXPECT_EQ(found.result, -1);
     EXPECT_EQ(found.errorText.View(), "File \"log\" not found");
     EXPECT_EQ(found.fileSize, -1);
     test::MakeFifo(path);
@@ -141,7 +142,8 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
         hasReader = true;
     });
     auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), -1);
+    found = ScanTextLog(path, matchers, true, state, tuning);
+    EXPECT_EQ(found.result, -1);
     EXPECT_EQ(found.errorText.View(), "Cannot open file");
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 2 * tuning.openRetry);
     EXPECT_FALSE(hasReader);
@@ -151,7 +153,7 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
     tuning.openRetry = std::chrono::seconds(1);
     std::string next = folder.Write("next", "hit\n");
     std::thread mover([&] { std::rename(next.c_str(), path.c_str()); });
-    EXPECT_EQ(ScanTextLog(path, matchers, true, state, found, tuning), 1);
+    EXPECT_EQ(ScanTextLog(path, matchers, true, state, tuning).result, 1);
     mover.join();
 }
 
