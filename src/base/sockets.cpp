@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "base/platform.h"
+#include "base/resolver.h"
 
 namespace zot {
 namespace {
@@ -53,12 +54,15 @@ int Lookup(const char* node, const char* service, int flags, AddressList& list) 
     return result;
 }
 
-int32_t ResolveService(std::string_view host, int32_t port, sockaddr_in& address,
+// Dead name servers must not hold up a request longer than it says, nor one that says nothing
+// longer than a dead peer.
+int32_t ResolveService(std::string_view host, int32_t port, int64_t timeoutMs, sockaddr_in& address,
                        VyString& errorText) {
     address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    return ResolveHost(host, address.sin_addr.s_addr, errorText);
+    if (timeoutMs <= 0) timeoutMs = kDefaultTcpTimeoutMs;
+    return ResolveHostWithin(host, timeoutMs, address.sin_addr.s_addr, errorText);
 }
 
 template <typename Call>
@@ -127,27 +131,6 @@ int32_t Received(ssize_t count, VyString& errorText) {
 
 }  // namespace
 
-int32_t ResolveHost(std::string_view name, uint32_t& address, VyString& errorText) {
-    errorText.Clear();
-    VyString copy(name);
-    const char* text = copy.Terminate();
-    in_addr dotted{};
-    if (inet_aton(text, &dotted) != 0) {
-        address = dotted.s_addr;
-        return kNetOk;
-    }
-    AddressList list;
-    if (Lookup(text, nullptr, 0, list) == 0) {
-        for (const addrinfo* entry = list.get(); entry != nullptr; entry = entry->ai_next) {
-            if (entry->ai_family != AF_INET) continue;
-            address = reinterpret_cast<const sockaddr_in*>(entry->ai_addr)->sin_addr.s_addr;
-            return kNetOk;
-        }
-    }
-    errorText = "Cannot resolve server name to IP address";
-    return kNetResolveFailed;
-}
-
 uint32_t LocalHostAddress() {
     char name[kHostNameSize + 1] = "";  // a name that was cut may lack its NUL
     uint32_t address = 0;
@@ -157,9 +140,9 @@ uint32_t LocalHostAddress() {
 }
 
 int32_t UdpOpen(UniqueFd& socket, sockaddr_in& address, std::string_view host, int32_t port,
-                VyString& errorText) {
+                int64_t timeoutMs, VyString& errorText) {
     socket.Reset();
-    int32_t resolved = ResolveService(host, port, address, errorText);
+    int32_t resolved = ResolveService(host, port, timeoutMs, address, errorText);
     if (resolved != kNetOk) return resolved;
     socket.Reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return socket ? kNetOk : Fail(kNetSocketFailed, errno, errorText);
@@ -178,13 +161,14 @@ int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
                    std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText) {
     UniqueFd socket;
     sockaddr_in address;
-    int32_t result = UdpOpen(socket, address, host, port, errorText);
+    const int64_t timeoutMs = int64_t{timeoutSeconds} * 1000;
+    int32_t result = UdpOpen(socket, address, host, port, timeoutMs, errorText);
     if (result != kNetOk) return result;
 
     int32_t sent = sendData.empty() ? 0 : UdpSend(socket.Get(), address, sendData, errorText);
     if (sent < 0 || receiveBuffer.empty()) return sent;
 
-    if (WaitFor(socket.Get(), POLLIN, int64_t{timeoutSeconds} * 1000) <= 0) {
+    if (WaitFor(socket.Get(), POLLIN, timeoutMs) <= 0) {
         return TimedOut(errorText);
     }
     // A datagram with a bad checksum is dropped only here, after it was announced; a blocking call
@@ -200,8 +184,13 @@ int32_t TcpConnect(UniqueFd& socket, std::string_view host, int32_t port, int32_
                    VyString& errorText) {
     socket.Reset();
     sockaddr_in address;
-    int32_t resolved = ResolveService(host, port, address, errorText);
+    const Clock::time_point start = Clock::now();
+    int32_t resolved = ResolveService(host, port, timeoutMs, address, errorText);
     if (resolved != kNetOk) return resolved;
+    if (timeoutMs > 0) {
+        auto spent = std::chrono::duration_cast<milliseconds>(Clock::now() - start).count();
+        timeoutMs = static_cast<int32_t>(std::max<int64_t>(timeoutMs - spent, 1));
+    }
 
     bool blocking = timeoutMs == 0;
     socket.Reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | (blocking ? 0 : SOCK_NONBLOCK), 0));
@@ -231,6 +220,20 @@ int32_t TcpSend(int socket, std::string_view data, int32_t timeoutMs, VyString& 
     }
     // A part that arrived counts as sent, whatever became of the rest.
     return sent > 0 ? static_cast<int32_t>(sent) : Fail(kNetSendFailed, errno, errorText);
+}
+
+void TcpFinish(int socket, int32_t timeoutMs) {
+    // To close a connection on which something was not read yet resets it, and a peer that is reset
+    // may lose what it has not read itself.
+    if (shutdown(socket, SHUT_WR) != 0) return;
+    const Clock::time_point deadline = Clock::now() + milliseconds(timeoutMs);
+    char unread[4096];
+    int64_t left = timeoutMs;
+    while (left > 0 && WaitFor(socket, POLLIN, left) > 0 &&
+           RetryInterrupted([&] { return recv(socket, unread, sizeof unread, MSG_DONTWAIT); }) >
+               0) {
+        left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
+    }
 }
 
 int32_t TcpCheck(std::string_view host, int32_t port, int32_t timeoutMs, VyString& errorText) {

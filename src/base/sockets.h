@@ -32,18 +32,15 @@ enum NetResult : int32_t {
 // How long a TCP peer is waited for where a request does not limit it.
 inline constexpr int32_t kDefaultTcpTimeoutMs = 120000;
 
-// Turns a name or a dotted address into an IPv4 address in network byte order. A dotted address
-// never reaches the resolver. Returns 1 or kNetResolveFailed.
-int32_t ResolveHost(std::string_view name, uint32_t& address, VyString& errorText);
-
 // The IPv4 address, in network byte order, that this machine's own name resolves to; 0 if none.
 uint32_t LocalHostAddress();
 
-// Resolves the host and creates a datagram socket that is bound and connected to nothing, so that
-// refusals by the peer's machine are not reported. Only the low 16 bits of the port count.
-// Returns 1, kNetResolveFailed or kNetSocketFailed.
+// Resolves the host within `timeoutMs` (0 or less: kDefaultTcpTimeoutMs) and creates a datagram
+// socket that is bound and connected to nothing, so that refusals by the peer's machine are not
+// reported. Only the low 16 bits of the port count.
+// Returns 1, 0 on time-out, kNetResolveFailed or kNetSocketFailed.
 int32_t UdpOpen(UniqueFd& socket, sockaddr_in& address, std::string_view host, int32_t port,
-                VyString& errorText);
+                int64_t timeoutMs, VyString& errorText);
 
 // Sends one datagram. Returns the number of bytes sent or kNetSendFailed.
 int32_t UdpSend(int socket, const sockaddr_in& address, std::string_view data, VyString& errorText);
@@ -55,16 +52,21 @@ int32_t UdpSend(int socket, const sockaddr_in& address, std::string_view data, V
 int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
                    std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText);
 
-// Connects within `timeoutMs`; 0 leaves the limit to the system, a negative one is an error of the
-// wait. Only the low 16 bits of the port count. Returns 1, 0 on time-out, or an error code. The
-// socket is handed back whatever the result; on success it is non-blocking unless `timeoutMs`
-// was 0.
+// Resolves the host and connects within `timeoutMs` in all; 0 leaves the limit to the system, a
+// negative one is an error of the wait. Only the low 16 bits of the port count. Returns 1, 0 on
+// time-out, or an error code. The socket is handed back whatever the result; on success it is
+// non-blocking unless `timeoutMs` was 0.
 int32_t TcpConnect(UniqueFd& socket, std::string_view host, int32_t port, int32_t timeoutMs,
                    VyString& errorText);
 
 // Sends the data to the end, waiting up to `timeoutMs` whenever the peer does not take more.
 // Returns the number of bytes sent if there were any, else 0 on time-out or kNetSendFailed.
 int32_t TcpSend(int socket, std::string_view data, int32_t timeoutMs, VyString& errorText);
+
+// Ends the sending on a connection and waits, up to `timeoutMs`, until the peer has ended its own;
+// what it still says is dropped. To be called before closing, else the peer may lose data that it
+// has not read.
+void TcpFinish(int socket, int32_t timeoutMs);
 
 // Tells whether a connection succeeds: TcpConnect's result, with the socket closed again.
 int32_t TcpCheck(std::string_view host, int32_t port, int32_t timeoutMs, VyString& errorText);

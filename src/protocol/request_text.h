@@ -26,6 +26,11 @@ std::string_view OptionalRawLine(std::string_view text, int32_t n);
 // is not blank: the skip of leading blanks crosses line feeds, and optional parameters rely on it.
 std::string_view GetLine(std::string_view text, int32_t n);
 
+// GetLine for a parameter that must be there: an empty line n is empty, not the next one.
+inline std::string_view OwnLine(std::string_view text, int32_t n) {
+    return GetLine(RawLine(text, n), 1);
+}
+
 // Takes the next line that ends with a line feed off the front of the text and gives it trimmed as
 // GetLine does. False when no such line is left.
 bool NextLine(std::string_view& text, std::string_view& line);

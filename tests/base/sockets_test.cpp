@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/resolver.h"
 #include "tests/support/loopback.h"
 
 namespace zot {

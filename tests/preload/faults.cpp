@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -142,6 +143,12 @@ ssize_t recv(int fd, void* buffer, size_t size, int flags) {
 ssize_t send(int fd, const void* buffer, size_t size, int flags) {
     REAL(send)
     return MayMove(control->send, size) ? real(fd, buffer, size, flags) : -1;
+}
+
+int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** list) {
+    REAL(getaddrinfo)
+    sleep(static_cast<unsigned>(control->lookupSeconds.load()));
+    return real(name, service, hints, list);
 }
 
 int socket(int domain, int type, int protocol) noexcept {

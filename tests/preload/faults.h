@@ -37,6 +37,7 @@ struct CallFault {
 struct FaultControl {
     std::atomic<int64_t> clockOffsetSeconds{0};  // added to the monotonic clock
     std::atomic<int64_t> dateOffsetSeconds{0};   // added to the date
+    std::atomic<int64_t> lookupSeconds{0};       // how long a host name takes to resolve
     std::atomic<bool> crashInUname{false};       // GetInfo calls it on a session's thread
     std::atomic<bool> crashInLocaltime{false};   // the log calls it while it holds its lock
 

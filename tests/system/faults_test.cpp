@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "tests/support/agent_process.h"
@@ -270,6 +271,28 @@ TEST_F(Faults, ADateThatJumpsNeitherDropsNorKeepsAnybody) {
         EXPECT_GT(waited, milliseconds(990));
         EXPECT_LT(waited, milliseconds(4000));
     }
+    ExpectUnharmed();
+}
+
+TEST_F(Faults, DeadNameServersDoNotHoldUpATimeout) {
+    Start();
+    faults_->lookupSeconds.store(4);
+    auto start = std::chrono::steady_clock::now();
+    // More than are looked up at once: the others wait for their turn, within their own limits.
+    std::vector<std::thread> askers;
+    for (int i = 0; i < 20; ++i) {
+        askers.emplace_back([this, i] {
+            Request tcp = {"TEST-TCP", {"dead.invalid", "1", "500", "", "0"}};
+            Request udp = {"TEST-UDP", {"dead.invalid", "1", "500", "1", "x", "0"}};
+            ExpectAnswer(i % 2 == 0 ? tcp : udp, "301", {"Timeout", "0"});
+        });
+    }
+    for (std::thread& asker : askers) asker.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(3000));
+    std::error_code missing;
+    fs::directory_iterator threads("/proc/" + std::to_string(agent_->Pid()) + "/task", missing);
+    EXPECT_LE(std::distance(threads, fs::directory_iterator()), 16 + 4) << "look-ups left behind";
+    faults_->lookupSeconds.store(0);
     ExpectUnharmed();
 }
 

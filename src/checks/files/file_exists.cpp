@@ -22,7 +22,7 @@ void TestFileExists(std::string_view params, const AgentSettings& /*settings*/, 
     reply.AppendInt64(size);
     reply.AppendLocalTime(changeTime);
     reply.AppendLocalTime(modificationTime);
-    reply.AppendLine(path);
+    reply.AppendLine(path, Escaping::kLineBreaks);
     reply.AppendLine("min");
     reply.AppendInt(static_cast<int32_t>((std::time(nullptr) - modificationTime) / 60));
 }

@@ -41,7 +41,7 @@ VyString BuildSyslogMessage(const std::tm& localTime, uint32_t address, int32_t 
 }
 
 void ActSyslog(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
-    std::string_view host = GetLine(params, 1);
+    std::string_view host = OwnLine(params, 1);
     int32_t port = 0;
     int32_t facility = 0;
     int32_t severity = 0;

@@ -8,6 +8,9 @@
 namespace zot {
 namespace {
 
+// How long a TCP peer may take to end its side.
+constexpr int32_t kFinishMs = 2000;
+
 // One socket for both blocks, so that a UDP peer sees them come from the same port.
 class Sender {
   public:
@@ -16,11 +19,15 @@ class Sender {
     // Both return above 0 for success, else a result code with its text.
     int32_t Open(std::string_view host, int32_t port, VyString& errorText) {
         return tcp_ ? TcpConnect(socket_, host, port, kDefaultTcpTimeoutMs, errorText)
-                    : UdpOpen(socket_, address_, host, port, errorText);
+                    : UdpOpen(socket_, address_, host, port, 0, errorText);
     }
     int32_t Send(std::string_view data, VyString& errorText) {
         return tcp_ ? TcpSend(socket_.Get(), data, kDefaultTcpTimeoutMs, errorText)
                     : UdpSend(socket_.Get(), address_, data, errorText);
+    }
+
+    void Finish() {
+        if (tcp_) TcpFinish(socket_.Get(), kFinishMs);
     }
 
   private:
@@ -32,7 +39,7 @@ class Sender {
 }  // namespace
 
 void ActTcpUdpSend(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
-    std::string_view host = GetLine(params, 1);
+    std::string_view host = OwnLine(params, 1);
     // Decoded as in every other request that sends data: a line cannot hold a line break itself.
     VyString first = Unescape(RawLine(params, 4));
     VyString second = Unescape(OptionalRawLine(params, 6));
@@ -52,6 +59,7 @@ void ActTcpUdpSend(std::string_view params, const AgentSettings& /*settings*/, R
         if (pauseSeconds > 0) std::this_thread::sleep_for(std::chrono::seconds(pauseSeconds));
         if (sender.Send(second, errorText) < 1) return reply.Start("301", errorText);
     }
+    sender.Finish();
     reply.Start("200", "Data has been sent");
 }
 

@@ -5,10 +5,6 @@
 
 namespace zot {
 
-std::string_view OwnLine(std::string_view params, int32_t n) {
-    return TrimView(RawLine(params, n));
-}
-
 void RunAndReply(std::string_view command, std::string_view workDir, int32_t timeoutMs,
                  const AgentSettings& settings, Reply& reply) {
     int exitCode = 0;

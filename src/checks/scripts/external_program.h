@@ -9,10 +9,6 @@
 
 namespace zot {
 
-// A trimmed line that stays empty when it is: where an empty command is an error of its own, the
-// next line must not slip into its place.
-std::string_view OwnLine(std::string_view params, int32_t n);
-
 // Runs the command quietly and replies with its exit code, or with what kept it from running.
 void RunAndReply(std::string_view command, std::string_view workDir, int32_t timeoutMs,
                  const AgentSettings& settings, Reply& reply);

@@ -107,6 +107,8 @@ TEST(FileTests, FileExists) {
     EXPECT_EQ(answer("access*.log"), found);
     EXPECT_EQ(answer("%oldestfile%", "1"), found);
     EXPECT_EQ(answer("link").substr(0, 11), "200\n    12\n");  // the link itself
+    test::MakeFile(dir / "two\r\nlines");
+    EXPECT_NE(answer("two*").find(dir / "two%0D%0Alines" + "\nmin\n"), std::string::npos);
     EXPECT_EQ(answer("*.txt"), "301\nno such file or acess denied\n");
 }
 

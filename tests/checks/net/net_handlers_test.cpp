@@ -43,8 +43,12 @@ TEST(NetHandlers, Refusals) {
          {Case{TestTcp, {"", "h\nx\n1\n\n0\n", "h\n1\n1.5\n\n0\n", "h\n1\n1\nd\n\r"}},
           {TestUdp,
            {"h\n1\n1\n0\nd\n0\n", "h\n1\n1\n1\n\n0\n", "h\n1\n1\nx\nd\n0\n", "h\n1\n1\n1\nd\nx\n"}},
-          {ActSyslog, {"", "h\n1\n1\n8\nx\n", "h\nx\n1\n1\nx\n", "h\n1\n1.\n1\nx\n"}},
-          {ActTcpUdpSend, {"", "h\n1\n0\n\n0\n", "h\nx\n0\nd\n0\n", "h\n1\n0\nd\nx\n"}}}) {
+          {ActSyslog,
+           {"", "\nh\n1\n1\nx\n", " \n1\n1\n1\nx\n", "h\n1\n1\n8\nx\n", "h\nx\n1\n1\nx\n",
+            "h\n1\n1.\n1\nx\n"}},
+          {ActTcpUdpSend,
+           {"", "\n127.0.0.1\n1\n0\nd\n0\n", "h\n1\n0\n\n0\n", "h\nx\n0\nd\n0\n",
+            "h\n1\n0\nd\nx\n"}}}) {
         for (const std::string& params : c.params) {
             EXPECT_EQ(Ask(c.handler, params), "501\nWrong parameter\n") << params;
         }
@@ -153,6 +157,29 @@ TEST(NetHandlers, SendOverTcp) {
     // The end mark of the request is no second block, whereas an escaped carriage return is.
     EXPECT_EQ(sent("0\none\n0\n\r"), "one");
     EXPECT_EQ(sent("0\none\n-1\n%0D\n\r"), "one\r");
+}
+
+TEST(NetHandlers, SendingEndsBeforeTheConnectionCloses) {
+    Loopback listener(SOCK_STREAM, 4);
+    std::string received;
+    int error = 0;
+    std::thread peer([&] {
+        UniqueFd client = listener.Accept();
+        send(client.Get(), "hello", 5, 0);  // which nobody reads
+        received = test::ReceiveAll(client.Get());
+        socklen_t size = sizeof error;
+        getsockopt(client.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
+    });
+    const std::string block(1 << 20, 'd');
+    EXPECT_EQ(Ask(ActTcpUdpSend, listener.HostLines() + "0\n" + block + "\n0\n"), kSent);
+    peer.join();
+    EXPECT_EQ(received.size(), block.size());
+    EXPECT_EQ(error, 0) << "no reset";
+    // A peer that stays is not waited for without end.
+    UniqueFd stays;
+    std::thread silent([&] { stays = listener.Accept(); });
+    EXPECT_EQ(Ask(ActTcpUdpSend, listener.HostLines() + "0\nd\n0\n"), kSent);
+    silent.join();
 }
 
 TEST(NetHandlers, SendOverUdpForEveryOtherProtocol) {
