@@ -1,13 +1,14 @@
 #include "agent/daemon.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
+
+#include "base/held_lock.h"
+#include "base/platform_child.h"
 
 namespace zot {
 
@@ -35,34 +36,34 @@ bool Daemonize() {
     return true;
 }
 
-int RaiseDescriptorLimit() {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
-    if (limit.rlim_cur != limit.rlim_max) {
-        rlimit raised = {limit.rlim_max, limit.rlim_max};
-        if (setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
-    }
-    return static_cast<int>(std::min<rlim_t>(limit.rlim_cur, INT_MAX));
+void CloseInheritedDescriptors() {
+    constexpr int kFirst = STDERR_FILENO + 1;
+    if (CloseDescriptorsFrom(kFirst)) return;
+    const long limit = sysconf(_SC_OPEN_MAX);
+    for (int descriptor = kFirst; descriptor < limit; ++descriptor) close(descriptor);
 }
 
 void PidFile::Write(const AgentSettings& settings, Log& log) {
     settings.pidFile.CopyToBuffer(path_, sizeof path_);
-    // Emptied only once it is locked: the file may belong to another agent that is running.
-    UniqueFd file(open(path_, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (!file) {
+    // Emptied only once it is locked: the file may belong to another agent that is running. Nor may
+    // it lead to somebody's file by a link, or be a device.
+    UniqueFd file(
+        open(path_, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
+    struct stat status {};
+    bool usable =
+        file && fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+    if (!usable) {
         log.WriteLog(LogKind::kFailure, 0, "Failed to create pid file %s\n", path_);
         return;
     }
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
     char text[16];
     int length = std::snprintf(text, sizeof text, "%d\n", static_cast<int>(getpid()));
-    if (fcntl(file.Get(), F_SETLK, &lock) != 0) {
+    if (!HoldLock(file.Get())) {
         log.WriteLog(LogKind::kFailure, 0, "Failed to lock pid file %s\n", path_);
         return;
     }
     if (ftruncate(file.Get(), 0) != 0 || write(file.Get(), text, static_cast<size_t>(length)) < 0) {
+        ForgetLock();
         log.WriteLog(LogKind::kFailure, 0, "Failed to create pid file %s\n", path_);
         return;
     }
@@ -71,6 +72,7 @@ void PidFile::Write(const AgentSettings& settings, Log& log) {
 
 void PidFile::Remove() noexcept {
     if (!file_) return;
+    ForgetLock();
     file_.Reset();
     unlink(path_);
 }

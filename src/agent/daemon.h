@@ -16,9 +16,10 @@ void OpenStandardDescriptors();
 // prints its line and ends with exit code 0.
 bool Daemonize();
 
-// Raises the limit of open descriptors to what the system allows. Returns the limit in force, 0 if
-// it cannot be told.
-int RaiseDescriptorLimit();
+// Closes everything but the standard descriptors. A daemon that kept what its starter had open
+// would hold that one's locks and keep its pipes from ending. REQUIRES that the process has opened
+// nothing of its own yet.
+void CloseInheritedDescriptors();
 
 // The locked pid file, kept open for the life of the process because the lock lives with it.
 class PidFile {

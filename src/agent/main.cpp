@@ -12,6 +12,7 @@
 #include "agent/listener.h"
 #include "agent/self_check.h"
 #include "agent/signals.h"
+#include "base/descriptor_limit.h"
 #include "base/platform.h"
 #include "config/config_file.h"
 #include "config/log.h"
@@ -75,6 +76,7 @@ int Run(int argc, char** argv, char** envp) {
     std::printf("Command line checking .. ");
     zot::AgentSettings commandLine;
     zot::ParseCommandLine(argc, argv, commandLine);
+    if (commandLine.interactive == 0) zot::CloseInheritedDescriptors();
 
     // These live in a frame that exit() does not unwind: sessions use them to the end.
     zot::SettingsStore store;
@@ -101,7 +103,7 @@ int Run(int argc, char** argv, char** envp) {
         zot::InstallHangupHandler();
     }
     zot::InstallCrashHandler(services, pidFile, {argv, envp});
-    zot::IgnoreBrokenPipe();
+    zot::IgnoreWriteSignals();
     int descriptorLimit = zot::RaiseDescriptorLimit();
 
     zot::VyString errorText;
@@ -121,6 +123,8 @@ int Run(int argc, char** argv, char** envp) {
 
 int main(int argc, char** argv, char** envp) {
     zot::OpenStandardDescriptors();
+    zot::SetUsualSignals();
+    zot::LimitFreedMemory();
     // A line at a time, also into a pipe: a reader sees each line when it is complete.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     try {

@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "base/descriptor_limit.h"
+
 namespace zot {
 namespace {
 
@@ -58,7 +60,17 @@ void OnSegmentationFault(int signalNumber) {
 
 }  // namespace
 
-void IgnoreBrokenPipe() { SetHandler(SIGPIPE, SIG_IGN, 0); }
+void SetUsualSignals() {
+    SetHandler(SIGCHLD, SIG_DFL, 0);
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
+void IgnoreWriteSignals() {
+    SetHandler(SIGPIPE, SIG_IGN, 0);
+    SetHandler(SIGXFSZ, SIG_IGN, 0);
+}
 
 void InstallHangupHandler() {
     sigset_t hangupOnly;
@@ -78,12 +90,15 @@ void InstallCrashHandler(AgentServices& services, PidFile& pidFile, StartArgumen
 }
 
 void ExecuteImage(const char* path, StartArguments arguments) noexcept {
-    // The new image inherits the mask: it must neither block the fault signal nor the hang-up.
+    // The new image inherits the mask: it must neither block the fault signal nor the hang-up. The
+    // limit it finds is the one that it hands on to its own children.
     sigset_t none;
     sigset_t before;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, &before);
+    RestoreDescriptorLimit();
     execve(path, arguments.argv, arguments.envp);
+    RaiseDescriptorLimit();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

@@ -17,7 +17,12 @@ struct StartArguments {
     char** envp;
 };
 
-void IgnoreBrokenPipe();
+// Sets what the agent relies on, whatever its starter left: no signal is held back, and a child
+// that ends keeps its status until it is asked for.
+void SetUsualSignals();
+
+// A write to a peer that has gone, or beyond the limit of a file's size, fails and no more.
+void IgnoreWriteSignals();
 
 // From here on a hang-up is held back in the calling thread and in all that it starts, and noted
 // only where a wait lets it in (ppoll with an empty mask): it interrupts nothing else.

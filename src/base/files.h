@@ -9,6 +9,8 @@
 #include <memory>
 #include <string_view>
 
+#include "base/owners.h"
+
 namespace zot {
 
 // Whether the path leads to a regular file, also through links. Opens nothing.
@@ -16,6 +18,12 @@ inline bool IsRegularFile(const char* path) {
     struct stat info {};
     return stat(path, &info) == 0 && S_ISREG(info.st_mode);
 }
+
+// Opens a regular file for reading, without waiting for anybody at the other end of a fifo or a
+// device that stands in its place; only for a lease that another process has on it. `status`
+// becomes its status, `flags` are added to those of open. No descriptor when it cannot be opened or
+// is no regular file.
+UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags = 0);
 
 // A block to read into: set to nothing, since it is written before it is read.
 template <typename Byte>

@@ -19,6 +19,10 @@ bool SystemErrorText(int errorNumber, char* buffer, size_t size);
 // `available` (what the agent may use) can be negative where a reserve is in use.
 bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available);
 
+// Has the memory that large requests needed go back to the system once they are answered. To be
+// called before the first thread.
+void LimitFreedMemory();
+
 // The process environment as execve takes it.
 char** ProcessEnvironment();
 

@@ -11,9 +11,9 @@ namespace zot {
 // Returns true when it has ended.
 bool WaitChild(pid_t pid, int timeoutMs);
 
-// Closes every descriptor from `first` on; does nothing where the system cannot do that in one
-// call. Async-signal-safe.
-void CloseDescriptorsFrom(int first) noexcept;
+// Closes every descriptor from `first` on; does nothing, and returns false, where the system cannot
+// do that in one call. Async-signal-safe.
+bool CloseDescriptorsFrom(int first) noexcept;
 
 // Gives the classic signals (numbers 1 to 31) their default actions and unblocks all signals. For a
 // child that may still share its memory with its parent: touches nothing of the process but the

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/files.h"
+
 namespace zot {
 namespace {
 
@@ -26,8 +28,11 @@ ConfigReader::~ConfigReader() {
 }
 
 bool ConfigReader::Open(const char* path) {
-    file_.reset(fopen(path, "re"));
+    struct stat ignored {};
+    UniqueFd fd = OpenRegularFile(path, ignored);
+    file_.reset(fd ? fdopen(fd.Get(), "r") : nullptr);
     if (file_ != nullptr) {
+        fd.Release();
         setvbuf(file_.get(), streamBuffer_.Data(), _IOFBF, streamBuffer_.Capacity());
     }
     return file_ != nullptr;

@@ -21,7 +21,8 @@ class ConfigReader {
     ConfigReader(const ConfigReader&) = delete;
     ConfigReader& operator=(const ConfigReader&) = delete;
 
-    // False when the file cannot be opened.
+    // False when the file cannot be opened or is no regular one: a reload must not wait for whoever
+    // put a fifo in its place.
     bool Open(const char* path);
     // REQUIRES an open file. Gives the next line with its line end, at most kMaxConfigLine bytes
     // and never beyond a NUL; it stays valid until the next call. False at the end of the file.

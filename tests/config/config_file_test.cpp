@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "tests/support/file_tree.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -60,8 +61,10 @@ TEST_F(ConfigFile, EmptyFileLoadsTheDefaultsAndTellsWhatIsMissing) {
 TEST_F(ConfigFile, WhereTheFileCannotBeRead) {
     EXPECT_EQ(LoadConfig(settings_, error_), 0);
     EXPECT_EQ(error_, "Configuration file is not specified");
-    for (const std::string& path : {dir_ / "absent", dir_.Path()}) {
+    test::MakeFifo(dir_ / "fifo");
+    for (const std::string& path : {dir_ / "absent", dir_.Path(), dir_ / "fifo"}) {
         strcpy(settings_.configPath, path.c_str());
+        EXPECT_EQ(SaveConfig(settings_, error_), 0);
         EXPECT_EQ(LoadConfig(settings_, error_), 0);
         EXPECT_EQ(error_, "Cannot open configuration file '" + path + "'");
         EXPECT_EQ(settings_.okLogFile, "log1.txt");  // the defaults are in force all the same

@@ -1,13 +1,17 @@
 // The detached agent: pid file, hang-up, end.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <string>
 
+#include "base/owners.h"
 #include "tests/support/agent_process.h"
+#include "tests/support/file_tree.h"
 
 namespace zot::test {
 namespace {
@@ -52,6 +56,61 @@ TEST(Daemon, StartsWithoutAnyStandardDescriptor) {
     }
     EXPECT_EQ(agent.Ask("QUIT").code, "200");
     EXPECT_TRUE(agent.WaitForDaemonEnd());
+}
+
+TEST(Daemon, StartsAndServesWhateverItsStarterLeft) {
+    TempDir lent;
+    MakeFifo(lent / "pipeline");
+    UniqueFd pipeline(open((lent / "pipeline").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    // Children that nobody waits for, a descriptor limit of its own, and a pipeline that waits for
+    // its last writer.
+    std::string shell =
+        "trap '' CHLD; ulimit -Sn 200; exec 9>" + lent / "pipeline" + "; exec \"$@\"";
+    AgentProcess agent({.arguments = {"-d"},
+                        .settings = "delayforscripts=0\n",
+                        .prefix = {"/bin/sh", "-c", shell, "sh"}});
+    char byte = 0;
+    EXPECT_EQ(read(pipeline.Get(), &byte, 1), 0) << "the end of the pipeline";
+    EXPECT_EQ(agent.Ask("TEST-ExternalPrg", {"sh -c 'exit 7'", "", "", "9000"}).lines,
+              std::vector<std::string>{"7"});
+    auto limit = [&agent] {
+        client::Answer answer = agent.Ask(
+            "TEST-ShellScript", {"sh %script% ", "echo scriptres:`ulimit -n`", "0", "9", "0"});
+        return answer.lines.empty() ? answer.code : answer.lines[0];
+    };
+    EXPECT_EQ(limit(), "scriptres:200");
+    pid_t before = agent.Pid();
+    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
+    ASSERT_TRUE(WaitUntil([&] { return agent.Pid() != 0 && agent.Pid() != before; }));
+    EXPECT_EQ(limit(), "scriptres:200") << "a new image gets what the old one was given";
+}
+
+TEST(Daemon, ThePidFileNeitherFollowsALinkNorHitsAnothersFile) {
+    TempDir lent;
+    std::string target = lent.Write("target", "precious");
+    MakeLink(target, lent / "link");
+    std::filesystem::create_hard_link(target, lent / "hard");
+    for (const char* name : {"link", "hard"}) {
+        AgentProcess agent({.arguments = {"-d"},
+                            .settings = "pidfile=" + lent / name + "\nbadlogfile=bad.txt\n",
+                            .awaitReady = false});
+        EXPECT_TRUE(WaitUntil([&] {
+            return ReadFile(agent.Dir() / "bad.txt").find("Failed to create pid file") !=
+                   std::string::npos;
+        })) << name;
+        EXPECT_EQ(ReadFile(target), "precious");
+    }
+}
+
+TEST(Daemon, ARequestThatReadsThePidFileDoesNotUnlockIt) {
+    AgentProcess agent({.arguments = {"-d"}});
+    pid_t pid = agent.Pid();
+    for (const auto& [command, params] :
+         {std::pair("TEST-FileHash", std::vector<std::string>{agent.PidFilePath(), "1", "0"}),
+          {"TEST-FileCompare", {"1", agent.PidFilePath(), agent.PidFilePath(), "0", "0", "1"}}}) {
+        EXPECT_EQ(agent.Ask(command, params).code, "200");
+        EXPECT_EQ(agent.Pid(), pid) << command;
+    }
 }
 
 TEST(Daemon, QuitAnswersThenEndsAndRemovesThePidFile) {

@@ -60,7 +60,10 @@ bool WaitChild(pid_t pid, int timeoutMs) {
     }
 }
 
-void CloseDescriptorsFrom(int first) noexcept { closefrom(first); }
+bool CloseDescriptorsFrom(int first) noexcept {
+    closefrom(first);
+    return true;
+}
 
 void ResetSignals() noexcept {
     struct sigaction standard {};

@@ -46,8 +46,8 @@ bool WaitChild(pid_t pid, int timeoutMs) {
     }
 }
 
-void CloseDescriptorsFrom(int first) noexcept {
-    syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U);
+bool CloseDescriptorsFrom(int first) noexcept {
+    return syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0;
 }
 
 void ResetSignals() noexcept {

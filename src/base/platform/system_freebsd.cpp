@@ -31,6 +31,9 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
     return true;
 }
 
+// The allocator gives unused pages back by itself after some seconds.
+void LimitFreedMemory() {}
+
 char** ProcessEnvironment() { return environ; }
 
 }  // namespace zot

@@ -1,6 +1,7 @@
 // <assert.h> declares the failure routine only while assertions are on.
 #undef NDEBUG
 #include <assert.h>
+#include <malloc.h>
 #include <string.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -35,6 +36,16 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
     free = static_cast<int64_t>(info.f_bfree) * blockSize;
     available = static_cast<int64_t>(info.f_bavail) * blockSize;
     return true;
+}
+
+void LimitFreedMemory() {
+#ifdef __GLIBC__
+    // By default the allocator takes the first large blocks that are freed for a sign of more to
+    // come, and from then on keeps up to 64 MiB in each of its arenas. Set once, both values stay.
+    // Blocks below the first one are the buffers of everyday requests.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 2 << 20);
+#endif
 }
 
 char** ProcessEnvironment() { return environ; }

@@ -8,19 +8,23 @@
 #include <utility>
 
 #include "base/files.h"
+#include "base/held_lock.h"
 #include "base/vystring.h"
 
 namespace zot {
 
+RegularFile::~RegularFile() {
+    fd_.Reset();
+    if (locked_) RetakeLock();
+}
+
 bool RegularFile::Open(std::string_view path) {
     VyString terminated(path);
-    fd_.Reset();
-    // To open a tape or the reading end of a pipe already does something to it.
-    if (!IsRegularFile(terminated.Terminate())) return false;
-    UniqueFd fd(open(terminated.Terminate(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
-    if (!fd || fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    UniqueFd fd = OpenRegularFile(terminated.Terminate(), status);
+    if (!fd) return false;
     posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    locked_ = IsLockHeldOn(status);
     Adopt(std::move(fd), status.st_size);
     return true;
 }
@@ -55,6 +59,7 @@ ssize_t RegularFile::Read(char* buffer, size_t size) {
 
 bool RegularFile::Share(RegularFile& other) const {
     other.Adopt(UniqueFd(fcntl(fd_.Get(), F_DUPFD_CLOEXEC, 0)), size_);
+    other.locked_ = locked_;
     return static_cast<bool>(other.fd_);
 }
 

@@ -15,7 +15,13 @@ namespace zot {
 
 class RegularFile {
   public:
-    // Opens for reading from the start to the end. False when that fails or it is no regular file.
+    RegularFile() = default;
+    ~RegularFile();
+    RegularFile(const RegularFile&) = delete;
+    RegularFile& operator=(const RegularFile&) = delete;
+
+    // To be called once. Opens for reading from the start to the end. False when that fails or it
+    // is no regular file.
     bool Open(std::string_view path);
 
     // The size in bytes when it was opened.
@@ -41,6 +47,7 @@ class RegularFile {
     int64_t size_ = 0;
     int64_t offset_ = 0;
     int64_t end_ = std::numeric_limits<int64_t>::max();
+    bool locked_ = false;  // the agent holds a lock on it, which closing it drops
 };
 
 }  // namespace zot

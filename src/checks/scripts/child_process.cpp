@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/descriptor_limit.h"
 #include "base/platform.h"
 #include "base/platform_child.h"
 #include "checks/scripts/temp_name.h"
@@ -192,6 +193,7 @@ pid_t ChildProcess::Start() {
 
 void ChildProcess::RunChild() noexcept {
     CloseDescriptorsFrom(0);
+    RestoreDescriptorLimit();
     ResetSignals();
     setsid();
     OpenStreams();

@@ -47,7 +47,8 @@ class ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     // Returns the process id, or -1 with errno. By then the child leads a session and a process
-    // group of its own. It inherits descriptors 0 to 2 and default signal actions. If the program
+    // group of its own. It inherits descriptors 0 to 2, the
+    // limit of descriptors that the agent was given, and default signal actions. If the program
     // cannot be executed the child writes the marker (kMarked) and exits with 255.
     pid_t Start();
 

@@ -7,11 +7,14 @@
 #include <cstdlib>
 #include <limits>
 
+#include "base/files.h"
+
 namespace zot {
 
 bool ScriptOutput::Open(const char* path) {
-    // What lies there now is the script's doing: no link is followed and no pipe waited for.
-    UniqueFd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    // What lies there now is the script's doing: no link is followed.
+    struct stat ignored {};
+    UniqueFd fd = OpenRegularFile(path, ignored, O_NOFOLLOW);
     if (!fd) return false;
     file_.reset(fdopen(fd.Get(), "r"));
     if (file_) fd.Release();
