@@ -55,12 +55,12 @@ int32_t TimedOut(VyString& errorText) {
 
 // The look-ups that run now. Never destroyed: they outlive the end of main.
 struct Running {
-    std::mutex mutex;
+    std::mutex countMutex;
     std::condition_variable changed;
     int count = 0;
 
     bool Enter(Deadline deadline) {
-        std::unique_lock lock(mutex);
+        std::unique_lock lock(countMutex);
         if (!changed.wait_until(lock, deadline, [this] { return count < kMaxLookups; })) {
             return false;
         }
@@ -68,7 +68,7 @@ struct Running {
         return true;
     }
     void Leave() {
-        std::lock_guard lock(mutex);
+        std::lock_guard lock(countMutex);
         --count;
         changed.notify_one();
     }
