@@ -102,19 +102,6 @@ TEST(ExpressionParser, CheckingLeavesTheOutputAlone) {
     EXPECT_EQ(Joined(parser.output), "'a'");
 }
 
-TEST(OperatorTable, FirstMatchingRowWins) {
-    EXPECT_EQ(FindOperatorAt(ConditionOperatorTable, "getnumberwithdot", 1), 19);
-    EXPECT_EQ(FindOperatorAt(ConditionOperatorTable, "1-1", 2), 12);
-    EXPECT_EQ(FindOperatorAt(ConditionOperatorTable, "AND", 1), -1);
-    EXPECT_EQ(FindOperatorAt(ConditionOperatorTable, "or", 0), -1);
-    EXPECT_EQ(FindOperatorAt(ConditionOperatorTable, "or", 3), -1);
-    EXPECT_EQ(FindOperatorAt(SearchOperatorTable, "<", 1), -1);
-    EXPECT_EQ(StackPriorityOf(ConditionOperatorTable, ")"), 65520);
-    EXPECT_EQ(InputPriorityOf(ConditionOperatorTable, "NoT"), 65535);
-    EXPECT_EQ(StackPriorityOf(ConditionOperatorTable, "DIV"), 4);
-    EXPECT_EQ(StackPriorityOf(ConditionOperatorTable, "xor"), -1);
-}
-
 // Quadratic work or recursion would not come back from these.
 TEST(ExpressionParser, TakesLongTexts) {
     constexpr size_t kSize = 1 << 20;

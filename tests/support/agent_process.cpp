@@ -4,10 +4,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -59,6 +63,52 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
+}
+
+void Send(client::AgentConnection& connection, std::string_view bytes) {
+    std::string error;
+    EXPECT_TRUE(connection.Send(bytes, client::Deadline(kPatience), error)) << error;
+}
+
+std::string UntilClose(client::AgentConnection& connection) {
+    std::string bytes;
+    std::string error;
+    EXPECT_TRUE(connection.ReceiveUntilClose(client::Deadline(kPatience), bytes, error)) << error;
+    return bytes;
+}
+
+std::string ReceiveReply(client::AgentConnection& connection, const char* key) {
+    std::string text;
+    std::string error;
+    EXPECT_TRUE(connection.ReceiveReply(key, client::Deadline(kPatience), text, error)) << error;
+    return text;
+}
+
+size_t Count(std::string_view text, std::string_view part) {
+    size_t count = 0;
+    for (size_t at = 0; (at = text.find(part, at)) != text.npos; ++at) ++count;
+    return count;
+}
+
+void RaiseDescriptorLimit() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+size_t OpenDescriptors(pid_t pid) {
+    std::error_code missing;
+    std::filesystem::directory_iterator folder("/proc/" + std::to_string(pid) + "/fd", missing);
+    return static_cast<size_t>(std::distance(folder, std::filesystem::directory_iterator()));
+}
+
+long StatusValue(pid_t pid, const std::string& name) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name + ":")) return std::atol(line.c_str() + name.size() + 1);
+    }
+    return 0;
 }
 
 uint16_t FreePort() { return static_cast<uint16_t>(Loopback(SOCK_STREAM).Port()); }
@@ -217,6 +267,21 @@ client::Answer AgentProcess::Ask(std::string_view command,
     int valid = client::Ask(target_, client::ComposeRequest(command, params), answer, error);
     EXPECT_TRUE(valid) << command << ": " << error;
     return answer;
+}
+
+std::string AgentProcess::Info(const std::string& name) const {
+    for (const std::string& line : Ask("GetInfo").lines) {
+        if (line.starts_with(name + "=")) return line.substr(name.size() + 1);
+    }
+    return "(none)";
+}
+
+bool AgentProcess::IsAlone() const {
+    return WaitUntil([this] { return Info("ActiveConnections") == "1"; });
+}
+
+std::string AgentProcess::Packet(const char* key, std::string_view request) const {
+    return client::BuildRequest(target_.password, key, request);
 }
 
 client::AgentConnection AgentProcess::Connect() const {

@@ -22,6 +22,23 @@ constexpr std::chrono::milliseconds kPatience{20000};
 // Looks every few milliseconds, until the condition holds (true) or the limit has passed (false).
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = kPatience);
 
+// What a hostile or a plain peer does on an open connection; each fails the test when it cannot.
+void Send(client::AgentConnection& connection, std::string_view bytes);
+// Everything the agent says until it closes the connection.
+std::string UntilClose(client::AgentConnection& connection);
+// The text of the reply to a request under this key.
+std::string ReceiveReply(client::AgentConnection& connection, const char* key);
+
+// How often a text stands in another.
+size_t Count(std::string_view text, std::string_view part);
+
+// Lets this process have as many descriptors as the system allows: crowds need them.
+void RaiseDescriptorLimit();
+
+// What the system tells about a process in /proc; 0 where there is none.
+size_t OpenDescriptors(pid_t pid);
+long StatusValue(pid_t pid, const std::string& name);
+
 // A port of the loopback interface on which nothing listens at the moment.
 uint16_t FreePort();
 
@@ -75,6 +92,12 @@ class AgentProcess {
     const client::Target& Target() const { return target_; }
     // Asks and fails the test when no valid reply comes.
     client::Answer Ask(std::string_view command, const std::vector<std::string>& params = {}) const;
+    // The value of a line of GetInfo; "(none)" without one.
+    std::string Info(const std::string& name) const;
+    // Waits until every other session has ended.
+    bool IsAlone() const;
+    // A packet with the agent's password.
+    std::string Packet(const char* key, std::string_view request) const;
     // An open connection to the agent; throws when it cannot be had.
     client::AgentConnection Connect() const;
 

@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -15,10 +14,6 @@
 
 namespace zot::test {
 namespace {
-
-bool Shows(const client::Answer& answer, const std::string& line) {
-    return std::find(answer.lines.begin(), answer.lines.end(), line) != answer.lines.end();
-}
 
 TEST(Daemon, DetachesAndHoldsItsPidFile) {
     AgentProcess agent({.arguments = {"-d"}});
@@ -38,9 +33,8 @@ TEST(Daemon, DetachesAndHoldsItsPidFile) {
                          .settings = "pidfile=" + agent.PidFilePath() + "\nbadlogfile=bad.txt\n",
                          .awaitReady = false});
     EXPECT_TRUE(WaitUntil([&] {
-        return ReadFile(second.Dir() / "bad.txt")
-                   .find("Failed to lock pid file " + agent.PidFilePath() + "\n") !=
-               std::string::npos;
+        return Count(ReadFile(second.Dir() / "bad.txt"),
+                     "Failed to lock pid file " + agent.PidFilePath() + "\n") == 1;
     }));
     EXPECT_EQ(ReadFile(agent.PidFilePath()), std::to_string(pid) + "\n");
 }
@@ -124,28 +118,26 @@ TEST(Daemon, QuitAnswersThenEndsAndRemovesThePidFile) {
 
 TEST(Daemon, HangupReadsTheConfigurationAgain) {
     AgentProcess agent({.arguments = {"-d"}, .settings = "comment=before\n"});
-    EXPECT_TRUE(Shows(agent.Ask("GetInfo"), "Comment=before"));
+    EXPECT_EQ(agent.Info("Comment"), "before");
     std::string config = ReadFile(agent.ConfigPath());
     agent.Dir().Write("zot.cfg", config + "comment=after\nport=1\n");
     agent.Signal(SIGHUP);
-    EXPECT_TRUE(WaitUntil([&] { return Shows(agent.Ask("GetInfo"), "Comment=after"); }));
-    EXPECT_TRUE(Shows(agent.Ask("GetInfo"), "Port=" + std::to_string(agent.Port())));
+    EXPECT_TRUE(WaitUntil([&] { return agent.Info("Comment") == "after"; }));
+    EXPECT_EQ(agent.Info("Port"), std::to_string(agent.Port()));
     agent.Dir().Write("zot.cfg", config + "comment=again\n");
-    client::Answer answer = agent.Ask("ReloadCfg");
-    EXPECT_EQ(answer.code, "200");
-    EXPECT_TRUE(Shows(agent.Ask("GetInfo"), "Comment=again"));
+    EXPECT_EQ(agent.Ask("ReloadCfg").code, "200");
+    EXPECT_EQ(agent.Info("Comment"), "again");
 }
 
 TEST(Daemon, APidFileThatCannotBeMadeIsLoggedOnly) {
-    AgentProcess agent;  // only lends its directory
-    AgentProcess daemon({.arguments = {"-d"},
-                         .settings = "pidfile=/no/such/folder/zot.pid\nbadlogfile=" +
-                                     (agent.Dir() / "bad.txt") + "\n",
-                         .awaitReady = false});
+    TempDir logs;
+    AgentProcess daemon(
+        {.arguments = {"-d"},
+         .settings = "pidfile=/no/such/folder/zot.pid\nbadlogfile=" + (logs / "bad.txt") + "\n",
+         .awaitReady = false});
     EXPECT_TRUE(WaitUntil([&] {
-        return ReadFile(agent.Dir() / "bad.txt")
-                   .find("Failed to create pid file /no/such/folder/zot.pid\n") !=
-               std::string::npos;
+        return Count(ReadFile(logs / "bad.txt"),
+                     "Failed to create pid file /no/such/folder/zot.pid\n") == 1;
     }));
 }
 

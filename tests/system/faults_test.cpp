@@ -20,7 +20,6 @@ namespace zot::test {
 namespace {
 
 namespace fs = std::filesystem;
-using client::Deadline;
 using std::chrono::milliseconds;
 using Lines = std::vector<std::string>;
 
@@ -54,12 +53,8 @@ class Faults : public testing::Test {
             "timeout=1000\ndelayforscripts=0\nlogsuccess=1\noklogfile=ok.txt\nbadlogfile=bad.txt\n";
     }
 
-    // Counts the agent's descriptors between two requests; systems without /proc show none.
-    size_t Descriptors() const {
-        std::error_code missing;
-        fs::directory_iterator folder("/proc/" + std::to_string(agent_->Pid()) + "/fd", missing);
-        return static_cast<size_t>(std::distance(folder, fs::directory_iterator()));
-    }
+    // Of the agent between two requests.
+    size_t Descriptors() const { return OpenDescriptors(agent_->Pid()); }
 
     void Start() {
         agent_.emplace(options_);
@@ -77,17 +72,7 @@ class Faults : public testing::Test {
     bool TryAsk(const Request& request, const char* password = nullptr) const {
         client::Target target = agent_->Target();
         if (password != nullptr) target.password = password;
-        client::Answer answer;
-        std::string error;
-        return client::Ask(target, client::ComposeRequest(request.command, request.params), answer,
-                           error) != 0;
-    }
-
-    std::string Value(const std::string& name) const {
-        for (const std::string& line : agent_->Ask("GetInfo").lines) {
-            if (line.starts_with(name + "=")) return line.substr(name.size() + 1);
-        }
-        return "(none)";
+        return test::TryAsk(target, request.command, request.params);
     }
 
     void ExpectAnswer(const Request& request, const std::string& code, const Lines& lines) const {
@@ -100,7 +85,7 @@ class Faults : public testing::Test {
     void ExpectUnharmed() {
         ASSERT_FALSE(agent_->WaitForExit(milliseconds(0)).has_value());
         EXPECT_EQ(agent_->Ask("ReloadCfg").code, "200");
-        EXPECT_TRUE(WaitUntil([this] { return Value("ActiveConnections") == "1"; }));
+        EXPECT_TRUE(agent_->IsAlone());
         EXPECT_TRUE(WaitUntil([this] { return Descriptors() == descriptors_; }))
             << Descriptors() << " instead of " << descriptors_;
         for (const auto& entry : fs::directory_iterator(agent_->Dir().Path())) {
@@ -207,7 +192,7 @@ TEST_F(Faults, WhatFailsIsToldToTheServer) {
                  {"Cannot create new configuration file '" + path + ".New'"});
     ExpectAnswer(kRequests[4], "301", {"cannot create temp file"});
     EXPECT_EQ(ReadFile(path), before);
-    EXPECT_EQ(Value("Comment"), "lost");
+    EXPECT_EQ(agent_->Info("Comment"), "lost");
     faults_->write.Stop();
 
     // Short writes are none of the server's business.
@@ -225,16 +210,11 @@ TEST_F(Faults, WhatFailsIsToldToTheServer) {
 TEST_F(Faults, AFullDiskEndsATransfer) {
     Start();
     client::AgentConnection connection = agent_->Connect();
-    std::string error;
-    std::string text;
     auto exchange = [&](const std::string& bytes) {
-        EXPECT_TRUE(connection.Send(bytes, Deadline(kPatience), error)) << error;
-        EXPECT_TRUE(connection.ReceiveReply("key", Deadline(kPatience), text, error)) << error;
-        return text;
+        Send(connection, bytes);
+        return ReceiveReply(connection, "key");
     };
-    EXPECT_EQ(
-        exchange(client::BuildRequest(agent_->Target().password, "key", "UpgradeCode\n101\n\r")),
-        "200\n\r");
+    EXPECT_EQ(exchange(agent_->Packet("key", "UpgradeCode\n101\n\r")), "200\n\r");
     faults_->write.Fail(ENOSPC);
     EXPECT_EQ(exchange("x"), "300\nWrite error\n\r");
     faults_->write.Stop();
@@ -246,11 +226,9 @@ TEST_F(Faults, ASendThatIsBrokenOffIsNotTakenUpAgain) {
     Start();
     faults_->send.Fail(kShort, 1);
     client::AgentConnection connection = agent_->Connect();
-    std::string packet = client::BuildRequest(agent_->Target().password, "key", "GetInfo\n\r");
-    std::string error;
-    std::string bytes;
-    ASSERT_TRUE(connection.Send(packet, Deadline(kPatience), error)) << error;
-    ASSERT_TRUE(connection.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+    Send(connection, agent_->Packet("key", "GetInfo\n\r"));
+    std::string bytes = UntilClose(connection);
+    ASSERT_GT(bytes.size(), 4U);
     size_t announced = static_cast<unsigned char>(bytes[0]) +
                        size_t{static_cast<unsigned char>(bytes[1])} * 256 + 4;
     EXPECT_EQ(bytes.size(), announced - announced / 2);
@@ -262,11 +240,9 @@ TEST_F(Faults, ADateThatJumpsNeitherDropsNorKeepsAnybody) {
     for (int64_t jump : {-86400, 86400}) {
         auto start = std::chrono::steady_clock::now();
         client::AgentConnection connection = agent_->Connect();
-        std::string error;
-        std::string bytes;
-        ASSERT_TRUE(connection.Send("a", Deadline(kPatience), error)) << error;
+        Send(connection, "a");
         faults_->dateOffsetSeconds.store(jump);
-        ASSERT_TRUE(connection.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+        UntilClose(connection);
         auto waited = std::chrono::steady_clock::now() - start;
         EXPECT_GT(waited, milliseconds(990));
         EXPECT_LT(waited, milliseconds(4000));

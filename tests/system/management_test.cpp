@@ -12,20 +12,12 @@
 namespace zot::test {
 namespace {
 
-using client::Deadline;
-
 constexpr char kKey[] = "a session key";
 
 bool Answers(const client::Target& target, const std::string& line = "Service=0") {
     client::Answer answer;
     return TryAsk(target, "GetInfo", {}, &answer) &&
            std::find(answer.lines.begin(), answer.lines.end(), line) != answer.lines.end();
-}
-
-size_t OpenDescriptors(pid_t pid) {
-    std::error_code missing;  // not every system has this folder
-    std::filesystem::directory_iterator folder("/proc/" + std::to_string(pid) + "/fd", missing);
-    return static_cast<size_t>(std::distance(folder, std::filesystem::directory_iterator()));
 }
 
 TEST(Management, SettingsChangeInMemoryAndInTheFile) {
@@ -77,9 +69,7 @@ TEST(Management, ARestartKeepsArgumentsAndNothingElse) {
     size_t descriptors = OpenDescriptors(pid);
     client::AgentConnection idle = agent.Connect();
     EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
-    std::string bytes;
-    std::string error;
-    EXPECT_TRUE(idle.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+    EXPECT_EQ(UntilClose(idle), "");
     EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
     EXPECT_EQ(agent.Pid(), pid);
     EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors(pid) == descriptors; }));
@@ -107,20 +97,11 @@ class Upgrade {
     explicit Upgrade(const AgentProcess& agent) : connection_(agent.Connect()), agent_(agent) {}
 
     std::string Begin(size_t size) {
-        Send(client::BuildRequest(agent_.Target().password, kKey,
-                                  "UpgradeCode\n" + std::to_string(size) + "\n\r"));
+        Send(agent_.Packet(kKey, "UpgradeCode\n" + std::to_string(size) + "\n\r"));
         return Receive();
     }
-    void Send(std::string_view bytes) {
-        std::string error;
-        EXPECT_TRUE(connection_.Send(bytes, Deadline(kPatience), error)) << error;
-    }
-    std::string Receive() {
-        std::string text;
-        std::string error;
-        EXPECT_TRUE(connection_.ReceiveReply(kKey, Deadline(kPatience), text, error)) << error;
-        return text;
-    }
+    void Send(std::string_view bytes) { test::Send(connection_, bytes); }
+    std::string Receive() { return ReceiveReply(connection_, kKey); }
     static std::string Trailer(std::string_view data) {
         auto digest = Md5Digest(data.data(), data.size());
         return client::Encrypt(kKey, {reinterpret_cast<char*>(digest.data()), digest.size()});

@@ -8,7 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,24 +37,11 @@ struct Holdings {
     size_t files = 0;
 };
 
-long StatusValue(pid_t pid, const std::string& name) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(name + ":")) return std::atol(line.c_str() + name.size() + 1);
-    }
-    return 0;
-}
-
-size_t Entries(const std::string& folder) {
-    std::error_code missing;
-    std::filesystem::directory_iterator entries(folder, missing);
-    return static_cast<size_t>(std::distance(entries, std::filesystem::directory_iterator()));
-}
-
 Holdings Look(const AgentProcess& agent) {
-    std::string process = "/proc/" + std::to_string(agent.Pid());
+    std::filesystem::directory_iterator files(agent.Dir().Path());
     return {StatusValue(agent.Pid(), "VmRSS"), StatusValue(agent.Pid(), "Threads"),
-            Entries(process + "/fd"), Entries(agent.Dir().Path())};
+            OpenDescriptors(agent.Pid()),
+            static_cast<size_t>(std::distance(files, std::filesystem::directory_iterator()))};
 }
 
 std::vector<Request> Mix(const AgentProcess& agent, const TempDir& data) {
@@ -91,17 +78,15 @@ std::vector<Request> Mix(const AgentProcess& agent, const TempDir& data) {
 void Turn(const AgentProcess& agent, const std::vector<Request>& mix, std::atomic<long>& answered) {
     for (const Request& request : mix) {
         client::Answer answer;
-        std::string error;
-        std::string text = client::ComposeRequest(request.command, request.params);
-        ASSERT_TRUE(client::Ask(agent.Target(), text, answer, error)) << request.command << error;
+        ASSERT_TRUE(TryAsk(agent.Target(), request.command, request.params, &answer))
+            << request.command;
         bool expected = answer.code == (request.command == "NoSuchCommand" ? "500" : "200");
         EXPECT_TRUE(expected) << request.command << " " << answer.code << " "
                               << (answer.lines.empty() ? "" : answer.lines[0]);
         ++answered;
     }
-    std::string error;
     client::AgentConnection garbage = agent.Connect();
-    garbage.Send(std::string(100, 'g'), client::Deadline(kPatience), error);
+    Send(garbage, std::string(100, 'g'));
     client::AgentConnection silent = agent.Connect();
 }
 
