@@ -28,8 +28,8 @@ bool Fail(VyString& errorText, std::string_view operand, std::string_view messag
 
 bool FailEvaluation(VyString& errorText) { return Fail(errorText, kConditionEvalError, {}); }
 
-// What does not fit 64 bits: a number that is calculated with fails, as a silently wrong one would
-// raise or hide an alert; an index is as good as the largest one, where no text has a word.
+// A number that does not fit 64 bits fails, since a wrong one would raise or hide an alert. An
+// index that does not fit counts as the largest one, where no text has a word.
 bool RoundToInteger(double value, int64_t& rounded) {
     value = std::round(value);
     if (!(value >= -kTwoTo63 && value < kTwoTo63)) return false;  // also what is not a number
@@ -77,7 +77,6 @@ bool ApplyLogic(Code code, ConditionValue& left, const ConditionValue& right, Vy
     TestedOperands operands(left, right);
     std::string_view leftText = operands.leftText;
     std::string_view rightText = operands.rightText;
-    // A lone 0 or 1 on both sides gives the same by bits as by truth.
     if (!operands.AreNumbers()) {
         left.SetFlag(Combine<int>(code, FirstIsTrue(leftText), FirstIsTrue(rightText)) != 0);
         return true;
