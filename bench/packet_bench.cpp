@@ -1,9 +1,11 @@
-// The packet cipher beside libgcrypt's Twofish in CFB8 mode, and the whole way of a request's
-// bytes.
+// The packet cipher beside libgcrypt's Twofish in CFB8 mode and beside plain cipher feedback, and
+// the whole way of a request's bytes.
 #include <gcrypt.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -101,6 +103,24 @@ void DecryptOurs(benchmark::State& state) {
     Measure(state, size, [&](auto& data) { cipher.Decrypt(data, data.data()); });
 }
 
+// Cipher feedback as it is defined: a whole block for each byte, and a register that is shifted.
+template <bool encrypt>
+void FeedbackPlain(benchmark::State& state) {
+    const uint8_t bytes[20] = {};
+    TwofishKey key(bytes);
+    Measure(state, kLong, [&](auto& data) {
+        uint8_t shift[kTwofishBlockSize] = {};
+        for (uint8_t& byte : data) {
+            uint8_t block[kTwofishBlockSize];
+            key.EncryptBlock(shift, block);
+            uint8_t in = byte;
+            byte ^= block[0];
+            std::copy(shift + 1, std::end(shift), shift);
+            shift[kTwofishBlockSize - 1] = encrypt ? byte : in;
+        }
+    });
+}
+
 template <size_t size>
 void EncryptPeer(benchmark::State& state) {
     Peer peer;
@@ -169,6 +189,8 @@ BENCHMARK(DecryptOurs<kShort>);
 BENCHMARK(DecryptPeer<kShort>);
 BENCHMARK(DecryptOurs<kLong>);
 BENCHMARK(DecryptPeer<kLong>);
+BENCHMARK(FeedbackPlain<true>);
+BENCHMARK(FeedbackPlain<false>);
 
 const std::vector<Ratio> kRatios = {
     {"decode and seal 200 bytes / libgcrypt", "DecodeAndSealOurs", "DecodeAndSealPeer", 1.0},
@@ -179,6 +201,8 @@ const std::vector<Ratio> kRatios = {
     {"encrypt 16 KiB / libgcrypt", "EncryptOurs<kLong>", "EncryptPeer<kLong>", 1.0},
     {"decrypt 200 bytes / libgcrypt", "DecryptOurs<kShort>", "DecryptPeer<kShort>", 0},
     {"decrypt 16 KiB / libgcrypt", "DecryptOurs<kLong>", "DecryptPeer<kLong>", 0},
+    {"encrypt 16 KiB / plain", "EncryptOurs<kLong>", "FeedbackPlain<true>", 0},
+    {"decrypt 16 KiB / plain", "DecryptOurs<kLong>", "FeedbackPlain<false>", 0},
     {"decrypt / encrypt, 200 bytes", "DecryptOurs<kShort>", "EncryptOurs<kShort>", 2.0},
     {"decrypt / encrypt, 16 KiB", "DecryptOurs<kLong>", "EncryptOurs<kLong>", 2.0},
 };

@@ -1,5 +1,5 @@
-// Text-log scans beside grep, ripgrep and mawk on a generated log of 512 MiB in the page cache. All
-// times are of the clock: the peers run as processes of their own.
+// Text-log scans beside grep, ripgrep and mawk, and beside a plain scan, on a generated log of
+// 512 MiB in the page cache. All times are of the clock: the peers run as processes of their own.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "base/owners.h"
 #include "base/platform.h"
 #include "checks/logs/log_scanner.h"
+#include "fuzz/plain_log_scan.h"
 #include "ratio.h"
 
 namespace zot {
@@ -92,6 +94,19 @@ void Ours(benchmark::State& state, const LogCriterion& criterion) {
     SetBytes(state);
 }
 
+// One line after the other is read and tested alone.
+void Plain(benchmark::State& state, const LogCriterion& criterion) {
+    for (auto _ : state) {
+        std::ifstream log(TheLog().Path());
+        int64_t found = 0;
+        for (std::string line; std::getline(log, line);) {
+            found += fuzz::PlainMatch(line, criterion) != 0 ? 1 : 0;
+        }
+        if (found == 0) abort();
+    }
+    SetBytes(state);
+}
+
 // The peer's answer goes into a pipe: grep stops at its first match when it writes to nowhere.
 void Peer(benchmark::State& state, std::vector<const char*> arguments) {
     arguments.push_back(TheLog().Path().c_str());
@@ -162,7 +177,10 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(name.c_str(), zot::Ours, c.criterion)->UseRealTime();
         std::string peer = std::string(c.peer[0]) + " " + name;
         benchmark::RegisterBenchmark(peer.c_str(), zot::Peer, c.peer)->UseRealTime();
+        std::string plain = "plain " + name;
+        benchmark::RegisterBenchmark(plain.c_str(), zot::Plain, c.criterion)->UseRealTime();
         ratios.push_back({name + " / " + c.peer[0], name, peer, 1.0});
+        ratios.push_back({name + " / plain", name, plain, 0});
     }
     return zot::RunWithRatios(argc, argv, ratios);
 }
