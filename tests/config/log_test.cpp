@@ -162,14 +162,5 @@ TEST_F(LogFile, LinesOfManyThreadsStayWhole) {
     }
 }
 
-TEST(AddressToText, FitsItsBuffer) {
-    char buffer[] = "xxxxxxxx";
-    AddressToText(inet_addr("255.10.0.255"), buffer, 4);
-    EXPECT_STREQ(buffer, "255");
-    EXPECT_EQ(buffer[4], 'x');
-    AddressToText(0, buffer, 0);
-    EXPECT_EQ(buffer[0], '2');
-}
-
 }  // namespace
 }  // namespace zot

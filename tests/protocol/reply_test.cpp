@@ -48,12 +48,5 @@ TEST(Reply, FormattedTextIsBounded) {
     EXPECT_EQ(reply.Code(), "");
 }
 
-TEST(Reply, AnEmptyReplySealsToItsCode) {
-    Reply reply;
-    reply.Start("302");
-    reply.Finish();
-    EXPECT_EQ(reply.Text(), "302\n\r");
-}
-
 }  // namespace
 }  // namespace zot
