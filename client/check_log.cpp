@@ -1,5 +1,19 @@
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/numbers.h"
+#include "base/vystring.h"
+#include "client/agent_client.h"
 #include "client/check.h"
 #include "client/log_state.h"
+#include "client/options.h"
+#include "client/plugin.h"
+#include "client/request_packet.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
 

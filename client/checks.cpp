@@ -1,7 +1,16 @@
 #include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/ascii.h"
+#include "client/agent_client.h"
 #include "client/check.h"
+#include "client/plugin.h"
+#include "client/request_packet.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
 

@@ -1,6 +1,7 @@
 // Local files whole, with errors told in a sentence.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 

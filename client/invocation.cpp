@@ -1,7 +1,11 @@
 #include "client/invocation.h"
 
 #include <ostream>
+#include <vector>
 
+#include "base/escaping.h"
+#include "base/vystring.h"
+#include "client/agent_client.h"
 #include "client/json.h"
 #include "protocol/request_text.h"
 

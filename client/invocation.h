@@ -8,6 +8,7 @@
 
 #include "client/agent_client.h"
 #include "client/options.h"
+#include "client/request_packet.h"
 
 namespace zot::client {
 

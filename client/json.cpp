@@ -1,6 +1,8 @@
 #include "client/json.h"
 
 #include <cstdio>
+#include <string_view>
+#include <vector>
 
 namespace zot::client {
 namespace {

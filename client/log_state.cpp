@@ -4,10 +4,13 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <sstream>
+#include <system_error>
 #include <thread>
 
 #include "base/md5.h"

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "base/owners.h"
+#include "client/agent_client.h"
 #include "client/invocation.h"
 
 namespace zot::client {

@@ -1,12 +1,18 @@
 #include "client/options.h"
 
 #include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <iomanip>
 #include <memory>
 #include <sstream>
+#include <string_view>
 
+#include "base/numbers.h"
 #include "base/owners.h"
 #include "base/platform.h"
 #include "protocol/request_text.h"

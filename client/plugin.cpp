@@ -5,9 +5,18 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <ostream>
+#include <span>
+#include <vector>
 
+#include "base/escaping.h"
+#include "base/vystring.h"
+#include "client/agent_client.h"
 #include "client/check.h"
+#include "client/options.h"
+#include "client/range.h"
+#include "client/request_packet.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
 

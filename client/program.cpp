@@ -4,9 +4,11 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "client/options.h"
 #include "client/plugin.h"
+#include "client/range.h"
 #include "client/subcommands.h"
 #include "commands/agent_info.h"
 

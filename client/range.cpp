@@ -1,5 +1,6 @@
 #include "client/range.h"
 
+#include <cstddef>
 #include <limits>
 
 #include "client/text.h"

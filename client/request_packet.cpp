@@ -1,14 +1,18 @@
 #include "client/request_packet.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "base/ascii.h"
+#include "base/escaping.h"
 #include "base/md5.h"
 #include "base/owners.h"
 #include "base/twofish.h"
+#include "base/vystring.h"
 #include "protocol/packet_cipher.h"
 #include "protocol/request_text.h"
 #include "protocol/zot_const.h"

@@ -1,7 +1,11 @@
+#include <cstddef>
 #include <istream>
 #include <string>
 #include <vector>
 
+#include "client/invocation.h"
+#include "client/options.h"
+#include "client/request_packet.h"
 #include "client/subcommands.h"
 
 namespace zot::client {

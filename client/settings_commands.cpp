@@ -1,10 +1,20 @@
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <iomanip>
 #include <ostream>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "base/escaping.h"
+#include "base/numbers.h"
+#include "base/vystring.h"
+#include "client/invocation.h"
+#include "client/options.h"
+#include "client/request_packet.h"
 #include "client/subcommands.h"
 #include "commands/remote_settings.h"
 #include "protocol/request_text.h"

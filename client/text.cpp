@@ -2,8 +2,10 @@
 
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 
 #include "base/ascii.h"
+#include "base/numbers.h"
 #include "protocol/request_text.h"
 
 namespace zot::client {

@@ -1,11 +1,19 @@
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
+#include "base/numbers.h"
+#include "client/agent_client.h"
 #include "client/files.h"
+#include "client/invocation.h"
+#include "client/options.h"
+#include "client/request_packet.h"
 #include "client/subcommands.h"
 #include "client/upgrade_transfer.h"
 #include "protocol/request_text.h"

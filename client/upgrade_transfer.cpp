@@ -5,8 +5,11 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "base/md5.h"
 

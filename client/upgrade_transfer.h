@@ -1,12 +1,14 @@
 // The client's side of sending an agent its new executable.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
 
 #include "client/agent_client.h"
+#include "client/request_packet.h"
 
 namespace zot::client {
 

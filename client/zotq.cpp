@@ -5,7 +5,9 @@
 #include <iostream>
 #include <span>
 
+#include "client/invocation.h"
 #include "client/program.h"
+#include "client/request_packet.h"
 
 int main(int argc, char** argv) {
     using namespace zot::client;

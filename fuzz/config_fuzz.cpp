@@ -20,9 +20,10 @@ std::string Saved(const AgentSettings& settings) {
     for (const ConfigKey& key : ConfigKeys()) {
         if (key.save != SaveRule::kAlways) continue;
         text.append(key.name).append("=");
-        text.append(key.text != nullptr ? (settings.*key.text).View()
-                                        : std::to_string(key.flag != nullptr ? settings.*key.flag
-                                                                     : settings.*key.number));
+        text.append(
+            key.text != nullptr
+                ? (settings.*key.text).View()
+                : std::to_string(key.flag != nullptr ? settings.*key.flag : settings.*key.number));
         text.append("\n");
     }
     return text;

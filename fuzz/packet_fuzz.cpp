@@ -3,8 +3,8 @@
 // bits put wrong lengths into it.
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <string_view>
+#include <utility>
 
 #include "base/twofish.h"
 #include "client/request_packet.h"
@@ -37,7 +37,8 @@ std::string MakePacket(std::string_view input) {
 struct Receiver {
     Receiver() : log(store) {
         TwofishInitialise();
-        store.Change([](AgentSettings& settings) { return settings.debug = settings.verbose = true; });
+        store.Change(
+            [](AgentSettings& settings) { return settings.debug = settings.verbose = true; });
     }
     SettingsStore store;
     Log log;

@@ -1,6 +1,7 @@
 // The fast scan beside the plain one on any log. The first four bytes choose: findAll, case and
 // whole words with the kinds of one or two criteria, the size of the blocks, the longest line that
-// is held (even: the log is scanned in two parts), the position. The criteria follow, each up to its LF, and the rest is the log.
+// is held (even: the log is scanned in two parts), the position. The criteria follow, each up to
+// its LF, and the rest is the log.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -72,8 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     state.lastSize = -1;
     fuzz::PlainScan plain = fuzz::ScanPlainly(log, state.position, criteria, findAll, longest);
     LogScanFindings found = ScanTextLog(file.Write(log), matchers, findAll, state, tuning);
-    if (found.result != plain.result || found.state.position != plain.position || found.foundLine.View() != plain.foundLine ||
-        found.byFirst != plain.byFirst) {
+    if (found.result != plain.result || found.state.position != plain.position ||
+        found.foundLine.View() != plain.foundLine || found.byFirst != plain.byFirst) {
         abort();
     }
     return 0;

@@ -1,6 +1,6 @@
 #!/bin/sh
-# The layout of all C++ files, and the agent and the client for the other compiler and library and
-# under clang-tidy and cppcheck; clean means no output but the last line.
+# The layout of all C++ files, and the agent and the client for the other compiler and library, for
+# missing includes, and under clang-tidy and cppcheck; clean means no output but the last line.
 #   sh tools/lint.sh [FILE...]     BUILD_DIR names a configured build directory
 # No tool runs code, so this finds what the tests do not reach.
 set -eu
@@ -14,6 +14,7 @@ want libc++-dev sh -c 'echo "#include <version>" | clang++ -stdlib=libc++ -x c++
 want clang-format command -v clang-format
 want clang-tidy command -v clang-tidy
 want cppcheck command -v cppcheck
+want iwyu command -v include-what-you-use
 install_missing
 [ -f "$build/compile_commands.json" ] || cmake -B "$build" >/dev/null
 
@@ -29,7 +30,8 @@ fi
 
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gnu++20 -fsyntax-only \
     -Wall -Wextra -Wshadow -Wconversion -Werror -I src -I .
+printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" 2>/dev/null
-echo "clang-format, clang with libc++, clang-tidy, cppcheck: clean"
+echo "clang-format, clang with libc++, include-what-you-use, clang-tidy, cppcheck: clean"

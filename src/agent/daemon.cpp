@@ -6,9 +6,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "base/held_lock.h"
 #include "base/platform_child.h"
+#include "base/vystring.h"
 
 namespace zot {
 

@@ -12,8 +12,8 @@ namespace zot {
 // go there.
 void OpenStandardDescriptors();
 
-// Detaches from the terminal: returns true in the detached child, false with errno when fork fails; the parent
-// prints its line and ends with exit code 0.
+// Detaches from the terminal: returns true in the detached child, false with errno when fork fails;
+// the parent prints its line and ends with exit code 0.
 bool Daemonize();
 
 // Closes everything but the standard descriptors. A daemon that kept what its starter had open

@@ -7,14 +7,19 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
 
 #include "agent/session.h"
+#include "agent/waker.h"
 #include "base/descriptor_reserve.h"
 #include "base/platform.h"
+#include "commands/agent_info.h"
 #include "config/ip_filter.h"
+#include "config/log.h"
+#include "config/settings.h"
 
 namespace zot {
 namespace {

@@ -2,15 +2,18 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <utility>
 
+#include "agent/upgrade.h"
 #include "base/children.h"
 #include "base/sockets.h"
 #include "config/config_file.h"
+#include "config/log.h"
 
 namespace zot {
 namespace {

@@ -5,15 +5,20 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <utility>
 
 #include "agent/agent_control.h"
 #include "agent/command_line.h"
 #include "agent/daemon.h"
+#include "agent/front.h"
 #include "agent/listener.h"
 #include "agent/self_check.h"
 #include "agent/signals.h"
 #include "base/descriptor_limit.h"
+#include "base/owners.h"
 #include "base/platform.h"
+#include "base/vystring.h"
+#include "commands/agent_info.h"
 #include "config/config_file.h"
 #include "config/log.h"
 #include "config/settings.h"

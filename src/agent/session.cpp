@@ -7,14 +7,21 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "agent/signals.h"
+#include "agent/waker.h"
+#include "base/clock.h"
 #include "base/platform.h"
+#include "commands/agent_info.h"
+#include "config/log.h"
+#include "config/settings.h"
 
 namespace zot {
 namespace {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "agent/agent_control.h"
 #include "agent/upgrade.h"
@@ -13,6 +14,7 @@
 #include "base/vystring.h"
 #include "commands/dispatcher.h"
 #include "protocol/packet.h"
+#include "protocol/reply.h"
 
 namespace zot {
 

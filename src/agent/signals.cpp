@@ -4,7 +4,11 @@
 
 #include <atomic>
 
+#include "base/clock.h"
 #include "base/descriptor_limit.h"
+#include "base/vystring.h"
+#include "config/log.h"
+#include "config/settings.h"
 
 namespace zot {
 namespace {

@@ -9,9 +9,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 
 #include "base/ascii.h"
 #include "base/files.h"
+#include "base/numbers.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -1,5 +1,7 @@
 #include "base/escaping.h"
 
+#include <cstddef>
+
 namespace zot {
 
 void AppendEscaped(VyString& result, std::string_view text) {

@@ -1,6 +1,9 @@
 #include "base/md5.h"
 
+#include <cstring>
 #include <utility>
+
+#include "base/byte_order.h"
 
 namespace zot {
 namespace {

@@ -1,6 +1,7 @@
 // SHA-256 and SHA-512 (FIPS 180-4).
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>

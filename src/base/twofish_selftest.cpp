@@ -1,6 +1,8 @@
 // The start-up test of Twofish against the published values.
+#include <cstdint>
 #include <cstring>
 
+#include "base/twofish.h"
 #include "base/twofish_internal.h"
 
 namespace zot {

@@ -1,6 +1,8 @@
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "base/platform.h"

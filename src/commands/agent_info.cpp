@@ -2,9 +2,12 @@
 
 #include <sys/utsname.h>
 
+#include <cstddef>
 #include <initializer_list>
+#include <span>
 #include <string_view>
 
+#include "base/vystring.h"
 #include "config/check_table.h"
 
 namespace zot {
@@ -68,8 +71,8 @@ void GetInfo(const AgentSettings& settings, const ConnectionCounters& counters, 
     reply.AppendFormatted("Port=%d", settings.port);
     reply.AppendFormatted("Timeout=%d", settings.timeout);
     AppendPair(reply, "Comment=", settings.comment);
-    AppendChecks(reply, settings, CheckRecord::Kind::kAction, "Available actions=",
-                 "Enabled actions=");
+    AppendChecks(reply, settings, CheckRecord::Kind::kAction,
+                 "Available actions=", "Enabled actions=");
     AppendSystem(reply);
 }
 

@@ -1,8 +1,13 @@
 #include "commands/command_table.h"
 
+#include <array>
+#include <iterator>
+#include <string>
 #include <vector>
 
+#include "base/vystring.h"
 #include "checks/files/file_checks.h"
+#include "commands/agent_info.h"
 #include "commands/remote_settings.h"
 #include "config/config_file.h"
 
@@ -62,8 +67,8 @@ constexpr Command Own(std::string_view name, ProcessHandler handler, Permission 
 
 // The listing serves whoever sets up one of these.
 constexpr bool AgentSettings::*kListingSwitches[] = {
-    &AgentSettings::testFolderSize, &AgentSettings::testCountFiles,
-    &AgentSettings::testFileExists, &AgentSettings::testFileCrc,
+    &AgentSettings::testFolderSize,   &AgentSettings::testCountFiles,
+    &AgentSettings::testFileExists,   &AgentSettings::testFileCrc,
     &AgentSettings::testCompareFiles, &AgentSettings::testTextLog,
 };
 

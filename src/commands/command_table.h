@@ -6,12 +6,14 @@
 
 #include "commands/dispatcher.h"
 #include "config/check_table.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 
 namespace zot {
 
 enum class Permission {
     kAnyone,
-    kTest,     // one of the switches, as for an action; only the refusals differ
+    kTest,  // one of the switches, as for an action; only the refusals differ
     kAction,
     kManage,   // allowManage and manageAddr
     kUpgrade,  // allowUpdates and updateAddr

@@ -1,7 +1,10 @@
 #include "commands/dispatcher.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <span>
 
+#include "base/vystring.h"
 #include "commands/command_table.h"
 #include "config/ip_filter.h"
 

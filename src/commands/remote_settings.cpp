@@ -1,7 +1,12 @@
 #include "commands/remote_settings.h"
 
+#include <cstddef>
+#include <iterator>
+#include <string>
 #include <vector>
 
+#include "base/escaping.h"
+#include "base/numbers.h"
 #include "config/check_table.h"
 #include "config/config_file.h"
 #include "protocol/request_text.h"

@@ -5,6 +5,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/vystring.h"
 #include "config/settings.h"
 #include "protocol/reply.h"
 

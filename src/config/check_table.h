@@ -27,13 +27,13 @@ struct CheckRecord {
     enum class Kind { kTest, kAction };
 
     Kind kind = Kind::kTest;
-    std::string_view key;                      // of the configuration file; empty: it has none
-    bool AgentSettings::*enabled = nullptr;    // the switch; every record has one
-    bool enabledByDefault = true;              // what every load resets the switch to
-    SaveRule save = SaveRule::kAlways;         // of the key
-    std::string_view name;                     // of the switch, in SetSettings and GetInfo
-    bool remote = true;                        // SetSettings may change the switch
-    int infoPlace = 0;                         // in GetInfo's list of the kind, from 1; 0: nowhere
+    std::string_view key;                       // of the configuration file; empty: it has none
+    bool AgentSettings::*enabled = nullptr;     // the switch; every record has one
+    bool enabledByDefault = true;               // what every load resets the switch to
+    SaveRule save = SaveRule::kAlways;          // of the key
+    std::string_view name;                      // of the switch, in SetSettings and GetInfo
+    bool remote = true;                         // SetSettings may change the switch
+    int infoPlace = 0;                          // in GetInfo's list of the kind, from 1; 0: nowhere
     std::array<CheckCommand, 2> commands = {};  // what the switch allows; those that are not empty
 };
 

@@ -4,8 +4,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
+#include <initializer_list>
 #include <limits>
+#include <string_view>
+#include <system_error>
+#include <utility>
 
 #include "base/ascii.h"
 #include "base/files.h"

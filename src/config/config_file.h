@@ -9,8 +9,8 @@
 
 namespace zot {
 
-// Fills `settings` from the file named by its configPath. False with the reasons in `errorText`; what
-// was applied before a failure stays. A warning alone, also in `errorText`, is no failure.
+// Fills `settings` from the file named by its configPath. False with the reasons in `errorText`;
+// what was applied before a failure stays. A warning alone, also in `errorText`, is no failure.
 bool LoadConfig(AgentSettings& settings, VyString& errorText);
 
 // LoadConfig as one change of the published settings, under the configuration mutex.
@@ -23,7 +23,7 @@ bool SaveConfig(AgentSettings& settings, VyString& errorText);
 // Changes the published settings and saves them in one step, under the configuration mutex; the
 // change counts also when the save fails.
 bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
-                     VyString& errorText);
+                      VyString& errorText);
 
 // Derives activeFilter, script paths and tmpDir, and exports TMPDIR when its value changes.
 void PostProcessConfig(AgentSettings& settings, VyString& errorText);

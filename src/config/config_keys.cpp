@@ -1,6 +1,7 @@
 #include "config/config_keys.h"
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "base/ascii.h"
@@ -23,11 +24,8 @@ constexpr ConfigKey Text(std::string_view name, VyString A::*text, const char* v
 
 constexpr ConfigKey Flag(std::string_view name, bool A::*flag, bool value,
                          SaveRule save = kAlways) {
-    return {.name = name,
-            .kind = ConfigKind::kFlag,
-            .save = save,
-            .flag = flag,
-            .defaultFlag = value};
+    return {
+        .name = name, .kind = ConfigKind::kFlag, .save = save, .flag = flag, .defaultFlag = value};
 }
 
 constexpr ConfigKey Number(std::string_view name, int32_t A::*number, std::optional<int32_t> value,

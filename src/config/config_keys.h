@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/vystring.h"
 #include "config/settings.h"
 
 namespace zot {

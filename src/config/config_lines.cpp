@@ -1,6 +1,9 @@
 #include "config/config_lines.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <memory>
 
 #include "base/files.h"
 

@@ -2,6 +2,8 @@
 // into key and value.
 #pragma once
 
+#include <stdio.h>
+
 #include <cstddef>
 #include <string_view>
 

@@ -8,14 +8,21 @@
 
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <span>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/files.h"
 #include "base/owners.h"
+#include "base/vystring.h"
 #include "config/config_file.h"
 #include "config/config_keys.h"
 #include "config/config_lines.h"
+#include "config/settings.h"
 
 namespace zot {
 namespace {
@@ -201,7 +208,7 @@ bool Fail(VyString& errorText, std::string_view what, std::string_view path) {
 }  // namespace
 
 bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
-                     VyString& errorText) {
+                      VyString& errorText) {
     return store.Change([&](AgentSettings& settings) {
         change(settings);
         return SaveConfig(settings, errorText);

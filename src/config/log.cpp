@@ -17,6 +17,7 @@
 #include <ctime>
 
 #include "base/owners.h"
+#include "base/vystring.h"
 
 namespace zot {
 namespace {

@@ -1,8 +1,11 @@
 #include "expr/condition.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
+#include <string>
 
+#include "expr/operator_table.h"
 #include "expr/text_functions.h"
 
 namespace zot {
@@ -91,8 +94,7 @@ bool EvaluateCondition(const ExpressionParser& parser, VyString& errorText) {
 
 bool EvaluateConditionText(std::string_view expressionText, VyString& errorText) {
     ExpressionParser parser(ConditionOperatorTable);
-    return ParseExpression(parser, expressionText, false) &&
-           EvaluateCondition(parser, errorText);
+    return ParseExpression(parser, expressionText, false) && EvaluateCondition(parser, errorText);
 }
 
 }  // namespace zot

@@ -2,6 +2,7 @@
 // alert.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 #include <vector>
 

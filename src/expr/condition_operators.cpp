@@ -4,7 +4,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <limits>
+#include <string>
 
 #include "expr/find_text.h"
 #include "expr/number.h"

@@ -1,6 +1,10 @@
 #include "expr/expression_parser.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "base/ascii.h"

@@ -20,8 +20,9 @@ struct ExpressionParser {
     VyString errorText;   // empty, or what was wrong with the last text
 };
 
-// Parses the text. False, with `errorText` set, on failure. The view moves past what was read. With `checkOnly` the output is left as it is. An unmatched "(" is no failure: it
-// ends in the output, where the evaluators fail on it. Throws only std::bad_alloc.
+// Parses the text. False, with `errorText` set, on failure. The view moves past what was read. With
+// `checkOnly` the output is left as it is. An unmatched "(" is no failure: it ends in the output,
+// where the evaluators fail on it. Throws only std::bad_alloc.
 bool ParseExpression(ExpressionParser& parser, std::string_view& expressionText, bool checkOnly);
 
 // Takes the next token off the front of the text. It is a view of the text or an operator's

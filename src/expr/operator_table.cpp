@@ -1,6 +1,7 @@
 #include "expr/operator_table.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "base/ascii.h"
 

@@ -1,7 +1,11 @@
 #include "expr/search.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <string>
 #include <utility>
+
+#include "expr/operator_table.h"
 
 namespace zot {
 namespace {

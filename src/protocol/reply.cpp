@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "base/escaping.h"
 #include "protocol/request_text.h"
 
 namespace zot {

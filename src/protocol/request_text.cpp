@@ -1,6 +1,10 @@
 #include "protocol/request_text.h"
 
 #include <algorithm>
+#include <cstddef>
+
+#include "base/numbers.h"
+#include "base/vystring.h"
 
 namespace zot {
 namespace {

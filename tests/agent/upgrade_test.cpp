@@ -134,9 +134,9 @@ TEST_F(UpgradeTest, NamesThatAShellWouldTakeApartGetNoScript) {
         std::string agentPath, tmpDir;
         const char* error;
     } cases[] = {
-        {"/opt/zot_1.36+b-2", folder, ""},    {"/opt/my zot", folder, kRefusal},
-        {"/opt/zot;id", folder, kRefusal},    {"/opt/zot'", folder, kRefusal},
-        {"/opt/$HOME", folder, kRefusal},     {"/opt/zot*", folder, kRefusal},
+        {"/opt/zot_1.36+b-2", folder, ""},     {"/opt/my zot", folder, kRefusal},
+        {"/opt/zot;id", folder, kRefusal},     {"/opt/zot'", folder, kRefusal},
+        {"/opt/$HOME", folder, kRefusal},      {"/opt/zot*", folder, kRefusal},
         {"/opt/z\xC3\xB6t", folder, kRefusal}, {"/opt/zot", folder + "/a b", kRefusal},
     };
     std::filesystem::create_directory(dir_ / "a b");

@@ -6,6 +6,8 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <cstdint>
+
 #include "base/platform.h"
 
 namespace zot {

@@ -1,13 +1,20 @@
 #include "checks/files/count_files.h"
 
+#include <sys/stat.h>
+
 #include <ctime>
 #include <utility>
 
+#include "base/numbers.h"
+#include "base/vystring.h"
 #include "checks/files/directory.h"
 #include "checks/files/file_checks.h"
 #include "checks/files/name_mask.h"
 #include "checks/files/parameters.h"
 #include "checks/files/tree_walk.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
+#include "protocol/request_text.h"
 
 namespace zot {
 namespace {

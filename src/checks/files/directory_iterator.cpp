@@ -1,5 +1,7 @@
 #include "checks/files/directory_iterator.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
 
 #include "checks/files/path.h"

@@ -2,10 +2,20 @@
 // Mode 1 compares: 4 modification times, 5 sizes, 6 contents; 12, 13 macros in file 1, in file 2.
 // Mode 2 finds the content of file 2 in file 1: 9 macros in file 1.
 // Mode 3 finds the text in file 1: 4 case-sensitive, 5 whole word; 11 macros in file 1.
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "base/vystring.h"
 #include "checks/files/file_checks.h"
 #include "checks/files/file_content.h"
 #include "checks/files/parameters.h"
 #include "checks/files/path.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
+#include "protocol/request_text.h"
 
 namespace zot {
 namespace {

@@ -1,9 +1,11 @@
 #include "checks/files/file_content.h"
 
 #include <string.h>
+#include <sys/types.h>
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "base/ascii.h"
 #include "base/files.h"

@@ -1,9 +1,14 @@
+#include <cstdint>
 #include <ctime>
+#include <string_view>
 
+#include "base/vystring.h"
 #include "checks/files/directory_iterator.h"
 #include "checks/files/file_checks.h"
 #include "checks/files/parameters.h"
 #include "checks/files/path.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 
 namespace zot {
 

@@ -1,15 +1,21 @@
 #include "checks/files/file_hash.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
+#include <memory>
 #include <span>
 
 #include "base/crc32.h"
 #include "base/files.h"
 #include "base/md5.h"
+#include "base/numbers.h"
 #include "base/sha2.h"
 #include "checks/files/file_checks.h"
 #include "checks/files/path.h"
 #include "checks/files/regular_file.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {
@@ -86,7 +92,7 @@ Reader* ReaderFor(HashAlgorithm algorithm) {
 }  // namespace
 
 bool HashFile(std::string_view path, HashAlgorithm algorithm, VyString& value,
-             std::string_view& errorText) {
+              std::string_view& errorText) {
     Reader* reader = ReaderFor(algorithm);
     RegularFile file;
     if (reader == nullptr) {

@@ -20,6 +20,6 @@ enum class HashAlgorithm : int32_t { kCrc32 = 0, kMd5 = 1, kSha256 = 2, kSha512 
 // know the outcomes of a reader that went through the file in such blocks and took a block of
 // nothing for an error.
 bool HashFile(std::string_view path, HashAlgorithm algorithm, VyString& value,
-             std::string_view& errorText);
+              std::string_view& errorText);
 
 }  // namespace zot

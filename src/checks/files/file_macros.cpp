@@ -1,5 +1,6 @@
 #include "checks/files/file_macros.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "checks/files/directory_iterator.h"

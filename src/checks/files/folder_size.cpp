@@ -1,5 +1,7 @@
 #include "checks/files/folder_size.h"
 
+#include <sys/stat.h>
+
 #include <utility>
 
 #include "base/vystring.h"
@@ -9,6 +11,8 @@
 #include "checks/files/parameters.h"
 #include "checks/files/path.h"
 #include "checks/files/tree_walk.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 
 namespace zot {
 namespace {

@@ -1,5 +1,6 @@
 #include "checks/files/path.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zot {

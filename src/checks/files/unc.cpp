@@ -1,9 +1,14 @@
 #include <errno.h>
 #include <sys/time.h>
 
+#include <cstdint>
+#include <string_view>
+
 #include "base/platform.h"
 #include "base/vystring.h"
 #include "checks/files/file_checks.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -5,6 +5,7 @@
 #include "expr/condition.h"
 #include "expr/expression_parser.h"
 #include "expr/find_text.h"
+#include "expr/operator_table.h"
 #include "expr/search.h"
 
 namespace zot {

@@ -1,6 +1,7 @@
 #include "checks/logs/log_scanner.h"
 
 #include <errno.h>
+#include <sys/stat.h>
 
 #include <thread>
 
@@ -46,7 +47,8 @@ int64_t FailWithSystemError(LogScanFindings& found) {
     return Fail(found, text);
 }
 
-// Returns the result; all else that is told stands in `found`, whose state is that of the last scan.
+// Returns the result; all else that is told stands in `found`, whose state is that of the last
+// scan.
 int64_t Scan(std::string_view path, const LineMatchers& matchers, bool findAll,
              const LogScanTuning& tuning, LogScanFindings& found) {
     LogScanState& state = found.state;

@@ -1,5 +1,7 @@
 #include "checks/logs/log_watch.h"
 
+#include "base/escaping.h"
+#include "base/numbers.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -1,8 +1,12 @@
 #include "checks/logs/new_lines.h"
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include "base/vystring.h"
 
 namespace zot {
 namespace {

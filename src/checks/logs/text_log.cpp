@@ -1,8 +1,15 @@
+#include <memory>
+#include <string_view>
 #include <utility>
 
+#include "base/escaping.h"
+#include "base/vystring.h"
 #include "checks/files/directory_iterator.h"
+#include "checks/logs/line_matcher.h"
 #include "checks/logs/log_checks.h"
 #include "checks/logs/log_watch.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

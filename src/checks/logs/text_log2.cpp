@@ -1,10 +1,19 @@
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <string_view>
 
+#include "base/escaping.h"
+#include "base/numbers.h"
+#include "base/vystring.h"
 #include "checks/files/directory_iterator.h"
 #include "checks/files/file_macros.h"
+#include "checks/logs/line_matcher.h"
 #include "checks/logs/log_checks.h"
 #include "checks/logs/log_watch.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -4,11 +4,16 @@
 #include "checks/logs/two_part_scan.h"
 
 #include <errno.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <sys/types.h>
 
 #include <exception>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "base/files.h"
 #include "base/thread.h"

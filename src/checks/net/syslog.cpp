@@ -1,11 +1,20 @@
 #include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
+#include <string_view>
 
+#include "base/escaping.h"
+#include "base/numbers.h"
 #include "base/sockets.h"
+#include "base/vystring.h"
 #include "checks/net/net_checks.h"
 #include "checks/net/syslog_message.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -1,8 +1,18 @@
+#include <netinet/in.h>
+
 #include <chrono>
+#include <cstdint>
+#include <string_view>
 #include <thread>
 
+#include "base/escaping.h"
+#include "base/numbers.h"
+#include "base/owners.h"
 #include "base/sockets.h"
+#include "base/vystring.h"
 #include "checks/net/net_checks.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

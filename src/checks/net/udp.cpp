@@ -1,6 +1,15 @@
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "base/escaping.h"
+#include "base/numbers.h"
 #include "base/sockets.h"
+#include "base/vystring.h"
 #include "checks/net/measured_exchange.h"
 #include "checks/net/net_checks.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

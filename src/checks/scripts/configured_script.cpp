@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <initializer_list>
+#include <string>
 #include <thread>
 
 #include "checks/scripts/run_process.h"

@@ -1,5 +1,11 @@
+#include <cstdint>
+#include <string_view>
+
+#include "base/numbers.h"
 #include "checks/scripts/external_program.h"
 #include "checks/scripts/script_checks.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -1,5 +1,6 @@
 #include "checks/scripts/external_program.h"
 
+#include "base/vystring.h"
 #include "checks/scripts/run_process.h"
 #include "protocol/request_text.h"
 

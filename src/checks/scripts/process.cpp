@@ -1,7 +1,12 @@
+#include <string_view>
+
+#include "base/vystring.h"
 #include "checks/scripts/configured_script.h"
 #include "checks/scripts/script_checks.h"
 #include "checks/scripts/script_output.h"
 #include "checks/scripts/temp_name.h"
+#include "config/settings.h"
+#include "protocol/reply.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -80,7 +81,7 @@ bool TakeMarker(const char* path, VyString& errorText) {
 }  // namespace
 
 bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
-               int& exitCode, VyString& errorText) {
+                int& exitCode, VyString& errorText) {
     errorText.Clear();
     ArgumentList command(commandLine);
     ChildProcess child(command.Arguments(), options, ChildProcess::ExecFailure::kMarked);
@@ -112,8 +113,9 @@ bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64
     return true;
 }
 
-bool RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std::string_view tmpDir,
-                    int64_t timeoutMs, int& exitCode, VyString& errorText) {
+bool RunProcessQuiet(std::string_view commandLine, std::string_view workDir,
+                     std::string_view tmpDir, int64_t timeoutMs, int& exitCode,
+                     VyString& errorText) {
     ChildOptions options;
     options.tmpDir = tmpDir;
     options.workDir = workDir;

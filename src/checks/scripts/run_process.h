@@ -16,15 +16,16 @@ constexpr int64_t kDoNotWait = -1;  // start, watch for one second, leave it run
 // Runs a command line (split as ArgumentList does) and waits for its end. `timeoutMs` counts in
 // whole seconds: a program is killed, with its process group, at the first full second that
 // exceeds it; a negative time-out other than kDoNotWait kills at once.
-// Returns true with the program's exit code, or false with `errorText`: "fork error", "exec error: " and
-// the system's text, "abnormal termination" (ended by a signal, or killed), "cannot terminate
+// Returns true with the program's exit code, or false with `errorText`: "fork error", "exec error:
+// " and the system's text, "abnormal termination" (ended by a signal, or killed), "cannot terminate
 // process". A program that was left running has exit code 0.
 bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64_t timeoutMs,
-               int& exitCode, VyString& errorText);
+                int& exitCode, VyString& errorText);
 
 // The same with all three streams on /dev/null.
-bool RunProcessQuiet(std::string_view commandLine, std::string_view workDir, std::string_view tmpDir,
-                    int64_t timeoutMs, int& exitCode, VyString& errorText);
+bool RunProcessQuiet(std::string_view commandLine, std::string_view workDir,
+                     std::string_view tmpDir, int64_t timeoutMs, int& exitCode,
+                     VyString& errorText);
 
 // Lets the shell run a command and waits for its end without limit, whatever that end is. Unlike
 // system() it leaves the signals of the process alone. False when no child could be

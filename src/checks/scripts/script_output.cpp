@@ -1,11 +1,13 @@
 #include "checks/scripts/script_output.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <limits>
+#include <memory>
 
 #include "base/files.h"
 

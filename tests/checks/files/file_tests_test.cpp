@@ -72,11 +72,9 @@ TEST(FileTests, CountFiles) {
     test::TempDir dir;
     auto answer = [&dir](const std::string& folder, const char* mode, const char* value,
                          const char* macros = "0") {
-        return Answer(TestCountFiles, Lines({{1, dir / folder},
-                                             {2, "*.txt"},
-                                             {4, mode},
-                                             {5, value},
-                                             {11, macros}}));
+        return Answer(
+            TestCountFiles,
+            Lines({{1, dir / folder}, {2, "*.txt"}, {4, mode}, {5, value}, {11, macros}}));
     };
     EXPECT_EQ(answer("", "0", "0"), "200\n0\n");
     test::MakeFolder(dir / "sub");
