@@ -6,7 +6,7 @@
 namespace zot {
 namespace {
 
-// The system takes a lease away by itself after some time, 45 seconds as a rule.
+// The system takes a lease away by itself after some time, usually 45 seconds.
 constexpr int kLeaseTries = 6000;
 constexpr int kLeaseIntervalMs = 10;
 
@@ -20,7 +20,7 @@ UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags) {
     // To open a tape or the reading end of a pipe already does something to it.
     if (!IsRegularFile(path)) return UniqueFd();
     UniqueFd fd(OpenAtOnce(path, flags));
-    // The holder of a write lease, a file server as a rule, is asked for it by the first try. To
+    // The holder of a write lease, usually a file server, is asked for it by the first try. To
     // wait in the call would also mean to wait for whoever put a fifo in the file's place.
     for (int i = 0; !fd && errno == EWOULDBLOCK && i < kLeaseTries; ++i) {
         poll(nullptr, 0, kLeaseIntervalMs);

@@ -22,7 +22,7 @@ constexpr int kShift[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, 
 constexpr size_t kWordFactor[4] = {1, 5, 3, 7};
 constexpr size_t kWordStart[4] = {0, 1, 5, 0};
 
-// Keeps the compiler from moving the additions that made `sum` behind those that follow.
+// Keeps the compiler from moving the additions that made `sum` past those that follow.
 [[gnu::always_inline]] inline void Settle(uint32_t& sum) { asm("" : "+r"(sum)); }
 
 // One of the 64 steps. Each waits for `b` of the step before, so the speed of MD5 is the number of

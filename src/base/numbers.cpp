@@ -16,7 +16,7 @@ struct Number {
     size_t digits = 0;       // how many were read
 };
 
-// Reads an optional sign and the digits behind it from the front of the text.
+// Reads an optional sign and the digits after it from the front of the text.
 Number ReadNumber(std::string_view& text) {
     Number number;
     if (!text.empty() && (text.front() == '-' || text.front() == '+')) {

@@ -10,7 +10,7 @@
 namespace zot {
 
 // So many look-ups with a limit run at once. One whose limit has passed runs on until the system's
-// resolver gives up, 20 seconds as a rule where name servers are dead; further ones then wait for
+// resolver gives up, usually 20 seconds where name servers are dead; further ones then wait for
 // it within their own limits.
 inline constexpr int kMaxLookups = 16;
 

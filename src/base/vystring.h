@@ -91,7 +91,7 @@ class VyString {
     void CopyToBuffer(char* buffer, size_t size) const noexcept;
     // Decimal text, right-aligned in at least six places ("%6lld").
     static VyString FormatInt64(int64_t value);
-    // Makes the buffer NUL-terminated, zeroes what lies behind the text, and returns it.
+    // Makes the buffer NUL-terminated, zeroes what follows the text, and returns it.
     const char* Terminate();
 
   private:

@@ -22,7 +22,7 @@ namespace {
 
 constexpr int32_t kDefaultTimeout = 4000;  // milliseconds
 
-// Leading blanks, a sign and the digits behind it; what is no number gives 0, what is too large
+// Leading blanks, a sign and the digits after it; what is not a number gives 0, what is too large
 // the limit.
 int32_t LeadingNumber(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));

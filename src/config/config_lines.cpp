@@ -50,7 +50,7 @@ bool ConfigReader::Next(std::string_view& line) {
 }
 
 bool SplitConfigLine(std::string_view line, ConfigLine& parts) {
-    // Only the very first character makes a comment; behind a blank it is part of a key.
+    // Only the very first character makes a comment; after a blank it is part of a key.
     if (line.empty() || line.front() == '#' || line.front() == ';') return false;
     size_t equals = line.find('=');
     if (equals == std::string_view::npos) return false;

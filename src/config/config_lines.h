@@ -12,7 +12,7 @@
 
 namespace zot {
 
-// The most that is one line: what a longer line holds behind it counts as a line of its own.
+// The longest line: what follows in a longer one counts as a line of its own.
 inline constexpr size_t kMaxConfigLine = 1023;
 
 // Reads a file line by line and leaves no copy of its passwords in memory.

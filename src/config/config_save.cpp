@@ -180,7 +180,7 @@ class LineRewriter {
 };
 
 // Keeps the current file under the name `old` and puts the new one in its place. The hard link
-// leaves no moment without a file; where links are not to be had, two renames do.
+// leaves no moment without a file; where there are no links, two renames do.
 bool PutInPlace(const char* fresh, const char* path, const char* old) {
     unlink(old);
     bool moved = linkat(AT_FDCWD, path, AT_FDCWD, old, 0) != 0 && rename(path, old) == 0;

@@ -18,7 +18,7 @@ void Report(VyString& errorText, std::string_view what, std::string_view text) {
     errorText.Append(") specified");
 }
 
-// Gives the address in host byte order; false with `errorText` set if the text is none.
+// Gives the address in host byte order; false with `errorText` set if the text is not one.
 bool ParseAddress(std::string_view text, uint32_t& address, VyString& errorText) {
     VyString copy(text);
     in_addr_t parsed = inet_addr(copy.Terminate());
@@ -51,7 +51,7 @@ bool IpInList(uint32_t address, std::string_view list, VyString& errorText) {
         uint32_t first = 0;
         uint32_t last = 0;
         ParseIpItem(rest, first, last, errorText);
-        if (first == 0) break;  // also 0.0.0.0: the items behind it are out of reach
+        if (first == 0) break;  // also 0.0.0.0: the items after it are out of reach
         if (last == 0) last = first;
         found = std::min(first, last) <= wanted && wanted <= std::max(first, last);
     }

@@ -21,7 +21,7 @@ class ConditionProgram {
 
     // Tells whether the condition is true of the line, which stands in the place of every operand
     // that reads %data% within its quotes. False with a message in `errorText` on failure, with an
-    // empty `errorText` otherwise. The line is put there as it stands, so that a line which spells
+    // empty `errorText` otherwise. The line is put there unchanged, so that a line which spells
     // an operator is one.
     bool Evaluate(std::string_view line, VyString& errorText) { return Run(&line, errorText); }
     // Evaluate without the message, for which nothing is done on a line that cannot be true.

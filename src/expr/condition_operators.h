@@ -11,7 +11,7 @@
 
 namespace zot {
 
-// What a text is as a number; empty when it is none.
+// The number that a text is; empty when it is not one.
 using ConditionNumber = std::optional<double>;
 
 ConditionNumber ReadConditionNumber(std::string_view text) noexcept;

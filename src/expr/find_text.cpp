@@ -215,7 +215,7 @@ class Search {
     const Needle& needle_;
     std::string_view text_;
     size_t begin_;
-    size_t end_;  // behind the last position at which the pattern fits
+    size_t end_;  // after the last position at which the pattern fits
     ByteMatcher rarest_;
     ByteMatcher nextRarest_;
     size_t compared_ = 0;

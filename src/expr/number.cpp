@@ -164,7 +164,7 @@ bool ParseNumber(std::string_view text, double& value) noexcept {
     text = Unquote(text);
     if (text.empty() || (text[0] != '+' && text[0] != '-' && !IsDigit(text[0]))) return false;
     std::string_view first = FirstWord(text);
-    // One word must be the whole text, without a blank behind it.
+    // One word must be the whole text, without a blank after it.
     if (first.size() == text.size()) return ParseBinary(text, value) || ParseDecimal(text, value);
     double number = 0;
     if (!ParseDecimal(first, number)) return false;

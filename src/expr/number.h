@@ -6,7 +6,7 @@
 
 namespace zot {
 
-// Reads a number from a text that may stand in quotes; false if it is none. A decimal
+// Reads a number from a text that may stand in quotes; false if it is not one. A decimal
 // number gives the nearest double, which is infinite when the number is too large for one.
 bool ParseNumber(std::string_view text, double& value) noexcept;
 

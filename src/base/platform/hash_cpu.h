@@ -1,5 +1,5 @@
 // The file hashes in the processor's own instructions. One file per kind of processor implements
-// this, chosen by the build; the portable code in crc32 and sha2 serves where there is none.
+// this, chosen by the build; elsewhere the portable code in crc32 and sha2 serves.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,7 @@ struct HashFunctions {
 };
 
 // The accelerated functions that the running processor can execute; null where it has none.
-// It asks the processor anew at each call: callers keep the answer.
+// Each call asks the processor again: callers keep the answer.
 HashFunctions AcceleratedHashes();
 
 }  // namespace zot

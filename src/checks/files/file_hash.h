@@ -12,7 +12,7 @@ namespace zot {
 enum class HashAlgorithm : int32_t { kCrc32 = 0, kMd5 = 1, kSha256 = 2, kSha512 = 3 };
 
 // Reads the whole file. Returns true with `value` set: a digest in lower-case hexadecimal, or the
-// CRC-32 register as it stands, without the final inversion, in decimal. False with
+// CRC-32 register without the final inversion, in decimal. False with
 // `errorText` set ("File is not specified", "Cannot open file", "Read error"; empty for an
 // algorithm that is none of the above).
 //

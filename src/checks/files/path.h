@@ -18,7 +18,7 @@ int32_t LastCharOf(std::string_view set, std::string_view text) noexcept;
 
 // Everything up to and including the last "/"; empty when there is none.
 std::string_view DirectoryPart(std::string_view path) noexcept;
-// Everything behind the last "/", 4095 characters at most.
+// Everything after the last "/", 4095 characters at most.
 std::string_view NamePart(std::string_view path) noexcept;
 // From the last "." of the name on, 4095 characters at most; empty when the name has none.
 std::string_view ExtensionOf(std::string_view path) noexcept;

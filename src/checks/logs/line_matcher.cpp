@@ -63,7 +63,7 @@ class TextMatcher : public LineMatcher {
 
     int64_t MatchPart(std::string_view part, bool isFirst, bool isLast) override {
         int64_t found = pattern_.Find(part, isFirst ? 1 : 2);
-        // What stands behind it, and so whether it is a word, the next part tells.
+        // The next part tells what follows, and so whether this is a word.
         bool undecided = !isLast && found + static_cast<int64_t>(pattern_.Size()) >
                                         static_cast<int64_t>(part.size());
         return undecided ? 0 : found;

@@ -63,7 +63,7 @@ int64_t NewLines::Scan(struct stat& status) {
     }
 }
 
-// Room for so many bytes in all.
+// Room for this many bytes in all.
 void NewLines::MakeRoom(size_t needed) {
     if (capacity_ >= needed) return;
     size_t capacity = std::max(needed, std::min(2 * capacity_, longestLine_));

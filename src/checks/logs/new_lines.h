@@ -25,7 +25,7 @@ class NewLines {
     // Ends a Scan in another thread soon; what it found is then worth nothing.
     void Stop() noexcept { stopped_.store(true, std::memory_order_relaxed); }
 
-    // Moves `position` behind each line. Returns as ScanTextLog; -1 with errno. `status` becomes
+    // Moves `position` past each line. Returns as ScanTextLog; -1 with errno. `status` becomes
     // that of the file just before its end was found, so that what is written later shows as a
     // difference from it.
     int64_t Scan(struct stat& status);
