@@ -2,7 +2,10 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <ctime>
+#include <limits>
+#include <optional>
 #include <utility>
 
 #include "base/numbers.h"
@@ -22,14 +25,18 @@ namespace {
 // Whole minutes, cut to the 32 bits that ages are compared in.
 int32_t Minutes(time_t seconds) { return static_cast<int32_t>(seconds / 60); }
 
+// The minute that so many minutes ago was. A value of more than 32 bits counts as the largest.
+int32_t MinutesAgo(int64_t value) {
+    using Limits = std::numeric_limits<int32_t>;
+    auto minutes = std::clamp<int64_t>(value, Limits::min(), Limits::max());
+    return static_cast<int32_t>(static_cast<uint32_t>(Minutes(std::time(nullptr))) -
+                                static_cast<uint32_t>(minutes));
+}
+
 class Criterion {
   public:
-    Criterion(std::string_view mask, CountMode mode, int32_t value)
-        : mask_(mask),
-          mode_(mode),
-          value_(value),
-          border_(static_cast<int32_t>(static_cast<uint32_t>(Minutes(std::time(nullptr))) -
-                                       static_cast<uint32_t>(value))) {}
+    Criterion(std::string_view mask, CountMode mode, int64_t value)
+        : mask_(mask), mode_(mode), value_(value), border_(MinutesAgo(value)) {}
 
     // Whether the mask takes the entry and it is one that listings return.
     bool Admits(Directory& directory, DirectoryEntry& entry) const {
@@ -37,7 +44,7 @@ class Criterion {
                entry.kind != EntryKind::kLink;
     }
     // REQUIRES Admits. Looks closer than the kind only where the mode asks for size or time.
-    bool Counts(const Directory& directory, DirectoryEntry& entry) const {
+    bool Counts(Directory& directory, DirectoryEntry& entry) const {
         if (entry.kind == EntryKind::kDirectory) {
             return mode_ == CountMode::kSubFolders && !entry.IsDots();
         }
@@ -61,8 +68,8 @@ class Criterion {
 
     NameMask mask_;
     CountMode mode_;
-    int32_t value_;
-    int32_t border_;  // the minute that `value_` minutes ago was
+    int64_t value_;
+    int32_t border_;  // in minutes
 };
 
 // Whether the entry carries no attribute but, perhaps, that of a folder.
@@ -93,6 +100,7 @@ int64_t CountFolder(std::string_view folder, const Criterion& criterion) {
         admitted = true;
         if (criterion.Counts(directory, entry)) ++count;
     }
+    if (directory.IsIncomplete()) return -1;
     return admitted || HasPlainEntry(directory) ? count : -1;
 }
 
@@ -114,7 +122,7 @@ class CountWalker {
         }
         return IsToEnter(level, entry);
     }
-    bool Enter(const Level& parent, const char* name, Level& child) const {
+    bool Enter(Level& parent, const char* name, Level& child) const {
         child.entered = true;
         return child.directory.OpenBelow(parent.directory, name);
     }
@@ -147,13 +155,14 @@ int64_t CountTree(std::string_view folder, const Criterion& criterion) {
     CountWalker::Level top;
     if (top.directory.Open(folder) != 0 || !HasPlainEntry(top.directory)) return -1;
     top.plain = true;
-    return static_cast<int64_t>(TreeWalk(walker).Run(std::move(top)));
+    std::optional<uint64_t> count = TreeWalk(walker).Run(std::move(top));
+    return count ? static_cast<int64_t>(*count) : -1;
 }
 
 }  // namespace
 
 int64_t CountFiles(std::string_view folder, std::string_view mask, bool recurse, CountMode mode,
-                   int32_t value) {
+                   int64_t value) {
     Criterion criterion(mask, mode, value);
     return recurse ? CountTree(folder, criterion) : CountFolder(folder, criterion);
 }
@@ -162,8 +171,9 @@ void TestCountFiles(std::string_view params, const AgentSettings& /*settings*/, 
     VyString folder = PathLine(params, 1, 11);
     // As unsigned, so that a negative mode is refused too.
     auto mode = static_cast<uint32_t>(ToInt(GetLine(params, 4)));
-    int32_t value = 0;
-    if (mode >= kCountModes || !ParseInt(GetLine(params, 5), value)) {
+    // Sizes have 64 bits, and so has what they are compared with.
+    int64_t value = 0;
+    if (mode >= kCountModes || !ParseInt64(GetLine(params, 5), value)) {
         return reply.Start("501", "Wrong parameter");
     }
     int64_t count = CountFiles(folder, GetLine(params, 2), FlagLine(params, 3),

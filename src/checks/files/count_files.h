@@ -9,7 +9,7 @@ namespace zot {
 // Numbered as requests carry them.
 enum class CountMode : uint32_t {
     kAllFiles = 0,     // everything that is neither a folder nor a link
-    kOlderThan = 1,    // of these, modified more than `value` minutes ago
+    kOlderThan = 1,    // of these, modified more than `value` minutes ago, counted in 32 bits
     kNewerThan = 2,    // modified less than `value` minutes ago
     kBiggerThan = 3,   // of more than `value` bytes
     kSmallerThan = 4,  // of less than `value` bytes
@@ -17,13 +17,14 @@ enum class CountMode : uint32_t {
 };
 constexpr uint32_t kCountModes = 6;
 
-// Counts what matches `mask`. Returns -1 when the folder cannot be listed.
+// Counts what matches `mask`. Returns -1 when the folder cannot be listed or the count cannot be
+// found out; a folder below it that the agent may not read adds nothing.
 //
 // Without recursion a folder where nothing matches is probed for an entry that is no more than a
 // plain folder or file; one that has none gives -1. With recursion only plain folders (not hidden,
 // not a link, writable for the agent) are entered, and a folder with no plain entry at all gives
 // -1 whatever was counted in it; below the first folder that means nothing is added.
 int64_t CountFiles(std::string_view folder, std::string_view mask, bool recurse, CountMode mode,
-                   int32_t value);
+                   int64_t value);
 
 }  // namespace zot

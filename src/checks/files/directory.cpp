@@ -42,6 +42,31 @@ EntryKind KindOf(const dirent& listed) {
 
 }  // namespace
 
+bool IsAnswer(int error) {
+    switch (error) {
+        case EACCES:
+        case EPERM:
+        case EROFS:
+        case ETXTBSY:
+        case ENOENT:
+        case ESRCH:   // folders of a process that has ended
+        case EINVAL:  // and of its network
+        case ENOTDIR:
+        case ELOOP:
+        case EMLINK:  // what O_NOFOLLOW says on some systems
+        case ENAMETOOLONG:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Notes the reason of a failed call; always false.
+bool Directory::Fail(int error) noexcept {
+    incomplete_ = incomplete_ || !IsAnswer(error);
+    return false;
+}
+
 int Directory::Open(std::string_view path) {
     VyString folder(path);
     if (path.empty()) {
@@ -53,6 +78,7 @@ int Directory::Open(std::string_view path) {
     stream_.reset(opendir(folder.Terminate()));
     pathLength_ = static_cast<size_t>(folder.Length());
     search_ = Search::kUnknown;
+    incomplete_ = false;
     return stream_ ? 0 : errno;
 }
 
@@ -60,10 +86,12 @@ bool Directory::OpenBelow(const Directory& parent, const char* name) {
     size_t length = std::strlen(name) + 1;
     if (!parent.NamesPath(length)) return false;
     constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    incomplete_ = false;
     UniqueFd fd(openat(dirfd(parent.stream_.get()), name, kFlags));
-    if (!fd || EatsIntoReserve(fd.Get())) return false;
+    if (!fd) return Fail(errno);
+    if (EatsIntoReserve(fd.Get())) return Fail(EMFILE);
     stream_.reset(fdopendir(fd.Get()));
-    if (!stream_) return false;
+    if (!stream_) return Fail(errno);
     fd.Release();
     pathLength_ = parent.pathLength_ + length;
     search_ = Search::kUnknown;
@@ -71,7 +99,10 @@ bool Directory::OpenBelow(const Directory& parent, const char* name) {
 }
 
 bool Directory::Next(DirectoryEntry& entry) {
-    while (const dirent* listed = readdir(stream_.get())) {
+    for (;;) {
+        errno = 0;
+        const dirent* listed = readdir(stream_.get());
+        if (listed == nullptr) return errno != 0 && Fail(errno);
         entry.name = listed->d_name;
         // What no path can name does not exist for a walk, even though a descriptor reaches it:
         // the answer must not depend on where a walk starts or how it gets there.
@@ -80,12 +111,14 @@ bool Directory::Next(DirectoryEntry& entry) {
         entry.hasStatus = false;
         return true;
     }
-    return false;
 }
 
-void Directory::Rewind() noexcept { rewinddir(stream_.get()); }
+void Directory::Rewind() noexcept {
+    rewinddir(stream_.get());
+    incomplete_ = false;
+}
 
-bool Directory::Look(DirectoryEntry& entry) const {
+bool Directory::Look(DirectoryEntry& entry) {
     if (entry.hasStatus) return true;
     if (!StatBelow(entry.name, entry.status)) return false;
     entry.kind = KindOf(entry.status.st_mode);
@@ -97,13 +130,13 @@ bool Directory::Classify(DirectoryEntry& entry) {
     return entry.kind == EntryKind::kUnknown ? Look(entry) : IsSearchable();
 }
 
-bool Directory::StatBelow(const char* name, struct stat& status) const {
-    return NamesPath(std::strlen(name)) &&
-           fstatat(dirfd(stream_.get()), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+bool Directory::StatBelow(const char* name, struct stat& status) {
+    if (!NamesPath(std::strlen(name))) return false;
+    return fstatat(dirfd(stream_.get()), name, &status, AT_SYMLINK_NOFOLLOW) == 0 || Fail(errno);
 }
 
-bool Directory::IsWritable(const char* name) const {
-    return faccessat(dirfd(stream_.get()), name, W_OK, 0) == 0;
+bool Directory::IsWritable(const char* name) {
+    return faccessat(dirfd(stream_.get()), name, W_OK, 0) == 0 || Fail(errno);
 }
 
 // Whether a path to an entry of this folder, its name being so long, is one that the system takes.

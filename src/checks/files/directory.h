@@ -30,34 +30,45 @@ struct DirectoryEntry {
     bool IsHidden() const noexcept { return name[0] == '.' && !IsDots(); }
 };
 
+// Whether the error of a call on an entry is an answer: the agent has no right to it, or it is not
+// there. Any other means that the answer is not known.
+bool IsAnswer(int error);
+
 class Directory {
   public:
     // Opens the folder, through a symbolic link if it is one; an empty path means the current
     // working directory. Returns 0, or the errno that tells why not.
     int Open(std::string_view path);
     // Opens a folder below `parent`, which stays open; the last part of `name` must not be a link.
+    // False when that fails; what IsIncomplete then tells is known without an open folder, too.
     bool OpenBelow(const Directory& parent, const char* name);
     void Close() noexcept { stream_.reset(); }
 
     // Reads the next entry: its name and, where the listing tells it, its kind. False at the end.
     bool Next(DirectoryEntry& entry);
+    // Whether something was not found out since the folder was opened or rewound: a call has failed
+    // for another reason than that the agent has no right to it or that the entry has gone. A sum
+    // over such a folder would be too small.
+    bool IsIncomplete() const noexcept { return incomplete_; }
     // Starts again at the first entry.
     void Rewind() noexcept;
 
     // Fills status and kind from lstat, once for each entry; false when that fails.
-    bool Look(DirectoryEntry& entry) const;
+    bool Look(DirectoryEntry& entry);
     // Fills the kind without a lstat where the listing told it; false where a lstat would fail.
     bool Classify(DirectoryEntry& entry);
     // The lstat of a name relative to the folder.
-    bool StatBelow(const char* name, struct stat& status) const;
+    bool StatBelow(const char* name, struct stat& status);
     // Whether the agent may write the entry.
-    bool IsWritable(const char* name) const;
+    bool IsWritable(const char* name);
 
   private:
     bool NamesPath(size_t nameLength) const noexcept;
     bool IsSearchable();
+    bool Fail(int error) noexcept;
 
     UniqueDir stream_;
+    bool incomplete_ = false;
     size_t pathLength_ = 0;  // of the folder's path with its trailing "/"
     enum class Search : uint8_t { kUnknown, kAllowed, kDenied };
     Search search_ = Search::kUnknown;

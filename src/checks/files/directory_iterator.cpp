@@ -81,6 +81,7 @@ VyString FindWildcardFile(std::string_view path) {
     FindRecord record;
     std::string_view folder = DirectoryPart(path);
     if (FindFirst(folder, NamePart(path), kFindNoDirectories, record) != 0) return {};
+    if (record.directory.IsIncomplete()) return {};  // an entry before it may be the first
     return VyString::Concat(folder, record.name);
 }
 

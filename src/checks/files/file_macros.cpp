@@ -50,7 +50,8 @@ VyString Choose(const Macro& macro, std::string_view folder) {
         chosen = record.name;
         chosenTime = time;
     }
-    return chosen;
+    // Of the entries that were not read one may be newer.
+    return record.directory.IsIncomplete() ? VyString() : chosen;
 }
 
 }  // namespace

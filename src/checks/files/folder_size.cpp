@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <utility>
 
 #include "base/vystring.h"
@@ -28,7 +29,7 @@ class SizeWalker {
     SizeWalker(std::string_view mask, bool recurse) : mask_(mask), recurse_(recurse) {}
 
     bool Visit(Level& level, DirectoryEntry& entry) const;
-    bool Enter(const Level& parent, const char* name, Level& child) const;
+    bool Enter(Level& parent, const char* name, Level& child) const;
     uint64_t Result(const Level& level) const { return level.bytes; }
 
   private:
@@ -49,7 +50,7 @@ bool SizeWalker::Visit(Level& level, DirectoryEntry& entry) const {
     return false;
 }
 
-bool SizeWalker::Enter(const Level& parent, const char* name, Level& child) const {
+bool SizeWalker::Enter(Level& parent, const char* name, Level& child) const {
     VyString path(name);
     path.Append('/');
     path.Append(MaskOf(parent).Text());
@@ -76,13 +77,14 @@ int64_t SumFolder(std::string_view folder, std::string_view mask, bool recurse) 
     SizeWalker walker(mask, recurse);
     SizeWalker::Level top;
     if (top.directory.Open(folder) != 0 || !HasEntry(top.directory)) return -1;
-    return static_cast<int64_t>(TreeWalk(walker).Run(std::move(top)));
+    std::optional<uint64_t> size = TreeWalk(walker).Run(std::move(top));
+    return size ? static_cast<int64_t>(*size) : -1;
 }
 
 }  // namespace
 
 int64_t FolderSize(std::string_view path, bool recurse) {
-    if (IsDirectory(path)) return SumFolder(path, "*", recurse);
+    if (MayBeDirectory(path)) return SumFolder(path, "*", recurse);
     return SumFolder(DirectoryPart(path), NamePart(path), recurse);
 }
 

@@ -62,7 +62,7 @@ void Listing::AddEntry(const FindRecord& record) {
 
 // The folder to list, with its trailing "/".
 VyString ListedFolder(std::string_view path) {
-    if (!path.empty() && path.back() != '/' && !IsDirectory(path)) path = DirectoryPart(path);
+    if (!path.empty() && path.back() != '/' && !MayBeDirectory(path)) path = DirectoryPart(path);
     return WithSlash(path);
 }
 

@@ -1,7 +1,10 @@
 #include "checks/files/path.h"
 
+#include <errno.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "checks/files/directory.h"
 
 namespace zot {
 namespace {
@@ -45,9 +48,9 @@ bool LinkStatPath(std::string_view path, struct stat& status) {
     return lstat(terminated.Terminate(), &status) == 0;
 }
 
-bool IsDirectory(std::string_view path) {
+bool MayBeDirectory(std::string_view path) {
     struct stat status {};
-    return StatPath(path, status) && S_ISDIR(status.st_mode);
+    return StatPath(path, status) ? S_ISDIR(status.st_mode) : !IsAnswer(errno);
 }
 
 int32_t ShortModificationTime(const struct stat& status) noexcept {

@@ -29,8 +29,9 @@ VyString WithSlash(std::string_view path);
 bool StatPath(std::string_view path, struct stat& status);
 bool LinkStatPath(std::string_view path, struct stat& status);
 
-// The type of what the path leads to, through symbolic links; false when it cannot be found out.
-bool IsDirectory(std::string_view path);
+// Whether the path leads to a folder, through symbolic links; true also when that cannot be found
+// out although the agent may look, so that the answer is left to whoever opens it.
+bool MayBeDirectory(std::string_view path);
 // The modification time of a status, as the 32-bit value that time comparisons work with.
 int32_t ShortModificationTime(const struct stat& status) noexcept;
 // The same of the file that the path leads to; -1 on failure.

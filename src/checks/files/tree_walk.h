@@ -8,11 +8,13 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -25,7 +27,7 @@ namespace zot {
 // A Walker says what a folder adds. It is used by both threads at once, and has
 //     struct Level { Directory directory; ... };            an open folder and what was found there
 //     bool Visit(Level&, DirectoryEntry&) const;            true for a folder to enter
-//     bool Enter(const Level&, const char* name, Level& child) const;   false when it cannot
+//     bool Enter(Level&, const char* name, Level& child) const;   false when it cannot
 //     uint64_t Result(const Level&) const;                  what the folder itself adds at its end
 template <typename Walker>
 class TreeWalk {
@@ -36,13 +38,15 @@ class TreeWalk {
     TreeWalk(const TreeWalk&) = delete;
     TreeWalk& operator=(const TreeWalk&) = delete;
 
-    // Walks the open folder and all that is entered from it; to be called once.
-    uint64_t Run(Level top) {
+    // Walks the open folder and all that is entered from it; to be called once. Returns nothing
+    // when the sum could not be found out: short of descriptors or memory, or a folder that cannot
+    // be read although the agent may.
+    std::optional<uint64_t> Run(Level top) {
         waiting_.reserve(kWaiting);
         waiting_.push_back(std::move(top));
         uint64_t sum = Work(true);
-        if (workers_ == 1) return sum;
-        pthread_join(helper_, nullptr);
+        if (workers_ > 1) pthread_join(helper_, nullptr);
+        if (failed_) return std::nullopt;
         return sum + helperSum_;
     }
 
@@ -58,7 +62,7 @@ class TreeWalk {
             try {
                 Descend(std::move(top), mayCallHelp, sum);
             } catch (const std::bad_alloc&) {
-                // A branch that there is no memory for counts as one that cannot be read.
+                failed_ = true;
             }
         }
         return sum;
@@ -68,16 +72,21 @@ class TreeWalk {
         std::vector<Level> levels;
         levels.push_back(std::move(top));
         DirectoryEntry entry;
-        while (!levels.empty()) {
+        while (!levels.empty() && !failed_) {
             Level& level = levels.back();
             if (!level.directory.Next(entry)) {
+                if (level.directory.IsIncomplete()) failed_ = true;
                 sum += walker_.Result(level);
                 levels.pop_back();
                 continue;
             }
             if (mayCallHelp && ++visited_ == kLarge) CallHelp();
             Level child;
-            if (!walker_.Visit(level, entry) || !walker_.Enter(level, entry.name, child)) continue;
+            if (!walker_.Visit(level, entry)) continue;
+            if (!walker_.Enter(level, entry.name, child)) {
+                if (child.directory.IsIncomplete()) failed_ = true;
+                continue;
+            }
             if (!Give(child)) levels.push_back(std::move(child));
         }
     }
@@ -119,6 +128,7 @@ class TreeWalk {
     }
 
     const Walker& walker_;
+    std::atomic<bool> failed_{false};
     size_t visited_ = 0;  // by the thread that may call for help
     pthread_t helper_{};
     uint64_t helperSum_ = 0;

@@ -80,10 +80,11 @@ TEST(FolderSize, UnreadableFolders) {
 }
 
 // Below `path`, `levels` folders one in the other, each with a file "f" of one byte.
-void MakeChain(const std::string& path, const std::string& name, int levels) {
+void MakeChain(const std::string& path, const std::string& name, int levels, mode_t mode = 0755) {
     UniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (int level = 0; level < levels; ++level) {
         ASSERT_EQ(mkdirat(folder.Get(), name.c_str(), 0755), 0);
+        ASSERT_EQ(fchmodat(folder.Get(), name.c_str(), mode, 0), 0);
         folder.Reset(openat(folder.Get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         UniqueFd file(openat(folder.Get(), "f", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
         ASSERT_EQ(ftruncate(file.Get(), 1), 0);
@@ -97,22 +98,22 @@ TEST(FolderSize, LevelsWithoutAPathAddNothing) {
     EXPECT_EQ(FolderSize(dir.Path(), true), reachable);
 }
 
-TEST(FolderSize, LeavesAReserveOfDescriptors) {
+TEST(FolderSize, WithoutADescriptorForEachLevelThereIsNoSum) {
     constexpr int kLevels = 300;
     test::TempDir dir;
     test::SetMode(dir.Path(), 0755);
-    MakeChain(dir.Path(), "d", kLevels);
-    auto sizeWith = [&dir](rlim_t descriptors) {
-        return std::stoll(test::AsOrdinaryUser([&] {
+    MakeChain(dir.Path(), "d", kLevels, 0777);
+    auto resultsWith = [&dir](rlim_t descriptors) {
+        return test::AsOrdinaryUser([&] {
             rlimit limit{descriptors, descriptors};
             setrlimit(RLIMIT_NOFILE, &limit);
-            return std::to_string(FolderSize(dir.Path(), true));
-        }));
+            return std::to_string(FolderSize(dir.Path(), true)) + " " +
+                   std::to_string(CountFiles(dir.Path(), "f", true, CountMode::kAllFiles, 0));
+        });
     };
-    EXPECT_EQ(sizeWith(kLevels + 178), kLevels);
-    int64_t few = sizeWith(228);
-    EXPECT_GT(few, 50);
-    EXPECT_LT(few, 228 / 2);
+    EXPECT_EQ(resultsWith(kLevels + 178), "300 300");
+    // Those of the reserve are not touched, and what was reached is not taken for the whole.
+    EXPECT_EQ(resultsWith(kLevels + 100), "-1 -1");
 }
 
 constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
@@ -121,7 +122,7 @@ class CountFilesTest : public testing::Test {
   protected:
     CountFilesTest() { test::SetMode(dir_.Path(), 0777); }
 
-    int64_t Count(std::string_view mask, bool recurse, CountMode mode, int32_t value = 0) {
+    int64_t Count(std::string_view mask, bool recurse, CountMode mode, int64_t value = 0) {
         return CountFiles(dir_.Path(), mask, recurse, mode, value);
     }
     std::string CountAsUser(const std::string& folder, std::string_view mask, bool recurse) {
@@ -149,7 +150,7 @@ TEST_F(CountFilesTest, Modes) {
     struct {
         std::string_view mask;
         CountMode mode;
-        int32_t value;
+        int64_t value;
         int64_t flat, deep;
     } cases[] = {
         {"*", CountMode::kAllFiles, 0, 4, 5},
@@ -161,6 +162,9 @@ TEST_F(CountFilesTest, Modes) {
         {"*", CountMode::kBiggerThan, 10, 2, 2},
         {"*", CountMode::kSmallerThan, 20, 2, 3},
         {"*", CountMode::kBiggerThan, -1, 4, 5},
+        {"*", CountMode::kBiggerThan, (int64_t{1} << 40) - 1, 1, 1},
+        {"*", CountMode::kBiggerThan, int64_t{1} << 40, 0, 0},
+        {"*", CountMode::kSmallerThan, (int64_t{1} << 40) + 1, 4, 5},
         {"*", CountMode::kSubFolders, 0, 2, 2},
         {"?ub", CountMode::kSubFolders, 0, 1, 1},
         // Minutes wrap around in 32 bits: what lies that far ahead is long past.
