@@ -1,22 +1,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "base/escaping.h"
 #include "base/owners.h"
 #include "base/platform.h"
-#include "base/vystring.h"
-#include "client/agent_client.h"
 #include "client/check.h"
-#include "client/files.h"
-#include "client/options.h"
-#include "client/plugin.h"
-#include "client/request_packet.h"
+#include "client/local_file.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
 

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "base/md5.h"
-#include "client/files.h"
+#include "client/local_file.h"
 
 namespace zot::client {
 namespace {
@@ -54,45 +54,45 @@ std::string StateDirectory(const Environment& environment, std::string& error) {
 
 }  // namespace
 
-int LogState::Open(const std::string& stateFile, std::string_view identity,
-                   const Environment& environment, const Deadline& deadline, std::string& error) {
+bool LogState::Open(const std::string& stateFile, std::string_view identity,
+                    const Environment& environment, const Deadline& deadline, std::string& error) {
     identity_ = DigestOf(identity);
     path_ = stateFile;
     if (path_.empty()) {
         std::string directory = StateDirectory(environment, error);
-        if (directory.empty()) return 0;
+        if (directory.empty()) return false;
         path_ = directory + "/" + identity_;
     }
-    return Lock(deadline, error) && Read(error) ? 1 : 0;
+    return Lock(deadline, error) && Read(error);
 }
 
 // The lock has a file of its own, which stays: the state file is another one after each save.
-int LogState::Lock(const Deadline& deadline, std::string& error) {
+bool LogState::Lock(const Deadline& deadline, std::string& error) {
     constexpr std::chrono::milliseconds kPause{20};
     std::string path = path_ + ".lock";
     lock_.Reset(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!lock_) {
         error = FileError("create", path, errno);
-        return 0;
+        return false;
     }
     while (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EINTR) continue;
         if (errno != EWOULDBLOCK || deadline.Remaining() == 0) {
             error =
                 errno == EWOULDBLOCK ? "another run holds " + path : FileError("lock", path, errno);
-            return 0;
+            return false;
         }
         std::this_thread::sleep_for(kPause);
     }
-    return 1;
+    return true;
 }
 
-int LogState::Read(std::string& error) {
+bool LogState::Read(std::string& error) {
     position_ = {};
     struct stat status = {};
-    if (stat(path_.c_str(), &status) != 0 && errno == ENOENT) return 1;
+    if (stat(path_.c_str(), &status) != 0 && errno == ENOENT) return true;
     std::string content;
-    if (!ReadWholeFile(path_, kMaxStateSize, content, error)) return 0;
+    if (!ReadWholeFile(path_, kMaxStateSize, content, error)) return false;
     std::string identity;
     bool known = content.starts_with(kHeading);
     std::istringstream values(known ? content.substr(kHeading.size()) : "");
@@ -102,12 +102,12 @@ int LogState::Read(std::string& error) {
     } else if (identity != identity_) {
         error = path_ + " is the state of another agent, log or pattern";
     } else {
-        return 1;
+        return true;
     }
-    return 0;
+    return false;
 }
 
-int LogState::Save(const ScanPosition& position, std::string& error) const {
+bool LogState::Save(const ScanPosition& position, std::string& error) const {
     std::ostringstream content;
     content << kHeading << identity_ << '\n'
             << position.position << ' ' << position.lastSize << ' ' << position.lastModified

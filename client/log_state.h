@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "base/owners.h"
-#include "client/agent_client.h"
+#include "client/deadline.h"
 #include "client/invocation.h"
 
 namespace zot::client {
@@ -25,16 +25,16 @@ class LogState {
   public:
     // Locks the state of the check that `identity` tells from all others and reads it: in
     // `stateFile`, or if that is empty in a file of the user's state directory. Waits for another
-    // run until the deadline. Returns 1, or 0 with the error text.
-    int Open(const std::string& stateFile, std::string_view identity,
-             const Environment& environment, const Deadline& deadline, std::string& error);
-    int Save(const ScanPosition& position, std::string& error) const;
+    // run until the deadline. False with the error text.
+    bool Open(const std::string& stateFile, std::string_view identity,
+              const Environment& environment, const Deadline& deadline, std::string& error);
+    bool Save(const ScanPosition& position, std::string& error) const;
 
     const ScanPosition& Position() const { return position_; }
 
   private:
-    int Lock(const Deadline& deadline, std::string& error);
-    int Read(std::string& error);
+    bool Lock(const Deadline& deadline, std::string& error);
+    bool Read(std::string& error);
 
     std::string path_;
     std::string identity_;

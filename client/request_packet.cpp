@@ -1,18 +1,12 @@
 #include "client/request_packet.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 
 #include "base/ascii.h"
-#include "base/escaping.h"
 #include "base/md5.h"
-#include "base/owners.h"
 #include "base/twofish.h"
-#include "base/vystring.h"
 #include "protocol/packet_cipher.h"
 #include "protocol/request_text.h"
 #include "protocol/zot_const.h"
@@ -58,11 +52,11 @@ std::string ComposeRequest(std::string_view command, std::span<const std::string
     return std::string(text.View());
 }
 
-int ParseReply(std::string_view text, Answer& answer) {
+bool ParseReply(std::string_view text, Answer& answer) {
     answer = {};
-    if (text.size() < 5 || !text.ends_with("\n\r") || text[3] != '\n') return 0;
+    if (text.size() < 5 || !text.ends_with("\n\r") || text[3] != '\n') return false;
     std::string_view code = text.substr(0, 3);
-    if (!std::all_of(code.begin(), code.end(), IsDigit)) return 0;
+    if (!std::all_of(code.begin(), code.end(), IsDigit)) return false;
     answer.code = code;
     text.remove_prefix(4);
     text.remove_suffix(1);
@@ -71,24 +65,12 @@ int ParseReply(std::string_view text, Answer& answer) {
         answer.lines.emplace_back(text.substr(0, end));
         text.remove_prefix(end + 1);
     }
-    return 1;
+    return true;
 }
 
 std::string RandomSessionKey() {
-    // 64 characters, so that six random bits choose one without bias.
-    static constexpr std::string_view kAlphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-";
-    uint8_t random[32];
-    UniqueFd source(open("/dev/urandom", O_RDONLY | O_CLOEXEC));
-    for (size_t have = 0; have < sizeof(random);) {
-        ssize_t got = read(source.Get(), random + have, sizeof(random) - have);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) return {};
-        have += static_cast<size_t>(got);
-    }
-    std::string key;
-    for (uint8_t byte : random) key += kAlphabet[byte % kAlphabet.size()];
-    return key;
+    std::string key(16, '\0');
+    return getentropy(key.data(), key.size()) == 0 ? key : std::string();
 }
 
 std::string Encrypt(std::string_view keyString, std::string_view data) {

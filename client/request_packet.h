@@ -21,11 +21,11 @@ struct Answer {
     std::vector<std::string> lines;
 };
 
-// Splits a reply text. Returns 1, or 0 when it does not begin with a line of three digits or does
-// not end with a line feed and a carriage return, as a text opened with the wrong key does not.
-int ParseReply(std::string_view text, Answer& answer);
+// Splits a reply text; false when it does not begin with a line of three digits or does not end
+// with a line feed and a carriage return, as a text opened with the wrong key does not.
+bool ParseReply(std::string_view text, Answer& answer);
 
-// 32 printable characters (192 bits) from the system's random source; empty when it fails.
+// 16 bytes from the system's random source; empty when it fails.
 std::string RandomSessionKey();
 
 // Packet encryption under a key string, without a length in front, and back.

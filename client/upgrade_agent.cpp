@@ -1,19 +1,11 @@
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
-#include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
-#include "base/numbers.h"
-#include "client/agent_client.h"
-#include "client/files.h"
-#include "client/invocation.h"
-#include "client/options.h"
-#include "client/request_packet.h"
+#include "client/local_file.h"
 #include "client/subcommands.h"
 #include "client/upgrade_transfer.h"
 #include "protocol/request_text.h"
@@ -27,21 +19,21 @@ struct AgentLife {
     int32_t openedConnections = 0;
 };
 
-int AskForLife(const Target& target, AgentLife& life, std::string& error) {
+bool AskForLife(const Target& target, AgentLife& life, std::string& error) {
     Answer answer;
-    if (!Ask(target, ComposeRequest("GetInfo", {}), answer, error)) return 0;
+    if (!Ask(target, ComposeRequest("GetInfo", {}), answer, error)) return false;
     std::string text;
     for (const std::string& line : answer.lines) text += line + "\n";
     life.version = GetValue(text, "AgentVersion");
     life.openedConnections = ToInt(GetValue(text, "OpenedConnections"));
-    if (answer.code == "200" && !life.version.empty()) return 1;
+    if (answer.code == "200" && !life.version.empty()) return true;
     error = "the agent does not tell its version";
-    return 0;
+    return false;
 }
 
 // Asks until another life answers than the one before: the old agent serves on for a moment. The
 // new one counts its connections from the start; or nobody answered in between.
-int AwaitNewLife(const Target& target, const AgentLife& before, AgentLife& now) {
+bool AwaitNewLife(const Target& target, const AgentLife& before, AgentLife& now) {
     constexpr std::chrono::milliseconds kPause{50};
     constexpr std::chrono::milliseconds kAnswerTime{2000};
     Deadline deadline(target.timeout);
@@ -53,11 +45,11 @@ int AwaitNewLife(const Target& target, const AgentLife& before, AgentLife& now) 
         if (!AskForLife(attempt, now, error)) {
             gone = true;
         } else if (gone || now.openedConnections <= before.openedConnections) {
-            return 1;
+            return true;
         }
         std::this_thread::sleep_for(kPause);
     }
-    return 0;
+    return false;
 }
 
 // A bar that is drawn over itself.

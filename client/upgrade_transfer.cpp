@@ -50,7 +50,7 @@ class Transfer {
     Transfer(const Target& target, std::string sessionKey)
         : target_(target), sessionKey_(std::move(sessionKey)) {}
 
-    int Begin(size_t size, Answer& answer, std::string& error) {
+    bool Begin(size_t size, Answer& answer, std::string& error) {
         std::string text = "UpgradeCode\n" + std::to_string(size) + "\n\r";
         Deadline deadline(target_.timeout);
         return connection_.Open(target_.host, target_.port, deadline, error) &&
@@ -59,12 +59,12 @@ class Transfer {
                Receive(answer, error);
     }
 
-    int SendModule(std::string_view module, milliseconds pause, const TransferProgress& progress,
-                   std::string& error) {
+    bool SendModule(std::string_view module, milliseconds pause, const TransferProgress& progress,
+                    std::string& error) {
         PrepareSocket(connection_.Fd());
         for (size_t sent = 0; sent < module.size();) {
             std::string_view piece = module.substr(sent, kPieceSize);
-            if (!connection_.Send(piece, Deadline(target_.timeout), error)) return 0;
+            if (!connection_.Send(piece, Deadline(target_.timeout), error)) return false;
             sent += piece.size();
             progress(sent);
         }
@@ -75,14 +75,14 @@ class Transfer {
         return connection_.Send(trailer, Deadline(target_.timeout), error);
     }
 
-    int Receive(Answer& answer, std::string& error) {
+    bool Receive(Answer& answer, std::string& error) {
         std::string text;
         if (!connection_.ReceiveReply(sessionKey_, Deadline(target_.timeout), text, error)) {
-            return 0;
+            return false;
         }
-        if (ParseReply(text, answer)) return 1;
+        if (ParseReply(text, answer)) return true;
         error = "not a reply: its text has no status code or no end mark";
-        return 0;
+        return false;
     }
 
   private:
@@ -95,34 +95,34 @@ bool IsSplitTrailer(const Answer& answer) {
     return answer.code == "300" && answer.lines == std::vector<std::string>{"Wrong CRC"};
 }
 
-int TryOnce(const Target& target, std::string_view module, milliseconds pause,
-            const TransferProgress& progress, Answer& answer, std::string& error) {
+bool TryOnce(const Target& target, std::string_view module, milliseconds pause,
+             const TransferProgress& progress, Answer& answer, std::string& error) {
     std::string sessionKey = RandomSessionKey();
     if (sessionKey.empty()) {
         error = "cannot read the system's random source";
-        return 0;
+        return false;
     }
     Transfer transfer(target, sessionKey);
-    if (!transfer.Begin(module.size(), answer, error)) return 0;
-    if (answer.code != "200") return 1;
+    if (!transfer.Begin(module.size(), answer, error)) return false;
+    if (answer.code != "200") return true;
     std::string receiveError;
-    int sent = transfer.SendModule(module, pause, progress, error);
+    bool sent = transfer.SendModule(module, pause, progress, error);
     // An agent that cannot go on says why and closes, which the sender may notice first.
-    if (transfer.Receive(answer, receiveError)) return 1;
+    if (transfer.Receive(answer, receiveError)) return true;
     if (sent) error = receiveError;
     error = "the transfer was broken off (" + error +
             "); the agent may refuse others until it is restarted (zotq ReloadApp)";
-    return 0;
+    return false;
 }
 
 }  // namespace
 
-int TransferModule(const Target& target, std::string_view module, const TransferProgress& progress,
-                   Answer& answer, std::string& error) {
+bool TransferModule(const Target& target, std::string_view module, const TransferProgress& progress,
+                    Answer& answer, std::string& error) {
     milliseconds pause = kFirstPause;
     for (int attempt = 1;; ++attempt) {
-        if (!TryOnce(target, module, pause, progress, answer, error)) return 0;
-        if (!IsSplitTrailer(answer) || attempt == kAttempts) return 1;
+        if (!TryOnce(target, module, pause, progress, answer, error)) return false;
+        if (!IsSplitTrailer(answer) || attempt == kAttempts) return true;
         pause *= kPauseGrowth;
     }
 }

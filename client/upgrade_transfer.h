@@ -21,9 +21,9 @@ using TransferProgress = std::function<void(size_t sent)>;
 
 // Sends the executable and receives what the agent says in the end. The target's time-out bounds
 // each step (connecting, a reply, a piece of the data) but not the whole: a transfer that is broken
-// off leaves the agent refusing others until it is restarted. Returns 1 with the agent's last
-// reply, also when that is a refusal, or 0 with the error text.
-int TransferModule(const Target& target, std::string_view module, const TransferProgress& progress,
-                   Answer& answer, std::string& error);
+// off leaves the agent refusing others until it is restarted. True with the agent's last reply,
+// also when that is a refusal; false with the error text.
+bool TransferModule(const Target& target, std::string_view module, const TransferProgress& progress,
+                    Answer& answer, std::string& error);
 
 }  // namespace zot::client

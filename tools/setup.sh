@@ -49,14 +49,22 @@ install_tools() {
     if command -v apt-get >/dev/null 2>&1; then
         want g++ command -v c++
         want make command -v make
+        want libcli11-dev have_header CLI/CLI.hpp
+        want nlohmann-json3-dev have_header nlohmann/json.hpp
+        want libc-ares-dev have_header ares.h
         if [ "${1:-}" = tests ]; then
             want libgtest-dev have_header gtest/gtest.h
             want mandoc command -v mandoc
             want shellcheck command -v shellcheck
         fi
-    elif [ "${1:-}" = tests ]; then
-        want googletest have_header gtest/gtest.h
-        want hs-ShellCheck command -v shellcheck
+    else
+        want cli11 have_header CLI/CLI.hpp
+        want nlohmann-json have_header nlohmann/json.hpp
+        want c-ares have_header ares.h
+        if [ "${1:-}" = tests ]; then
+            want googletest have_header gtest/gtest.h
+            want hs-ShellCheck command -v shellcheck
+        fi
     fi
     install_missing
 }

@@ -27,4 +27,10 @@ void PacketCipher::Decrypt(std::span<const uint8_t> in, uint8_t* out) const {
     TwofishCfb8Decrypt(key_, initialRegister_, in, out);
 }
 
+// In this mode the register is nothing but the encrypted bytes before.
+void PacketCipher::DecryptOn(const uint8_t* before, std::span<const uint8_t> in,
+                             uint8_t* out) const {
+    TwofishCfb8Decrypt(key_, before, in, out);
+}
+
 }  // namespace zot

@@ -1,0 +1,90 @@
+#include "client/local_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "base/files.h"
+#include "base/owners.h"
+#include "client/agent_socket.h"
+
+namespace zot::client {
+namespace {
+
+// Appends to `content` up to the end of the file, more than `maxSize` bytes or, if `oneLine`, the
+// first line end. False with errno set.
+bool Read(int fd, size_t maxSize, bool oneLine, std::string& content) {
+    char buffer[65536];
+    while (content.size() <= maxSize && !(oneLine && content.find('\n') != std::string::npos)) {
+        ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got == 0) break;
+        if (got > 0) {
+            content.append(buffer, static_cast<size_t>(got));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string FileError(std::string_view action, const std::string& path, int errorNumber) {
+    return "cannot " + std::string(action) + " " + path + ": " + ErrorText(errorNumber);
+}
+
+bool ReadWholeFile(const std::string& path, size_t maxSize, std::string& content,
+                   std::string& error) {
+    struct stat status = {};
+    content.clear();
+    // Not blocking: a named pipe is refused instead of waited for.
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file || fstat(file.Get(), &status) != 0) {
+        error = FileError("read", path, errno);
+    } else if (!S_ISREG(status.st_mode)) {
+        error = path + " is not a regular file";
+    } else if (!Read(file.Get(), maxSize, false, content)) {
+        error = FileError("read", path, errno);
+    } else if (content.size() > maxSize) {
+        error = path + " has more than " + std::to_string(maxSize) + " bytes";
+    } else {
+        return true;
+    }
+    return false;
+}
+
+bool ReadFirstLine(const std::string& path, std::string& line, std::string& error) {
+    constexpr size_t kMaxLine = 65536;
+    line.clear();
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file || !Read(file.Get(), kMaxLine, true, line)) {
+        error = FileError("read", path, errno);
+        return false;
+    }
+    line.resize(std::min(line.find('\n'), line.size()));
+    if (line.ends_with('\r')) line.pop_back();
+    return true;
+}
+
+bool ReplaceFile(const std::string& path, std::string_view content, std::string& error) {
+    std::string temporary = path + ".new";
+    unlink(temporary.c_str());  // left over from a run that was killed
+    UniqueFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                       S_IRUSR | S_IWUSR));
+    if (!file) {
+        error = FileError("create", temporary, errno);
+        return false;
+    }
+    if (WriteAll(file.Get(), content) && fsync(file.Get()) == 0 &&
+        rename(temporary.c_str(), path.c_str()) == 0) {
+        return true;
+    }
+    error = FileError("write", path, errno);
+    unlink(temporary.c_str());
+    return false;
+}
+
+}  // namespace zot::client

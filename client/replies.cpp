@@ -1,0 +1,396 @@
+#include "client/replies.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/ascii.h"
+#include "base/escaping.h"
+#include "base/numbers.h"
+#include "base/vystring.h"
+#include "client/reply_times.h"
+#include "client/settings_reply.h"
+#include "client/text.h"
+
+namespace zot::client {
+namespace {
+
+// How a line, or a parameter of the request, becomes a value.
+enum class Kind {
+    kText,     // as it stands
+    kEscaped,  // with its line breaks back in place
+    kLines,    // the same, as a list
+    kInteger,
+    kDecimal,
+    kFlag,
+    kBytes,
+    kPercent,
+    kMilliseconds,
+    kMinutes,
+    kLocalTime,  // DDMMYYYYhhmmss
+    kAlgorithm,  // the number of a hash
+    kMode,       // the number of a comparison
+};
+
+constexpr int kLine = 0;    // + n: line n of the reply, from 0
+constexpr int kParam = 16;  // + n: parameter n of the request, from 0
+
+struct Column {
+    std::string_view name;
+    Kind kind;
+    int source;
+    bool inTable = true;
+};
+
+struct ReplyFormat {
+    std::string_view command;
+    std::array<Column, 9> columns;
+};
+
+// Of the lists, and of what is read by code below, there are rows without columns.
+constexpr ReplyFormat kFormats[] = {
+    {"TEST-UNC",
+     {{{"path", Kind::kText, kParam},
+       {"size_bytes", Kind::kBytes, kLine},
+       {"free_bytes", Kind::kBytes, kLine + 1, false},
+       {"available_bytes", Kind::kBytes, kLine + 2},
+       {"query_seconds", Kind::kMilliseconds, kLine + 3, false}}}},
+    {"TEST-FolderSize", {{{"path", Kind::kText, kParam}, {"size_bytes", Kind::kBytes, kLine}}}},
+    {"TEST-CountFiles",
+     {{{"folder", Kind::kText, kParam},
+       {"mask", Kind::kText, kParam + 1},
+       {"count", Kind::kInteger, kLine}}}},
+    {"TEST-FileExists",
+     {{{"path", Kind::kText, kLine + 3},
+       {"size_bytes", Kind::kBytes, kLine},
+       {"changed", Kind::kLocalTime, kLine + 1, false},
+       {"modified", Kind::kLocalTime, kLine + 2},
+       {"age_seconds", Kind::kMinutes, kLine + 5}}}},
+    {"TEST-FileCompare",
+     {{{"path", Kind::kText, kParam + 1},
+       {"mode", Kind::kMode, kParam},
+       {"with", Kind::kText, kParam + 2},
+       {"equal", Kind::kFlag, kLine}}}},
+    {"TEST-FileHash",
+     {{{"path", Kind::kText, kParam},
+       {"algorithm", Kind::kAlgorithm, kParam + 1},
+       {"digest", Kind::kText, kLine}}}},
+    {"TEST-Process", {{{"name", Kind::kText, kParam + 1}, {"count", Kind::kInteger, kLine}}}},
+    {"TEST-CPU", {{{"usage_percent", Kind::kPercent, kLine}}}},
+    {"TEST-ExternalPrg",
+     {{{"command", Kind::kText, kParam}, {"exit_code", Kind::kInteger, kLine}}}},
+    {"TEST-ShellScript",
+     {{{"result", Kind::kEscaped, kLine}, {"output", Kind::kLines, kLine + 1, false}}}},
+    {"TEST-TCP",
+     {{{"service", Kind::kText, kParam},
+       {"port", Kind::kInteger, kParam + 1},
+       {"answer_seconds", Kind::kMilliseconds, kLine},
+       {"received", Kind::kText, kLine + 1, false}}}},
+    {"TEST-UDP",
+     {{{"service", Kind::kText, kParam},
+       {"port", Kind::kInteger, kParam + 1},
+       {"answer_seconds", Kind::kMilliseconds, kLine},
+       {"received", Kind::kText, kLine + 1, false}}}},
+    {"TEST-TextLog",
+     {{{"path", Kind::kText, kParam},
+       {"match_offset", Kind::kInteger, kLine, false},
+       {"line", Kind::kText, kLine + 1},
+       {"more", Kind::kFlag, kLine + 2, false},
+       {"position", Kind::kInteger, kLine + 3, false},
+       {"last_size", Kind::kInteger, kLine + 4, false},
+       {"last_modified", Kind::kInteger, kLine + 5, false},
+       {"file_size_bytes", Kind::kBytes, kLine + 6}}}},
+    {"TEST-TextLog2",
+     {{{"path", Kind::kEscaped, kLine + 8},
+       {"match_offset", Kind::kInteger, kLine, false},
+       {"line", Kind::kText, kLine + 1},
+       {"more", Kind::kFlag, kLine + 2, false},
+       {"position", Kind::kInteger, kLine + 3, false},
+       {"last_size", Kind::kInteger, kLine + 4, false},
+       {"last_modified", Kind::kInteger, kLine + 5, false},
+       {"file_size_bytes", Kind::kBytes, kLine + 6},
+       {"first_criterion", Kind::kFlag, kLine + 7, false}}}},
+    {"ACT-ExternalCmd", {{{"command", Kind::kText, kParam}, {"exit_code", Kind::kInteger, kLine}}}},
+    {"ACT-TCPUDPsend", {{{"message", Kind::kText, kLine}}}},
+    {"ACT-Syslog", {{{"message", Kind::kText, kLine}}}},
+    {"ReloadCfg", {{{"message", Kind::kText, kLine}}}},
+    {"ReloadApp", {{{"message", Kind::kText, kLine}}}},
+    {"QUIT", {{{"message", Kind::kText, kLine}}}},
+    {"SetSettings", {}},
+    {"UpgradeCode", {}},
+};
+
+constexpr std::string_view kAlgorithms[] = {"crc32", "md5", "sha256", "sha512"};
+constexpr std::string_view kModes[] = {"", "compare", "find_file", "find_text"};
+
+const ReplyFormat* FindFormat(std::string_view command) {
+    auto found = std::find_if(std::begin(kFormats), std::end(kFormats),
+                              [&](const ReplyFormat& format) { return format.command == command; });
+    return found == std::end(kFormats) ? nullptr : found;
+}
+
+std::vector<std::string> Lines(std::string_view text) {
+    std::vector<std::string> lines;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = std::min(text.find('\n', start), text.size());
+        std::string_view line = text.substr(start, end - start);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        lines.emplace_back(line);
+        start = end + 1;
+    }
+    return lines;
+}
+
+template <size_t n>
+bool TakeWord(std::string_view text, const std::string_view (&words)[n], Value& value) {
+    int64_t number = -1;
+    bool known = ParseInt64(text, number) && number >= 0 && number < int64_t{n};
+    value = std::string(known ? words[number] : text);
+    return true;
+}
+
+bool TakeInteger(std::string_view text, Value& value) {
+    int64_t number = 0;
+    if (!ParseInt64(text, number)) return false;
+    value = number;
+    return true;
+}
+
+bool TakeDecimal(std::string_view text, double factor, Value& value) {
+    double number = 0;
+    if (!ParseDecimal(text, number)) return false;
+    value = number * factor;
+    return true;
+}
+
+bool TakeLocalTime(std::string_view text, Value& value) {
+    value = LocalTimeText(text);
+    return !std::get<std::string>(value).empty();
+}
+
+bool Convert(Kind kind, std::string_view text, Field& field) {
+    std::string_view trimmed = TrimView(text);
+    switch (kind) {
+        case Kind::kText:
+            field.value = std::string(text);
+            return true;
+        case Kind::kEscaped:
+            field.value = std::string(Unescape(text).View());
+            return true;
+        case Kind::kLines:
+            field.value = Lines(Unescape(text).View());
+            return true;
+        case Kind::kInteger:
+            return TakeInteger(trimmed, field.value);
+        case Kind::kDecimal:
+            return TakeDecimal(trimmed, 1, field.value);
+        case Kind::kFlag:
+            field.value = trimmed == "1";
+            return trimmed == "1" || trimmed == "0";
+        case Kind::kBytes:
+            field.unit = Unit::kBytes;
+            return TakeInteger(trimmed, field.value);
+        case Kind::kPercent:
+            field.unit = Unit::kPercent;
+            return TakeDecimal(trimmed, 1, field.value);
+        case Kind::kMilliseconds:
+            field.unit = Unit::kSeconds;
+            return TakeDecimal(trimmed, 0.001, field.value);
+        case Kind::kMinutes:
+            field.unit = Unit::kSeconds;
+            return TakeDecimal(trimmed, 60, field.value);
+        case Kind::kLocalTime:
+            return TakeLocalTime(trimmed, field.value);
+        case Kind::kAlgorithm:
+            return TakeWord(trimmed, kAlgorithms, field.value);
+        case Kind::kMode:
+            return TakeWord(trimmed, kModes, field.value);
+    }
+    return false;
+}
+
+bool ReadColumn(const Column& column, std::span<const std::string> params, const Answer& answer,
+                Record& record, std::string& error) {
+    bool ofRequest = column.source >= kParam;
+    size_t index = static_cast<size_t>(ofRequest ? column.source - kParam : column.source);
+    Field& field = record.emplace_back();
+    field.name = column.name;
+    field.inTable = column.inTable;
+    if (ofRequest) {
+        // What was asked is only repeated; where it makes no sense the agent has said so.
+        if (index < params.size()) Convert(column.kind, params[index], field);
+        return true;
+    }
+    if (index >= answer.lines.size()) {
+        error = "the agent's reply is too short: it has no " + field.name;
+        return false;
+    }
+    if (Convert(column.kind, answer.lines[index], field)) return true;
+    error = "not a number in the agent's reply: " + answer.lines[index];
+    return false;
+}
+
+void InsertAfter(Record& record, std::string_view name, Field field) {
+    auto place = std::find_if(record.begin(), record.end(),
+                              [name](const Field& other) { return other.name == name; });
+    if (place != record.end()) ++place;
+    record.insert(place, std::move(field));
+}
+
+// As df(1) counts: of what ordinary users can have. What is available can be negative, when the
+// reserve is in use.
+void AddUse(Record& record) {
+    double used = *Number(record, "size_bytes") - *Number(record, "free_bytes");
+    double usable = used + *Number(record, "available_bytes");
+    double percent = usable > 0 ? used * 100 / usable : 0;
+    InsertAfter(record, "size_bytes", {"used_percent", percent, Unit::kPercent});
+}
+
+void AddModificationTime(Record& record, const Answer& answer, time_t now) {
+    int64_t time = LocalTimeToEpoch(TrimView(answer.lines[2]),
+                                    static_cast<int64_t>(*Number(record, "age_seconds")), now);
+    InsertAfter(record, "modified", {"modified_timestamp_seconds", time, Unit::kTimestamp, false});
+}
+
+// A file beyond the limit of the request has its size in place of the digest.
+void TellMissingDigest(Record& record) {
+    Field& digest = record.back();
+    if (!Text(record, "digest").starts_with("File size ")) return;
+    record.push_back({"note", digest.value});
+    record[record.size() - 2].value = std::monostate();
+}
+
+bool ReadProcesses(const Answer& answer, std::vector<Record>& records, std::string& error) {
+    if (answer.lines.empty()) {
+        error = "the agent's reply is too short: it has no command";
+        return false;
+    }
+    for (std::string& line : Lines(Unescape(answer.lines[0]).View())) {
+        records.emplace_back().push_back({"command", std::move(line)});
+    }
+    return true;
+}
+
+struct FileListShape {
+    size_t count = 0;
+    bool size = false, changed = false, modified = false;
+};
+
+void ReadFile(std::span<const std::string> lines, const FileListShape& shape, Record& record) {
+    size_t next = 0;
+    auto take = [&](std::string_view name, Kind kind) {
+        Field& field = record.emplace_back();
+        field.name = name;
+        if (!Convert(kind, lines[next++], field)) field.value = std::monostate();
+    };
+    take("name", Kind::kEscaped);
+    take("attributes", Kind::kInteger);
+    int64_t attributes = static_cast<int64_t>(Number(record, "attributes").value_or(0));
+    record.back().inTable = false;
+    record.push_back({"folder", (attributes & 16) != 0});
+    if (shape.size) take("size_bytes", Kind::kBytes);
+    if (shape.changed) take("changed", Kind::kLocalTime);
+    if (shape.modified) take("modified", Kind::kLocalTime);
+}
+
+bool ReadFileList(std::span<const std::string> params, const Answer& answer,
+                  std::vector<Record>& records, std::string& error) {
+    auto asked = [&](size_t index) {
+        return index < params.size() && TrimView(params[index]) == "1";
+    };
+    FileListShape shape = {0, asked(6), asked(7), asked(8)};
+    size_t perEntry =
+        2U + (shape.size ? 1 : 0) + (shape.changed ? 1 : 0) + (shape.modified ? 1 : 0);
+    int64_t count = -1, lines = 0;
+    bool good = answer.lines.size() >= 3 && ParseInt64(TrimView(answer.lines[1]), count) &&
+                ParseInt64(TrimView(answer.lines[2]), lines) && count >= 0 &&
+                lines == static_cast<int64_t>(perEntry) &&
+                static_cast<uint64_t>(count) <= (answer.lines.size() - 3) / perEntry;
+    if (!good) {
+        error = "the agent's list of files is damaged";
+        return false;
+    }
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        ReadFile(std::span(answer.lines).subspan(3 + i * perEntry, perEntry), shape,
+                 records.emplace_back());
+    }
+    return true;
+}
+
+void ReadUnknown(const Answer& answer, Record& record) {
+    for (size_t i = 0; i < answer.lines.size(); ++i) {
+        record.push_back({"value_" + std::to_string(i + 1), answer.lines[i]});
+    }
+}
+
+bool ReadFormat(const ReplyFormat& format, std::span<const std::string> params,
+                const Answer& answer, Record& record, std::string& error, time_t now) {
+    for (const Column& column : format.columns) {
+        if (column.name.empty()) break;
+        if (!ReadColumn(column, params, answer, record, error)) return false;
+    }
+    if (format.command == "TEST-UNC") AddUse(record);
+    if (format.command == "TEST-FileExists") AddModificationTime(record, answer, now);
+    if (format.command == "TEST-FileHash") TellMissingDigest(record);
+    return true;
+}
+
+}  // namespace
+
+const Field* FindField(const Record& record, std::string_view name) {
+    auto found = std::find_if(record.begin(), record.end(),
+                              [name](const Field& field) { return field.name == name; });
+    return found == record.end() ? nullptr : &*found;
+}
+
+std::optional<double> Number(const Record& record, std::string_view name) {
+    const Field* field = FindField(record, name);
+    if (!field) return {};
+    if (auto flag = std::get_if<bool>(&field->value)) return *flag ? 1 : 0;
+    if (auto integer = std::get_if<int64_t>(&field->value)) return static_cast<double>(*integer);
+    if (auto number = std::get_if<double>(&field->value)) return *number;
+    return {};
+}
+
+std::string Text(const Record& record, std::string_view name) {
+    const Field* field = FindField(record, name);
+    const std::string* text = field ? std::get_if<std::string>(&field->value) : nullptr;
+    return text ? *text : std::string();
+}
+
+bool ReadReply(std::string_view command, std::span<const std::string> params, const Answer& answer,
+               std::vector<Record>& records, std::string& error, time_t now) {
+    records.clear();
+    if (command == "GetProcessesList") return ReadProcesses(answer, records, error);
+    if (command == "GetFilesList") return ReadFileList(params, answer, records, error);
+    Record& record = records.emplace_back();
+    if (command == "GetInfo") {
+        record = ReadInfo(answer);
+    } else if (command == "GetSettings") {
+        record = ReadSettings(answer);
+    } else if (const ReplyFormat* format = FindFormat(command)) {
+        return ReadFormat(*format, params, answer, record, error, now);
+    } else {
+        ReadUnknown(answer, record);
+    }
+    return true;
+}
+
+std::vector<std::string> FieldNames(std::string_view command) {
+    if (command == "GetProcessesList") return {"command"};
+    if (command == "GetFilesList") {
+        return {"name", "attributes", "folder", "size_bytes", "changed", "modified"};
+    }
+    if (command == "GetInfo") return InfoFieldNames();
+    if (command == "GetSettings") return SettingsFieldNames();
+    std::vector<std::string> names;
+    const ReplyFormat* format = FindFormat(command);
+    for (size_t i = 0; format && i < format->columns.size(); ++i) {
+        if (!format->columns[i].name.empty()) names.emplace_back(format->columns[i].name);
+    }
+    if (command == "TEST-UNC") names.insert(names.begin() + 2, "used_percent");
+    if (command == "TEST-FileExists") names.insert(names.begin() + 4, "modified_timestamp_seconds");
+    if (command == "TEST-FileHash") names.emplace_back("note");
+    return names;
+}
+
+}  // namespace zot::client
