@@ -8,6 +8,7 @@
 #include "config/config_file.h"
 #include "config/config_keys.h"
 #include "config/config_lines.h"
+#include "config/config_save.h"
 #include "fuzz/scratch.h"
 
 namespace {

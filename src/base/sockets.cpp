@@ -236,11 +236,6 @@ void TcpFinish(int socket, int32_t timeoutMs) {
     }
 }
 
-int32_t TcpCheck(std::string_view host, int32_t port, int32_t timeoutMs, VyString& errorText) {
-    UniqueFd socket;
-    return TcpConnect(socket, host, port, timeoutMs, errorText);
-}
-
 int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
                     std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText) {
     UniqueFd socket;

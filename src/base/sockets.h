@@ -68,9 +68,6 @@ int32_t TcpSend(int socket, std::string_view data, int32_t timeoutMs, VyString& 
 // has not read.
 void TcpFinish(int socket, int32_t timeoutMs);
 
-// Tells whether a connection succeeds: TcpConnect's result, with the socket closed again.
-int32_t TcpCheck(std::string_view host, int32_t port, int32_t timeoutMs, VyString& errorText);
-
 // Connects, sends `sendData`, if any, with one call and, if `receiveBuffer` has room, waits for the
 // first bytes of the answer. The connection and the answer each have `timeoutMs`. Returns the
 // number of bytes received (0 without a text when the peer closed first), or 1 when nothing was to

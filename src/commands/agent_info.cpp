@@ -55,6 +55,8 @@ void AppendSystem(Reply& reply) {
 
 }  // namespace
 
+const char kAgentVersion[] = ZOT_VERSION;
+
 void GetInfo(const AgentSettings& settings, const ConnectionCounters& counters, Reply& reply) {
     reply.Start("200");
     AppendPair(reply, "AgentName=", kAgentName);

@@ -11,7 +11,7 @@ namespace zot {
 
 inline constexpr char kAgentName[] = "VY Remote Monitoring Agent";
 inline constexpr char kAgentPlatform[] = "FreeBSD";
-inline constexpr char kAgentVersion[] = "1.36";
+extern const char kAgentVersion[];  // the project's, from the build
 inline constexpr char kDeveloperName[] = "The zot developers";
 inline constexpr char kDeveloperWeb[] = "https://zot.example.org";
 inline constexpr char kDeveloperMail[] = "zot@example.org";

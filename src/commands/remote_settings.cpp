@@ -8,7 +8,7 @@
 #include "base/escaping.h"
 #include "base/numbers.h"
 #include "config/check_table.h"
-#include "config/config_file.h"
+#include "config/config_save.h"
 #include "protocol/request_text.h"
 
 namespace zot {

@@ -1,6 +1,7 @@
 // Saving happens beside the file: the new content is complete, with the owner and the permissions
 // of the old file, and on the disk before one rename puts it in place. Whenever the process or the
 // machine stops, the configuration path leads to a whole file.
+#include "config/config_save.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -146,12 +146,11 @@ std::string_view FirstWord(std::string_view text) {
             static_cast<size_t>(std::find_if(text.begin(), text.end(), IsBlank) - text.begin())};
 }
 
-char AsItIs(char c) { return c; }
-
-double FindMultiplier(std::string_view unitText, char (*fold)(char)) {
+// By what a number with this unit is multiplied: 0 without a unit, -1 when the unit is unknown.
+double MultiplierOf(std::string_view unitText) {
     for (const Unit& unit : kUnits) {
         if (std::equal(unit.text.begin(), unit.text.end(), unitText.begin(), unitText.end(),
-                       [fold](char a, char b) { return a == fold(b); })) {
+                       [](char a, char b) { return a == LowerAscii(b); })) {
             return unit.multiplier;
         }
     }
@@ -171,14 +170,10 @@ bool ParseNumber(std::string_view text, double& value) noexcept {
     std::string_view rest = SkipBlanks(text.substr(first.size()));
     std::string_view unit = FirstWord(rest);
     if (!SkipBlanks(rest.substr(unit.size())).empty()) return false;
-    double multiplier = FindMultiplier(unit, LowerAscii);
+    double multiplier = MultiplierOf(unit);
     if (multiplier < 0.5) return false;
     value = number * multiplier;
     return true;
-}
-
-double UnitMultiplier(std::string_view unitText) noexcept {
-    return FindMultiplier(unitText, AsItIs);
 }
 
 }  // namespace zot

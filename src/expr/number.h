@@ -10,8 +10,4 @@ namespace zot {
 // number gives the nearest double, which is infinite when the number is too large for one.
 bool ParseNumber(std::string_view text, double& value) noexcept;
 
-// By what a number with this unit (in lower case) is multiplied: 0 without a unit, -1 when the
-// unit is unknown.
-double UnitMultiplier(std::string_view unitText) noexcept;
-
 }  // namespace zot

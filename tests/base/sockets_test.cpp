@@ -24,6 +24,12 @@ using test::Loopback;
 // The lowest free descriptor: unchanged by calls that leak none.
 int NextFd() { return UniqueFd(dup(0)).Get(); }
 
+// TcpConnect's result, with the socket closed again.
+int32_t Connect(const char* host, int port, int32_t timeoutMs, VyString& error) {
+    UniqueFd socket;
+    return TcpConnect(socket, host, port, timeoutMs, error);
+}
+
 TEST(Sockets, HostNames) {
     struct Case {
         const char* name;
@@ -58,9 +64,9 @@ TEST(Sockets, TcpConnect) {
 
     int before = NextFd();
     // The text of the call that began the connection, not of the refusal that came later.
-    EXPECT_EQ(TcpCheck("127.0.0.1", refusing.Port(), 1000, error), -6);
+    EXPECT_EQ(Connect("127.0.0.1", refusing.Port(), 1000, error), -6);
     EXPECT_TRUE(error == strerror(EINPROGRESS) || error == strerror(ECONNREFUSED)) << error.View();
-    EXPECT_EQ(TcpCheck("127.0.0.1", listener.Port(), -1, error), -6);
+    EXPECT_EQ(Connect("127.0.0.1", listener.Port(), -1, error), -6);
     EXPECT_EQ(error, strerror(EINVAL));
     EXPECT_EQ(NextFd(), before);
 }
@@ -70,7 +76,7 @@ TEST(Sockets, ConnectTimesOutWhenTheQueueIsFull) {
     std::vector<UniqueFd> queued(8);
     VyString error;
     for (UniqueFd& socket : queued) TcpConnect(socket, "127.0.0.1", listener.Port(), 1, error);
-    EXPECT_EQ(TcpCheck("127.0.0.1", listener.Port(), 50, error), 0);
+    EXPECT_EQ(Connect("127.0.0.1", listener.Port(), 50, error), 0);
     EXPECT_EQ(error, "Timeout");
 }
 
@@ -158,7 +164,7 @@ TEST(Sockets, Listener) {
     socklen_t size = sizeof address;
     getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size);
     int port = ntohs(address.sin_port);
-    EXPECT_EQ(TcpCheck("127.0.0.1", port, 1000, error), 1);
+    EXPECT_EQ(Connect("127.0.0.1", port, 1000, error), 1);
 
     int before = NextFd();
     EXPECT_FALSE(OpenListener("", std::to_string(port), error));

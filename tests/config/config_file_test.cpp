@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "config/config_save.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/temp_dir.h"
 

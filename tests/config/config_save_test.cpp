@@ -11,6 +11,7 @@
 #include <string>
 
 #include "config/config_file.h"
+#include "config/config_save.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {

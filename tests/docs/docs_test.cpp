@@ -100,6 +100,11 @@ TEST(Docs, SampleHasEveryKeyOnceAndLoadsWithoutWarning) {
     EXPECT_EQ(settings.filterActive, 1);
 }
 
+TEST(Docs, PortHasTheVersionOfTheProject) {
+    EXPECT_EQ(Found(SourceFile("packaging/freebsd/port/Makefile"), "^DISTVERSION=\t(.+)$"),
+              Names{kAgentVersion});
+}
+
 TEST(Docs, CommandPageHasEveryCommand) {
     const std::string page = SourceFile("docs/man/zot-commands.7");
     Names documented = Found(page, R"(^\.Ss ([^ ]+)$)");

@@ -1,3 +1,5 @@
+#include "checks/net/syslog.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -12,7 +14,6 @@
 #include "base/sockets.h"
 #include "base/vystring.h"
 #include "checks/net/net_checks.h"
-#include "checks/net/syslog_message.h"
 #include "config/settings.h"
 #include "protocol/reply.h"
 #include "protocol/request_text.h"

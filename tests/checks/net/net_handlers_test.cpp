@@ -7,7 +7,7 @@
 
 #include "base/sockets.h"
 #include "checks/net/net_checks.h"
-#include "checks/net/syslog_message.h"
+#include "checks/net/syslog.h"
 #include "tests/support/loopback.h"
 
 namespace zot {
