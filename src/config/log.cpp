@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,11 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
 
 #include "base/owners.h"
 #include "base/vystring.h"
@@ -22,9 +28,12 @@
 namespace zot {
 namespace {
 
-constexpr size_t kLineBuffer = 512;    // a message or a line, and a NUL
-constexpr size_t kAddressBuffer = 24;  // fits any address
+constexpr size_t kLineBuffer = 512;  // a message or a line, and a NUL
+constexpr size_t kLongestLine = kLineBuffer - 1;
 constexpr const char* kOwnAddress = "zot\t";
+constexpr std::string_view kConsoleStart = "[zot][";
+
+thread_local LogBatch* threadBatch = nullptr;
 
 // Callers report errno after they have logged, and a signal handler must leave it alone.
 class KeepErrno {
@@ -74,33 +83,19 @@ class LineText {
     size_t length_ = 0;
 };
 
-// Builds "[date time]\t address\t message".
-void BuildFileLine(LineText& line, const LineTime& time, std::string_view address,
-                   std::string_view message) {
+// Writes "[date time]\t " and tells where the time begins.
+size_t PutStamp(LineText& line, const LineTime& time) {
     line.Put("[");
     line.PutTriple(time.month, time.day, time.year, "/");
     line.Put(" ");
+    const size_t timeAt = line.View().size();
     line.PutTriple(time.hour, time.minute, time.second, ":");
     line.Put("]\t ");
-    line.Put(address);
-    line.Put("\t ");
-    line.Put(message);
+    return timeAt;
 }
 
-// Builds "[zot][time]\t address\t message".
-void BuildConsoleLine(LineText& line, const LineTime& time, std::string_view address,
-                      std::string_view message) {
-    line.Put("[zot][");
-    line.PutTriple(time.hour, time.minute, time.second, ":");
-    line.Put("]\t ");
-    line.Put(address);
-    line.Put("\t ");
-    line.Put(message);
-}
-
-// The local time now, and how many seconds it is ahead of UTC.
-LineTime LocalTime(int32_t& utcOffset) {
-    time_t now = time(nullptr);
+// The local time of a moment, and how many seconds it is ahead of UTC.
+LineTime LocalTime(time_t now, int32_t& utcOffset) {
     struct tm parts {};
     localtime_r(&now, &parts);
     utcOffset = static_cast<int32_t>(parts.tm_gmtoff);
@@ -156,6 +151,42 @@ bool ResolveLogPath(const AgentSettings& settings, std::string_view path, char (
     return true;
 }
 
+// Appends the parts to the file in one write, so that another process that appends cuts no line in
+// two.
+void Append(const AgentSettings& settings, std::string_view path, std::span<const iovec> parts) {
+    char full[PATH_MAX];
+    if (path.empty() || parts.empty() || !ResolveLogPath(settings, path, full)) return;
+    // Neither a named pipe without a reader nor a terminal that is held up may stop the agent.
+    UniqueFd fd(
+        open(full, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0640));
+    struct stat info {};
+    if (!fd || fstat(fd.Get(), &info) != 0) return;
+    if (!S_ISREG(info.st_mode) && !S_ISCHR(info.st_mode)) return;
+    [[maybe_unused]] ssize_t written =
+        parts.size() == 1 ? write(fd.Get(), parts[0].iov_base, parts[0].iov_len)
+                          : writev(fd.Get(), parts.data(), static_cast<int>(parts.size()));
+}
+
+// Parts of a text, where neighbours grow together.
+template <size_t n>
+class Parts {
+  public:
+    void Add(const char* text, size_t size) {
+        auto* start = const_cast<char*>(text);  // iovec is for reading, too
+        if (count_ > 0 &&
+            static_cast<char*>(parts_[count_ - 1].iov_base) + parts_[count_ - 1].iov_len == start) {
+            parts_[count_ - 1].iov_len += size;
+        } else {
+            parts_[count_++] = {start, size};
+        }
+    }
+    std::span<const iovec> View() const { return {parts_, count_}; }
+
+  private:
+    iovec parts_[n];
+    size_t count_ = 0;
+};
+
 }  // namespace
 
 void AddressToText(uint32_t address, char* buffer, size_t size) {
@@ -166,22 +197,14 @@ void AddressToText(uint32_t address, char* buffer, size_t size) {
 }
 
 void AppendLogLine(const AgentSettings& settings, std::string_view path, std::string_view line) {
-    char full[PATH_MAX];
-    if (path.empty() || line.empty() || !ResolveLogPath(settings, path, full)) return;
     KeepErrno keeper;
-    // Neither a named pipe without a reader nor a terminal that is held up may stop the agent.
-    UniqueFd fd(
-        open(full, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0640));
-    struct stat info {};
-    if (!fd || fstat(fd.Get(), &info) != 0) return;
-    if (!S_ISREG(info.st_mode) && !S_ISCHR(info.st_mode)) return;
-    // One write a line: another process that appends to the file never cuts a line in two.
-    [[maybe_unused]] ssize_t written = write(fd.Get(), line.data(), line.size());
+    const iovec whole = {const_cast<char*>(line.data()), line.size()};
+    if (!line.empty()) Append(settings, path, {&whole, 1});
 }
 
 Log::Log(SettingsStore& settings) : settings_(settings) {
     int32_t utcOffset = 0;
-    LocalTime(utcOffset);
+    LocalTime(time(nullptr), utcOffset);
     utcOffset_ = utcOffset;
 }
 
@@ -194,7 +217,7 @@ void Log::WriteLog(LogKind kind, uint32_t clientAddress, const char* format, ...
     va_start(arguments, format);
     int length = vsnprintf(message, sizeof(message), format, arguments);
     va_end(arguments);
-    if (length >= 0) WriteLines(*settings, kind, clientAddress, message);
+    if (length >= 0) WriteLine(std::move(settings), kind, clientAddress, message);
 }
 
 void Log::WriteLogText(LogKind kind, uint32_t clientAddress, std::string_view message) {
@@ -202,44 +225,140 @@ void Log::WriteLogText(LogKind kind, uint32_t clientAddress, std::string_view me
     SettingsSnapshot settings = settings_.Snapshot();
     if (!IsWanted(*settings, kind)) return;
     message = message.substr(0, kLineBuffer - 1);
-    WriteLines(*settings, kind, clientAddress, message.substr(0, message.find('\0')));
+    WriteLine(std::move(settings), kind, clientAddress, message.substr(0, message.find('\0')));
 }
 
-void Log::WriteLines(const AgentSettings& settings, LogKind kind, uint32_t clientAddress,
-                     std::string_view message) {
-    std::lock_guard<std::mutex> lock(logMutex_);
-    int32_t utcOffset = 0;
-    LineTime now = LocalTime(utcOffset);
-    utcOffset_.store(utcOffset, std::memory_order_relaxed);
-    char address[kAddressBuffer];
-    if (clientAddress != 0) AddressToText(clientAddress, address, sizeof(address));
-    std::string_view from = clientAddress != 0 ? address : kOwnAddress;
-    if (settings.interactive) {
-        LineText line;
-        BuildConsoleLine(line, now, from, message);
-        fwrite(line.View().data(), 1, line.View().size(), stdout);
-        fflush(stdout);
+void Log::WriteLine(SettingsSnapshot settings, LogKind kind, uint32_t clientAddress,
+                    std::string_view message) {
+    if (threadBatch == nullptr) {
+        LogBatch batch(*this, LogBatch::Lone());
+        batch.settings_ = std::move(settings);
+        batch.Add(kind, clientAddress, message);
+        return;
     }
-    LineText line;
-    BuildFileLine(line, now, from, message);
-    AppendLogLine(settings, LogOfKind(settings, kind), line.View());
-    AppendLogLine(settings, VerboseLog(settings), line.View());
+    LogBatch& batch = *threadBatch;
+    // Where a line goes is decided when it is made.
+    if (batch.settings_ != settings) {
+        batch.Write();
+        batch.settings_ = std::move(settings);
+    }
+    batch.Add(kind, clientAddress, message);
+}
+
+void Log::Flush() noexcept {
+    if (threadBatch == nullptr) return;
+    KeepErrno keeper;
+    threadBatch->Write();
 }
 
 void Log::WriteFromSignal(const AgentSettings& settings, LogKind kind,
                           const char* message) noexcept {
     KeepErrno keeper;
-    LineTime now = TimeAtOffset(utcOffset_.load(std::memory_order_relaxed));
-    if (settings.interactive) {
-        LineText line;
-        BuildConsoleLine(line, now, kOwnAddress, message);
-        [[maybe_unused]] ssize_t written =
-            write(STDOUT_FILENO, line.View().data(), line.View().size());
-    }
+    if (threadBatch != nullptr) threadBatch->WriteFromSignal();
     LineText line;
-    BuildFileLine(line, now, kOwnAddress, message);
+    const size_t timeAt = PutStamp(line, TimeAtOffset(utcOffset_.load(std::memory_order_relaxed)));
+    line.Put(kOwnAddress);
+    line.Put("\t ");
+    line.Put(message);
+    if (settings.interactive) {
+        LineText console;
+        console.Put(kConsoleStart);
+        console.Put(line.View().substr(timeAt));
+        console_.WriteFromSignal(console.View());
+    }
     AppendLogLine(settings, LogOfKind(settings, kind), line.View());
     AppendLogLine(settings, VerboseLog(settings), line.View());
+}
+
+LogBatch::LogBatch(Log& log) noexcept : log_(log) { threadBatch = this; }
+
+LogBatch::~LogBatch() {
+    Write();
+    if (!lone_) threadBatch = nullptr;
+}
+
+void LogBatch::Add(LogKind kind, uint32_t clientAddress, std::string_view message) {
+    if (count_ == lines_.size() || sizeof text_ - used_ < 2 * kLineBuffer) {
+        SettingsSnapshot settings = settings_;
+        Write();
+        settings_ = std::move(settings);
+    }
+    MakeStamp();
+    if (clientAddress != 0 && (addressText_[0] == '\0' || address_ != clientAddress)) {
+        AddressToText(clientAddress, addressText_, sizeof addressText_);
+        address_ = clientAddress;
+    }
+    const size_t start = used_;
+    Put({stamp_, stampSize_});
+    Put(clientAddress != 0 ? addressText_ : kOwnAddress);
+    Put("\t ");
+    Put(message);
+    // A line counts only now: the thread may crash while it makes one.
+    lines_[count_++] = {static_cast<uint16_t>(start), static_cast<uint16_t>(used_ - start), kind};
+}
+
+void LogBatch::MakeStamp() {
+    const time_t now = time(nullptr);
+    if (now == second_) return;
+    int32_t utcOffset = 0;
+    LineText stamp;
+    timeAt_ = PutStamp(stamp, LocalTime(now, utcOffset));
+    log_.utcOffset_.store(utcOffset, std::memory_order_relaxed);
+    stampSize_ = stamp.View().copy(stamp_, sizeof stamp_);
+    second_ = now;
+}
+
+void LogBatch::Put(std::string_view text) noexcept {
+    used_ += text.copy(text_ + used_, sizeof text_ - used_);
+}
+
+void LogBatch::Write() noexcept {
+    if (count_ == 0) return;
+    {
+        std::lock_guard<std::mutex> lock(log_.logMutex_);
+        for (const Line& line : std::span(lines_).first(settings_->interactive ? count_ : 0)) {
+            log_.console_.Write(ConsoleLine(line));
+        }
+        WriteFiles(*settings_);
+    }
+    count_ = 0;
+    used_ = 0;
+    settings_.reset();  // an idle thread keeps none alive
+}
+
+// Neither locks nor waits nor frees.
+void LogBatch::WriteFromSignal() noexcept {
+    if (count_ == 0) return;
+    for (const Line& line : std::span(lines_).first(settings_->interactive ? count_ : 0)) {
+        log_.console_.WriteFromSignal(ConsoleLine(line));
+    }
+    WriteFiles(*settings_);
+    count_ = 0;
+}
+
+// The line with another beginning, made where the last one was.
+std::string_view LogBatch::ConsoleLine(const Line& line) noexcept {
+    LineText text;
+    text.Put(kConsoleStart);
+    text.Put({text_ + line.start + timeAt_, line.size - timeAt_});
+    return {consoleLine_, text.View().copy(consoleLine_, sizeof consoleLine_)};
+}
+
+void LogBatch::WriteFiles(const AgentSettings& settings) const noexcept {
+    const std::string_view all = VerboseLog(settings);
+    const std::string_view paths[] = {LogOfKind(settings, LogKind::kSuccess),
+                                      LogOfKind(settings, LogKind::kFailure), all};
+    for (size_t at = 0; at < std::size(paths); ++at) {
+        // Logs that are one file get their lines in the order in which they were made.
+        if (std::find(paths, paths + at, paths[at]) != paths + at) continue;
+        Parts<2 * kMostLines> parts;
+        for (const Line& line : std::span(lines_).first(count_)) {
+            const size_t size = std::min<size_t>(line.size, kLongestLine);
+            if (LogOfKind(settings, line.kind) == paths[at]) parts.Add(text_ + line.start, size);
+            if (all == paths[at]) parts.Add(text_ + line.start, size);
+        }
+        Append(settings, paths[at], parts.View());
+    }
 }
 
 }  // namespace zot

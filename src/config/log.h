@@ -1,13 +1,19 @@
 // The agent's one logging entry point: console, log of accepted connections, log of failures and
-// verbose log, one write per line so that no reader ever sees half a line.
+// verbose log. Lines reach a file whole, in one write each or in one write for a batch of them, so
+// no reader ever sees half a line.
 #pragma once
 
+#include <sys/uio.h>
+
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <mutex>
 #include <string_view>
 
+#include "config/console.h"
 #include "config/settings.h"
 
 namespace zot {
@@ -22,30 +28,87 @@ enum class LogKind : int {
 // Dotted-decimal text of an IPv4 address (network byte order), NUL-terminated within `size`.
 void AddressToText(uint32_t address, char* buffer, size_t size);
 
+class LogBatch;
+
 class Log {
   public:
     explicit Log(SettingsStore& settings);
 
     // Writes one line of the kind; `clientAddress` is an IPv4 address in network byte order, or 0
     // for the agent itself. The message brings its own line end; message and line are cut to 511
-    // bytes. Never fails its caller and leaves errno alone.
+    // bytes. Never fails its caller and leaves errno alone. On a thread that has a LogBatch the
+    // line waits there.
     void WriteLog(LogKind kind, uint32_t clientAddress, const char* format, ...)
         __attribute__((format(printf, 4, 5)));
     // The same with a message taken literally.
     void WriteLogText(LogKind kind, uint32_t clientAddress, std::string_view message);
 
-    // Writes a line of the agent itself from a signal handler: no lock, no allocation, no stdio,
-    // about 6 KiB of stack. Async-signal-safe; `message` is NUL-terminated.
+    // Writes what waits in the calling thread's batch. Leaves errno alone.
+    void Flush() noexcept;
+
+    // Writes a line of the agent itself from a signal handler, after what waits in the batch of the
+    // thread: no lock, no allocation, no stdio, about 12 KiB of stack. Async-signal-safe; `message`
+    // is NUL-terminated.
     void WriteFromSignal(const AgentSettings& settings, LogKind kind, const char* message) noexcept;
 
   private:
-    void WriteLines(const AgentSettings& settings, LogKind kind, uint32_t clientAddress,
-                    std::string_view message);
+    friend class LogBatch;
+    void WriteLine(SettingsSnapshot settings, LogKind kind, uint32_t clientAddress,
+                   std::string_view message);
 
     SettingsStore& settings_;
-    std::mutex logMutex_;
+    std::mutex logMutex_;  // the console and the files: all show the same order
+    Console console_;
     // Seconds east of UTC when the last line was written: a signal handler may not ask.
     std::atomic<int32_t> utcOffset_{0};
+};
+
+// From its making to its end, the lines of the calling thread wait here until they are flushed, so
+// that all lines of a request cost one write. Whoever flushes too late lets others see the lines
+// too late: before waiting, before long work, and before a connection goes to another thread or
+// closes.
+class LogBatch {
+  public:
+    explicit LogBatch(Log& log) noexcept;
+    ~LogBatch();
+    LogBatch(const LogBatch&) = delete;
+    LogBatch& operator=(const LogBatch&) = delete;
+
+  private:
+    friend class Log;
+    static constexpr size_t kMostLines = 32;
+
+    struct Line {
+        uint16_t start;
+        uint16_t size;  // as it would be without a limit
+        LogKind kind;
+    };
+
+    struct Lone {};  // a batch of one line, which the thread does not know of
+    LogBatch(Log& log, Lone) noexcept : log_(log), lone_(true) {}
+
+    void Add(LogKind kind, uint32_t clientAddress, std::string_view message);
+    void MakeStamp();
+    void Write() noexcept;
+    void WriteFromSignal() noexcept;
+    std::string_view ConsoleLine(const Line& line) noexcept;
+    void WriteFiles(const AgentSettings& settings) const noexcept;
+    void Put(std::string_view text) noexcept;
+
+    Log& log_;
+    bool lone_ = false;
+    SettingsSnapshot settings_;  // all lines were made under these
+    time_t second_ = -1;         // the stamp's
+    char stamp_[48];             // "[date time]\t "
+    size_t stampSize_ = 0;
+    size_t timeAt_ = 0;  // where the time begins in the stamp
+    uint32_t address_ = 0;
+    char addressText_[24] = "";
+    std::array<Line, kMostLines> lines_;
+    size_t count_ = 0;
+    char text_[8192];
+    char consoleLine_[512];
+    size_t used_ = 0;
 };
 
 // Appends one finished line to a file, which is created if needed. A path without "/" is placed

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -148,7 +149,9 @@ TEST_F(LogFile, LinesOfManyThreadsStayWhole) {
     Log log(store_);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&log] {
+        threads.emplace_back([&log, i] {
+            std::optional<LogBatch> batch;
+            if (i % 2 == 0) batch.emplace(log);
             for (int n = 0; n < 250; ++n) log.WriteLog(LogKind::kSuccess, 0, "%0200d.\n", n);
         });
     }
