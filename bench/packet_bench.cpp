@@ -140,10 +140,11 @@ void DecodeAndSealOurs(benchmark::State& state) {
     const std::string sent =
         client::BuildRequest("password", "0123456789abcdef", std::string(kShort, 'x'));
     const std::string value(kShort - 6, 'y');
+    const PasswordKey password("password");
     for (auto _ : state) {
-        VyString packet(sent);
+        std::string packet(sent);
         RequestPacket request;
-        if (!DecodeRequest(packet, "password", 0, log, request)) abort();
+        if (!DecodeRequest(packet, password, 0, log, request)) abort();
         Reply reply;
         reply.Start("200", value);
         VyString sealed = SealReply(std::move(reply), *request.cipher);

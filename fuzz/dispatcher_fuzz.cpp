@@ -17,6 +17,7 @@ using namespace zot;
 class Control : public ProcessControl {
   public:
     explicit Control(const AgentSettings& settings) : settings_(settings) {}
+    void BeforeLongWork() override {}
     void RequestTerminate() override {}
     void RequestReload() override {}
     void BeginUpgrade(std::string_view params, Reply& reply) override {

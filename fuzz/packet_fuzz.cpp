@@ -1,6 +1,7 @@
 // The packet decoder. The first byte says how the rest becomes a packet: as it is, or as the fields
 // of a packet whose password and lengths are right, so that the decryption is reached too; further
 // bits put wrong lengths into it.
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include "client/request_packet.h"
 #include "fuzz/scratch.h"
 #include "protocol/packet.h"
+#include "protocol/packet_intake.h"
 
 namespace {
 
@@ -44,6 +46,29 @@ struct Receiver {
     Log log;
 };
 
+// However the bytes are cut, the front makes the same packet of them: one after the other, which is
+// a cut at every byte, and in two parts.
+void TakeInParts(std::string_view bytes, size_t firstPart, const PasswordKey& password,
+                 const RequestPacket* expected, Log& log) {
+    PacketIntake intake;
+    size_t taken = 0;
+    while (taken < bytes.size()) {
+        const size_t part = taken == 0 ? std::max<size_t>(firstPart, 1) : 1;
+        const PacketState state = intake.Take(bytes.substr(taken, part), password);
+        taken += part;
+        fuzz::Require(state == CheckPacket(bytes.substr(0, taken)));
+        if (firstPart > 0 && taken < bytes.size()) {
+            intake.Take(bytes.substr(std::exchange(taken, bytes.size())), password);
+        }
+        fuzz::Require(!intake.IsStranger() || intake.Held() == 0);
+    }
+    RequestPacket request;
+    const bool valid = intake.Open(password, 0x0100007f, log, request);
+    fuzz::Require(valid == (expected != nullptr));
+    fuzz::Require(!valid || (request.text == expected->text &&
+                             request.sessionKey.View() == expected->sessionKey.View()));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -57,9 +82,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (whole == PacketState::kIncomplete) fuzz::Require(before != PacketState::kComplete);
     }
 
-    VyString packet(bytes);
+    static const PasswordKey password(kPassword);
+    std::string packet(bytes);
     RequestPacket request;
-    bool valid = DecodeRequest(packet, kPassword, 0x0100007f, receiver.log, request);
+    bool valid = DecodeRequest(packet, password, 0x0100007f, receiver.log, request);
+    static size_t cut = 0;
+    for (size_t part : {size_t{0}, bytes.empty() ? 0 : ++cut % bytes.size()}) {
+        TakeInParts(bytes, part, password, valid ? &request : nullptr, receiver.log);
+    }
     if (!valid) {
         fuzz::Require(request.sessionKey.Empty());
         return 0;

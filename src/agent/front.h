@@ -1,43 +1,107 @@
-// Accepts connections: keeps descriptors free for running requests, asks the filter, counts and
-// logs what came, and starts the session of whoever may come in.
+// Lets connections in and receives from them until a packet is whole. Nothing here waits for a
+// peer, and no handler runs here.
+//
+// Strangers are those who have not shown the right password digest. They cost no thread; while
+// descriptors run short the one that came first goes for each that comes.
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
+#include <span>
+#include <string_view>
+#include <vector>
 
 #include "agent/agent_control.h"
+#include "agent/connection.h"
+#include "agent/waiting.h"
 #include "base/owners.h"
+#include "base/readiness.h"
+#include "protocol/packet.h"
 
 namespace zot {
 
 // The exit code of an agent that cannot listen, or accept.
 inline constexpr int kExitListen = 4;
 
+// How much one receive takes at most. Servers can observe it: bytes behind a complete packet spoil
+// it only when they come in with the packet's last receive.
+inline constexpr size_t kReceiveSize = 1024;
+
+// The connections that one event has made whole.
+struct Arrivals {
+    // The first one whose packet came in one piece stays in the buffer, uncopied; none when the
+    // size is 0.
+    Connection first;
+    size_t firstSize = 0;
+    std::array<char, kReceiveSize> firstPacket;
+    std::vector<Connection> others;
+};
+
 class Front {
   public:
     // `descriptorLimit` is the number of descriptors that the process may have, 0 if unknown.
-    Front(AgentServices& services, int descriptorLimit);
+    Front(AgentServices& services, Readiness& readiness, PasswordKeys& passwords,
+          int descriptorLimit);
 
     // Accepts from `socket` from now on; the one before it, if any, is closed then.
     void Listen(UniqueFd socket);
     // Closes the socket: nothing is accepted until the next Listen.
     void StopListening();
 
-    // Waits for a connection, a wake-up, a hang-up or the next second, and accepts what has come.
-    void WaitForConnection();
+    // Acts on an event of the queue. Called by any number of threads; `alone` says that no other
+    // one is free now, so that more connections than one are this one's.
+    void Handle(uint64_t tag, bool alone, Arrivals& arrivals);
+
+    // Closes the connections that were silent for too long. The time-out counts in whole seconds
+    // of the clock from the last byte on.
+    void Expire();
+    // When Expire has something to do, on the clock of MonotonicMs; INT64_MAX for never.
+    int64_t NextExpiry() const;
+
+    // Accepts again if a shortage had stopped that. Called when descriptors may have come free.
+    void Resume();
+
+    // Whether accepting has failed for good, which is logged already.
+    bool HasFailed() const { return failed_.load(); }
 
   private:
-    void Accept();
-    void Refuse(UniqueFd socket, uint32_t peerAddress);
+    struct Accepted {
+        UniqueFd socket;
+        Peer peer;
+    };
+
+    size_t AcceptSome(std::span<Accepted> accepted);
+    bool AcceptOne(Accepted& accepted);
+    void Fail(int error);
+    bool MakeRoom(int descriptor);
     bool DescriptorsRunShort() const;
+    size_t CloseStrangers(size_t count);
+    void Welcome(Accepted& accepted, Arrivals& arrivals);
+    bool MayComeIn(const Accepted& accepted);
+    void Refuse(UniqueFd socket, uint32_t peerAddress);
+    void Receive(Connection& connection, Arrivals& arrivals);
+    PacketState Take(Connection& connection, std::string_view bytes, Arrivals& arrivals);
+    void Wait(Connection& connection);
+    void Reject(Connection& connection);
 
     AgentServices& services_;
+    Readiness& readiness_;
+    PasswordKeys& passwords_;
+    Waiting waiting_;
+    const int descriptorLimit_;
+
+    std::mutex listenMutex_;  // accepting from the socket, and replacing it
     UniqueFd socket_;
-    int descriptorLimit_;
+    int singleAccepts_ = 0;
+    std::atomic<bool> paused_{false};
+    std::atomic<bool> failed_{false};
 
     // Refused connections are shut down but stay open for a while; the oldest is closed when its
     // place is needed, so that refused peers cannot use up the descriptors.
+    std::mutex refusedMutex_;
     std::array<UniqueFd, 64> refused_;
     size_t oldestRefused_ = 0;
 };

@@ -1,7 +1,10 @@
 #include "agent/listener.h"
 
+#include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -10,7 +13,9 @@
 #include <utility>
 
 #include "agent/upgrade.h"
+#include "agent/waker.h"
 #include "base/children.h"
+#include "base/clock.h"
 #include "base/sockets.h"
 #include "config/config_file.h"
 #include "config/log.h"
@@ -20,6 +25,8 @@ namespace {
 
 constexpr int kOpenAttempts = 3;
 constexpr int32_t kMaxPort = 65535;
+constexpr int64_t kMsPerSecond = 1000;
+constexpr long kNsPerMs = 1000000;
 constexpr timespec kShortPause = {0, 10L * 1000 * 1000};
 
 }  // namespace
@@ -43,7 +50,8 @@ UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText)
 Listener::Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile,
                    StartArguments arguments, int descriptorLimit)
     : services_(services),
-      front_(services, descriptorLimit),
+      front_(services, readiness_, passwords_, descriptorLimit),
+      crew_(services, readiness_, front_, passwords_),
       openPort_(services.settings.Snapshot()->port),
       pidFile_(pidFile),
       arguments_(arguments) {
@@ -51,15 +59,30 @@ Listener::Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile,
 }
 
 void Listener::Run() {
+    crew_.Start();
     for (;;) {
         try {
             HandleRequests();
-            front_.WaitForConnection();
+            WaitForWork();
         } catch (const std::exception& error) {
             services_.log.WriteLog(LogKind::kFailure, 0, "Listener failed: %s\n", error.what());
             nanosleep(&kShortPause, nullptr);
         }
     }
+}
+
+// Until the next second, a wake-up or a hang-up, or until a time-out or the crew needs a look.
+void Listener::WaitForWork() {
+    front_.Expire();
+    front_.Resume();
+    const int64_t now = MonotonicMs();
+    const int64_t wait = std::min(
+        {crew_.Watch(), front_.NextExpiry() - now, StartOfWholeSecond() + kMsPerSecond - now});
+    pollfd descriptor = {services_.control.waker.Descriptor(), POLLIN, 0};
+    const timespec limit = {0, std::clamp<long>(wait, 0, kMsPerSecond - 1) * kNsPerMs};
+    sigset_t none;
+    sigemptyset(&none);
+    if (ppoll(&descriptor, 1, &limit, &none) > 0) services_.control.waker.Drain();
 }
 
 void Listener::HandleRequests() {
@@ -69,6 +92,7 @@ void Listener::HandleRequests() {
         VyString ignoredError;
         LoadConfigLocked(services_.settings, ignoredError);
     }
+    if (front_.HasFailed()) std::exit(kExitListen);
     if (control.terminateRequest.load()) {
         services_.log.WriteLogText(LogKind::kStatus, 0,
                                    "Terminate request received. Terminating..\n");

@@ -5,12 +5,15 @@
 #include <cstdint>
 
 #include "agent/agent_control.h"
+#include "agent/crew.h"
 #include "agent/daemon.h"
 #include "agent/front.h"
 #include "agent/signals.h"
 #include "base/owners.h"
+#include "base/readiness.h"
 #include "base/vystring.h"
 #include "config/settings.h"
+#include "protocol/packet.h"
 
 namespace zot {
 
@@ -31,11 +34,15 @@ class Listener {
 
   private:
     void HandleRequests();
+    void WaitForWork();
     void Replace(const char* announcement, const VyString& path, const char* failure);
     void SwitchPort();
 
     AgentServices& services_;
+    Readiness readiness_;
+    PasswordKeys passwords_;
     Front front_;
+    Crew crew_;
     int32_t openPort_;
     PidFile& pidFile_;
     StartArguments arguments_;

@@ -23,6 +23,14 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
 // called before the first thread.
 void LimitFreedMemory();
 
+// Whether accept fails with this error for what a peer or its network did: the next connection may
+// be as good as any.
+bool IsErrorOfPeer(int acceptError);
+
+// The flag of send that says that more follows at once, be it the end, so that one segment can
+// carry both; 0 where there is none.
+int MoreFollowsFlag();
+
 // The process environment as execve takes it.
 char** ProcessEnvironment();
 

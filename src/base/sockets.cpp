@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -253,6 +254,18 @@ int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
     ssize_t count = RetryInterrupted(
         [&] { return recv(socket.Get(), receiveBuffer.data(), receiveBuffer.size(), 0); });
     return Received(count, errorText);
+}
+
+void NoticeDeadPeers(int socket) {
+    const struct {
+        int level, option, value;
+    } settings[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                    {IPPROTO_TCP, TCP_KEEPIDLE, 20},
+                    {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+                    {IPPROTO_TCP, TCP_KEEPCNT, 3}};
+    for (const auto& [level, option, value] : settings) {
+        setsockopt(socket, level, option, &value, sizeof value);
+    }
 }
 
 UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText) {

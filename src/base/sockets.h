@@ -75,6 +75,11 @@ void TcpFinish(int socket, int32_t timeoutMs);
 int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
                     std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText);
 
+// Has the system notice a peer whose machine is gone: after 20 seconds of silence it asks every 10
+// seconds, and gives the connection up after three questions without an answer. Connections
+// accepted from a listening socket inherit it.
+void NoticeDeadPeers(int socket);
+
 // Opens a listening TCP socket on a local address (a name or dotted; empty means all) and a port
 // number or service name. Returns the socket, or an empty owner with the reason in the error text.
 UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText);

@@ -52,12 +52,12 @@ constexpr CheckRecord ShellScript() {
 }
 
 constexpr CheckRecord kChecks[] = {
-    Test("unc", &A::testUnc, "UNC", 3, {"TEST-UNC", TestUnc}),
+    Test("unc", &A::testUnc, "UNC", 3, {"TEST-UNC", TestUnc, false}),
     FreeSpace(),
     Test("foldersize", &A::testFolderSize, "Folder Size", 4, {"TEST-FolderSize", TestFolderSize}),
     Test("countfiles", &A::testCountFiles, "Count Files", 5, {"TEST-CountFiles", TestCountFiles}),
     Test("fileexists", &A::testFileExists, "File Availability", 6,
-         {"TEST-FileExists", TestFileExists}),
+         {"TEST-FileExists", TestFileExists, false}),
     Test("filecrc", &A::testFileCrc, "File Integrity", 7, {"TEST-FileHash", TestFileHash}),
     Test("comparefiles", &A::testCompareFiles, "File Compare", 8,
          {"TEST-FileCompare", TestFileCompare}),

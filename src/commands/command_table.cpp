@@ -74,6 +74,7 @@ constexpr bool AgentSettings::*kListingSwitches[] = {
 
 constexpr Command kOtherCommands[] = {
     {.name = "GetFilesList",
+     .mayTakeLong = true,
      .permission = Permission::kTest,
      .switches = kListingSwitches,
      .check = GetFilesList},
@@ -94,7 +95,10 @@ constexpr Command kOtherCommands[] = {
     Own("QUIT", Quit, Permission::kManage),
     Own("GetSettings", AnswerGetSettings, Permission::kManage),
     Own("SetSettings", AnswerSetSettings, Permission::kManage),
-    Own("UpgradeCode", UpgradeCode, Permission::kUpgrade),
+    {.name = "UpgradeCode",
+     .mayTakeLong = true,
+     .permission = Permission::kUpgrade,
+     .process = UpgradeCode},
 };
 
 std::vector<Command> AllCommands() {
@@ -104,6 +108,7 @@ std::vector<Command> AllCommands() {
         for (const CheckCommand& command : check.commands) {
             if (command.handler == nullptr) continue;
             commands.push_back({.name = command.name,
+                                .mayTakeLong = command.mayTakeLong,
                                 .permission = isTest ? Permission::kTest : Permission::kAction,
                                 .switches = {&check.enabled, 1},
                                 .check = command.handler});

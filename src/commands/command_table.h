@@ -24,6 +24,7 @@ using ProcessHandler = void (*)(RequestContext& request, Reply& reply);
 
 struct Command {
     std::string_view name;
+    bool mayTakeLong = false;
     Permission permission = Permission::kAnyone;
     std::span<bool AgentSettings::*const> switches = {};  // of tests and actions
     CheckHandler check = nullptr;                         // exactly one of the two is set

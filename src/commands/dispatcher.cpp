@@ -46,7 +46,10 @@ void Run(const Command& command, RequestContext& request, Reply& reply) {
     std::string_view refusal = Refusal(command, request);
     if (!refusal.empty()) {
         reply.Start("600", refusal);
-    } else if (command.check != nullptr) {
+        return;
+    }
+    if (command.mayTakeLong) request.control.BeforeLongWork();
+    if (command.check != nullptr) {
         command.check(request.params, request.settings, reply);
     } else {
         command.process(request, reply);

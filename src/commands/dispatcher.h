@@ -18,6 +18,8 @@ class ProcessControl {
     virtual ~ProcessControl() = default;
     virtual void RequestTerminate() = 0;
     virtual void RequestReload() = 0;
+    // Called before a handler that may work for long.
+    virtual void BeforeLongWork() = 0;
     // Answers UpgradeCode; when it starts a transfer, what follows on the connection belongs to it.
     virtual void BeginUpgrade(std::string_view params, Reply& reply) = 0;
 };

@@ -21,6 +21,9 @@ using CheckHandler = void (*)(std::string_view params, const AgentSettings& sett
 struct CheckCommand {
     std::string_view name;  // as requests spell it
     CheckHandler handler = nullptr;
+    // Whether others must be able to get their answers while the handler works: it runs programs,
+    // asks the network, or reads as much as there is.
+    bool mayTakeLong = true;
 };
 
 struct CheckRecord {

@@ -4,7 +4,7 @@
 
 namespace zot {
 
-SettingsStore::SettingsStore() { Publish(std::make_shared<const AgentSettings>()); }
+SettingsStore::SettingsStore() { Publish(std::make_shared<AgentSettings>()); }
 
 SettingsStore::~SettingsStore() = default;
 
@@ -22,7 +22,9 @@ bool SettingsStore::Change(const std::function<bool(AgentSettings&)>& change) {
     return result;
 }
 
-void SettingsStore::Publish(SettingsSnapshot fresh) {
+void SettingsStore::Publish(std::shared_ptr<AgentSettings> changed) {
+    changed->revision = ++revisions_;
+    SettingsSnapshot fresh = std::move(changed);
     latest_.store(fresh.get());
     {
         std::lock_guard<std::mutex> lock(snapshotMutex_);

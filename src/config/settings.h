@@ -21,6 +21,9 @@ struct AgentSettings {
     AgentSettings& operator=(const AgentSettings&) = default;
     ~AgentSettings() { password.Wipe(); }
 
+    // Which publication of the settings this is; no two have the same.
+    uint64_t revision = 0;
+
     // Set by the command line before the file is read; no load touches them.
     bool interactive = false;  // stays in the terminal
     bool verbose = false;      // writes the verbose log
@@ -100,11 +103,12 @@ class SettingsStore {
     const AgentSettings& ForCrashHandler() noexcept;
 
   private:
-    void Publish(SettingsSnapshot fresh);
+    void Publish(std::shared_ptr<AgentSettings> fresh);
 
     std::mutex configMutex_;            // each whole load, save or change
     mutable std::mutex snapshotMutex_;  // the pointer below
     SettingsSnapshot current_;
+    uint64_t revisions_ = 0;  // under configMutex_
     std::atomic<const AgentSettings*> latest_{nullptr};
     std::atomic<bool> crashing_{false};
     std::vector<SettingsSnapshot> keptForCrash_;  // under configMutex_

@@ -1,39 +1,15 @@
 #include "protocol/packet.h"
 
-#include <span>
+#include <algorithm>
 
 #include "base/md5.h"
+#include "base/wipe.h"
 #include "protocol/zot_const.h"
 
 namespace zot {
 namespace {
 
-constexpr int kLengthField = 4;
-constexpr size_t kSignatureAt = 4;
-constexpr uint8_t kSignature[2] = {0x03, 0x12};
-constexpr size_t kDigestLengthAt = 6;
-constexpr int kShortField = 2;
-constexpr size_t kDigestAt = kDigestLengthAt + kShortField;
-constexpr size_t kMinPacketSize = 14;
-constexpr size_t kMd5Size = 16;
-
-uint8_t* Bytes(VyString& text, size_t offset) {
-    return reinterpret_cast<uint8_t*>(text.Data()) + offset;
-}
-
-// Looks at every byte whatever it finds, so that the time taken tells nothing about the digest.
-bool SameDigest(std::span<const uint8_t> sent, std::string_view password) {
-    if (password.empty()) return sent.empty();
-    if (sent.size() != kMd5Size) return false;
-    uint8_t expected[kMd5Size];
-    Md5 md5;
-    md5.Update(password.data(), password.size());
-    md5.Final(expected);
-    unsigned difference = 0;
-    for (size_t i = 0; i < kMd5Size; ++i)
-        difference |= static_cast<unsigned>(sent[i] ^ expected[i]);
-    return difference == 0;
-}
+using namespace packet_layout;
 
 }  // namespace
 
@@ -46,46 +22,85 @@ PacketState CheckPacket(std::string_view received) {
     return complete ? PacketState::kComplete : PacketState::kIncomplete;
 }
 
-bool DecodeRequest(VyString& packet, std::string_view password, uint32_t peerAddress, Log& log,
-                   RequestPacket& request) {
+PasswordKey::PasswordKey(std::string_view password)
+    : digestSize_(password.empty() ? 0 : digest_.size()), cipher_(password) {
+    Md5 md5;
+    md5.Update(password.data(), password.size());
+    md5.Final(digest_.data());
+}
+
+PasswordKey::~PasswordKey() { WipeMemory(digest_.data(), digest_.size()); }
+
+bool PasswordKey::Matches(std::span<const uint8_t> sent) const {
+    if (sent.size() != digestSize_) return false;
+    unsigned difference = 0;
+    for (size_t i = 0; i < digestSize_; ++i)
+        difference |= static_cast<unsigned>(sent[i] ^ digest_[i]);
+    return difference == 0;
+}
+
+std::shared_ptr<const PasswordKey> PasswordKeys::For(const AgentSettings& settings) {
+    std::lock_guard<std::mutex> lock(keyMutex_);
+    if (key_ == nullptr || revision_ != settings.revision) {
+        key_ = std::make_shared<const PasswordKey>(settings.password);
+        revision_ = settings.revision;
+    }
+    return key_;
+}
+
+bool CheckLengths(const PacketLengths& lengths, uint32_t peerAddress, Log& log) {
     auto trace = [&](const char* format, uint64_t value) {
         log.WriteLog(LogKind::kTrace, peerAddress, format, static_cast<int>(value));
     };
+    trace("<-- TCP packet size: %d\n", lengths.received);
+    uint64_t needed = kMinPacketSize;
+    if (lengths.received < needed) return false;
+    trace("<-- ZOT packet size: %d\n", lengths.packet);
+    if (uint64_t{lengths.packet} + kLengthField != lengths.received) return false;
+    trace("<-- Pswd size: %d\n", lengths.digest);
+    if (lengths.received < (needed += lengths.digest)) return false;
+    trace("<-- Key size: %d\n", lengths.key);
+    if (lengths.received < (needed += lengths.key)) return false;
+    trace("<-- Req size: %d\n", lengths.text);
+    return lengths.received >= needed + lengths.text;
+}
+
+void TraceWrongPassword(uint32_t peerAddress, Log& log) {
+    log.WriteLogText(LogKind::kTrace, peerAddress, "<-- Wrong password or MD5 error\n");
+}
+
+bool DecodeRequest(std::span<char> packet, const PasswordKey& password, uint32_t peerAddress,
+                   Log& log, RequestPacket& request) {
     request.sessionKey.Clear();
-    auto size = static_cast<size_t>(packet.Length());
-    trace("<-- TCP packet size: %d\n", size);
-    if (size < kMinPacketSize) return false;
-    auto field = [&packet](size_t offset, int width) {
-        return uint64_t{DecodeLength(Bytes(packet, offset), width)};
+    const std::span<uint8_t> bytes(reinterpret_cast<uint8_t*>(packet.data()), packet.size());
+    // What does not lie in the packet reads as 0; the check below ends before such a length counts.
+    auto field = [bytes](uint64_t offset, size_t width) {
+        return offset + width <= bytes.size()
+                   ? DecodeLength(&bytes[offset], static_cast<int>(width))
+                   : 0;
     };
+    PacketLengths lengths;
+    lengths.received = bytes.size();
+    lengths.packet = field(0, kLengthField);
+    lengths.digest = static_cast<uint16_t>(field(kDigestLengthAt, kShortField));
+    const size_t keyAt = kDigestAt + lengths.digest + kShortField;
+    lengths.key = static_cast<uint16_t>(field(keyAt - kShortField, kShortField));
+    const size_t textAt = keyAt + lengths.key + kLengthField;
+    lengths.text = field(textAt - kLengthField, kLengthField);
+    if (!CheckLengths(lengths, peerAddress, log)) return false;
 
-    uint64_t announced = field(0, kLengthField);
-    trace("<-- ZOT packet size: %d\n", announced);
-    if (announced + kLengthField != size) return false;
-    uint64_t digestLength = field(kDigestLengthAt, kShortField);
-    trace("<-- Pswd size: %d\n", digestLength);
-    if (kMinPacketSize + digestLength > size) return false;
-    size_t keyAt = kDigestAt + digestLength + kShortField;
-    uint64_t keyLength = field(keyAt - kShortField, kShortField);
-    trace("<-- Key size: %d\n", keyLength);
-    if (kMinPacketSize + digestLength + keyLength > size) return false;
-    size_t textAt = keyAt + keyLength + kLengthField;
-    uint64_t textLength = field(textAt - kLengthField, kLengthField);
-    trace("<-- Req size: %d\n", textLength);
-    if (kMinPacketSize + digestLength + keyLength + textLength > size) return false;
-
-    if (*Bytes(packet, kSignatureAt) != kSignature[0]) return false;
-    if (*Bytes(packet, kSignatureAt + 1) != kSignature[1]) return false;
-    if (!SameDigest({Bytes(packet, kDigestAt), digestLength}, password)) {
-        log.WriteLogText(LogKind::kTrace, peerAddress, "<-- Wrong password or MD5 error\n");
+    if (!std::equal(kSignature.begin(), kSignature.end(), &bytes[kSignatureAt])) return false;
+    if (!password.Matches(bytes.subspan(kDigestAt, lengths.digest))) {
+        TraceWrongPassword(peerAddress, log);
         return false;
     }
-
-    PacketCipher(password).Decrypt({Bytes(packet, keyAt), keyLength}, Bytes(packet, keyAt));
-    request.sessionKey = packet.View().substr(keyAt, keyLength);
+    const std::span<uint8_t> key = bytes.subspan(keyAt, lengths.key);
+    const std::span<uint8_t> text = bytes.subspan(textAt, lengths.text);
+    password.Cipher().Decrypt(key, key.data());
+    request.sessionKey = std::string_view(&packet[0] + keyAt, key.size());
     request.cipher.emplace(request.sessionKey.View());
-    request.cipher->Decrypt({Bytes(packet, textAt), textLength}, Bytes(packet, textAt));
-    request.text = packet.View().substr(textAt, textLength);
+    request.cipher->Decrypt(text, text.data());
+    request.text = {&packet[0] + textAt, text.size()};
     return true;
 }
 
@@ -99,7 +114,8 @@ VyString SealReply(Reply reply, const PacketCipher& cipher) {
     sealed.Reserve(size + sizeof length);
     sealed.Append(std::string_view(reinterpret_cast<const char*>(length), sizeof length));
     sealed.Append(text);
-    cipher.Encrypt({Bytes(sealed, kLengthField), size}, Bytes(sealed, kLengthField));
+    auto* body = reinterpret_cast<uint8_t*>(sealed.Data()) + kLengthField;
+    cipher.Encrypt({body, size}, body);
     text.Wipe();
     return sealed;
 }

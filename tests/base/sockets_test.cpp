@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/time.h>
 
@@ -173,6 +174,31 @@ TEST(Sockets, Listener) {
     EXPECT_NE(error, "socket() or bind() error") << "the resolver's own message";
     EXPECT_NE(error, "");
     EXPECT_EQ(NextFd(), before);
+}
+
+TEST(Sockets, AcceptedConnectionsNoticeDeadPeers) {
+    VyString error;
+    UniqueFd listener = OpenListener("127.0.0.1", "0", error);
+    NoticeDeadPeers(listener.Get());
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size);
+    UniqueFd client;
+    ASSERT_EQ(TcpConnect(client, "127.0.0.1", ntohs(address.sin_port), 1000, error), 1);
+    UniqueFd accepted(accept(listener.Get(), nullptr, nullptr));
+    const struct {
+        int level, option, value;
+    } expected[] = {{IPPROTO_TCP, TCP_KEEPIDLE, 20},
+                    {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+                    {IPPROTO_TCP, TCP_KEEPCNT, 3}};
+    int value = 0;
+    size = sizeof value;
+    EXPECT_EQ(getsockopt(accepted.Get(), SOL_SOCKET, SO_KEEPALIVE, &value, &size), 0);
+    EXPECT_NE(value, 0);
+    for (const auto& [level, option, wanted] : expected) {
+        EXPECT_EQ(getsockopt(accepted.Get(), level, option, &value, &size), 0);
+        EXPECT_EQ(value, wanted);
+    }
 }
 
 }  // namespace

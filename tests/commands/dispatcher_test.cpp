@@ -12,6 +12,7 @@ namespace zot {
 namespace {
 
 struct RecordedControl : ProcessControl {
+    void BeforeLongWork() override { asked += "long "; }
     void RequestTerminate() override { asked += "terminate "; }
     void RequestReload() override { asked += "reload "; }
     void BeginUpgrade(std::string_view params, Reply& reply) override {
@@ -74,7 +75,7 @@ TEST_F(DispatcherTest, ManagementNeedsSwitchAndAddress) {
     EXPECT_EQ(Ask("QUIT\n\r"), "200\nOk\n");
     EXPECT_EQ(Ask("ReloadApp\n\r"), "200\nOk\n");
     EXPECT_EQ(Ask("UpgradeCode\n500\n\r"), "200\n");
-    EXPECT_EQ(control_.asked, "terminate reload upgrade:500\n\r");
+    EXPECT_EQ(control_.asked, "terminate reload long upgrade:500\n\r");
     EXPECT_EQ(Ask("ReloadCfg\n\r"), "300\nConfiguration file is not specified\n");
     store_.Change([](AgentSettings& settings) {
         settings.allowManage = settings.allowUpdates = false;

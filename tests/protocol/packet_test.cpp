@@ -3,14 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/twofish.h"
 #include "client/request_packet.h"
 #include "protocol/packet_cipher.h"
+#include "protocol/packet_intake.h"
 #include "protocol/zot_const.h"
 #include "tests/support/hex.h"
+#include "tests/support/temp_dir.h"
 
 namespace zot {
 namespace {
@@ -23,9 +27,9 @@ class PacketTest : public testing::Test {
 
     // The decoded request text, or "invalid".
     std::string Decode(std::string_view bytes, std::string_view password = kPassword) {
-        VyString packet(bytes);
+        std::string packet(bytes);
         RequestPacket request;
-        if (!DecodeRequest(packet, password, 0, log_, request)) {
+        if (!DecodeRequest(packet, PasswordKey(password), 0, log_, request)) {
             EXPECT_TRUE(request.sessionKey.Empty());
             return "invalid";
         }
@@ -88,6 +92,59 @@ TEST_F(PacketTest, EveryLengthIsChecked) {
     std::string padded = good + "padding";
     padded.replace(0, 4, Le(padded.size() - 4, 4));
     EXPECT_EQ(Decode(padded), "GetInfo\n\r");
+}
+
+// What the trace log tells about a packet, without times.
+std::vector<std::string> Trace(const std::function<void(Log&)>& decode) {
+    test::TempDir dir;
+    SettingsStore store;
+    store.Change([&dir](AgentSettings& settings) {
+        settings.verboseLogFile = dir / "log";
+        return settings.verbose = settings.debug = true;
+    });
+    Log log(store);
+    decode(log);
+    std::vector<std::string> lines;
+    std::istringstream text(test::ReadFile(dir / "log"));
+    for (std::string line; std::getline(text, line);) lines.push_back(line.substr(24));
+    return lines;
+}
+
+TEST_F(PacketTest, AStrangerIsForgottenButForWhatTheTraceTells) {
+    const PasswordKey password(kPassword);
+    const client::RequestFields good = client::MakeRequest(kPassword, "key", "GetInfo\n\r");
+    std::vector<client::RequestFields> packets(9, good);
+    packets[1].digest[15] ^= 1;
+    packets[2].digest.clear();
+    packets[3].signature[1] = 0x13;
+    packets[4].digestLength = 300;
+    packets[5].digest[0] ^= 1;
+    packets[5].keyLength = 0x1234;
+    packets[6].digest[0] ^= 1;
+    packets[6].textLength = 0x12345678;
+    packets[7].digest[0] ^= 1;
+    packets[7].encryptedText.clear();
+    packets[8].digest.push_back('x');
+    for (const client::RequestFields& fields : packets) {
+        const std::string bytes = client::Serialise(fields);
+        RequestPacket request;
+        bool valid = false;
+        const auto expected = Trace([&](Log& log) {
+            std::string packet = bytes;
+            valid = DecodeRequest(packet, password, 0, log, request);
+        });
+        for (size_t part : {size_t{1}, size_t{7}, size_t{30}}) {
+            PacketIntake intake;
+            for (size_t at = 0; at < bytes.size(); at += part) {
+                intake.Take(bytes.substr(at, part), password);
+            }
+            EXPECT_EQ(
+                Trace([&](Log& log) { EXPECT_EQ(intake.Open(password, 0, log, request), valid); }),
+                expected);
+            EXPECT_EQ(intake.IsStranger(), &fields != &packets[0]);
+            EXPECT_EQ(intake.Held() == 0, intake.IsStranger());
+        }
+    }
 }
 
 using Data = std::vector<uint8_t>;

@@ -1,4 +1,5 @@
 #include <assert.h>
+#include <errno.h>
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/param.h>
@@ -33,6 +34,27 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
 
 // The allocator gives unused pages back by itself after some seconds.
 void LimitFreedMemory() {}
+
+bool IsErrorOfPeer(int acceptError) {
+    switch (acceptError) {
+        case ECONNABORTED:
+        case EPROTO:
+        case EPERM:
+        case ENETDOWN:
+        case ENOPROTOOPT:
+        case EHOSTDOWN:
+        case EHOSTUNREACH:
+        case EOPNOTSUPP:
+        case ENETUNREACH:
+        case ETIMEDOUT:
+        case ECONNRESET:
+            return true;
+        default:
+            return false;
+    }
+}
+
+int MoreFollowsFlag() { return 0; }
 
 char** ProcessEnvironment() { return environ; }
 

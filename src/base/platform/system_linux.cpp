@@ -1,8 +1,10 @@
 // <assert.h> declares the failure routine only while assertions are on.
 #undef NDEBUG
 #include <assert.h>
+#include <errno.h>
 #include <malloc.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -49,6 +51,29 @@ void LimitFreedMemory() {
     mallopt(M_TRIM_THRESHOLD, 2 << 20);
 #endif
 }
+
+bool IsErrorOfPeer(int acceptError) {
+    switch (acceptError) {
+        case ECONNABORTED:
+        case EPROTO:
+        case EPERM:  // a rule of the system's packet filter
+        // What is pending on a new connection is reported here.
+        case ENETDOWN:
+        case ENOPROTOOPT:
+        case EHOSTDOWN:
+        case ENONET:
+        case EHOSTUNREACH:
+        case EOPNOTSUPP:
+        case ENETUNREACH:
+        case ETIMEDOUT:
+        case ECONNRESET:
+            return true;
+        default:
+            return false;
+    }
+}
+
+int MoreFollowsFlag() { return MSG_MORE; }
 
 char** ProcessEnvironment() { return environ; }
 
