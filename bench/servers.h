@@ -1,0 +1,51 @@
+// Servers to measure, each a process of its own on a port of the loopback interface, and a client
+// that loads them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/owners.h"
+
+namespace zot::bench {
+
+struct Server {
+    std::string name;
+    uint16_t port = 0;
+    pid_t pid = 0;
+    std::string request;
+    size_t replySize = 0;  // what each answer must have at least; less is a failure
+
+    double CpuSeconds() const;
+    long PssKib() const;
+    long Threads() const;
+    // Ends and collects the process.
+    void Stop();
+};
+
+uint16_t FreePort();
+
+// Starts the program with standard output and error thrown away.
+pid_t Start(std::vector<std::string> arguments);
+
+using Clock = std::chrono::steady_clock;
+
+// Waits until the server answers. Returns how long that took since `start`, in seconds. This and
+// what follows throw when the server does not do what it should.
+double AwaitReply(const Server& server, Clock::time_point start = Clock::now());
+
+UniqueFd Connect(uint16_t port);
+
+// Asks so many times, with so many requests on their way at once. Returns requests per second.
+double Load(const Server& server, int requests, int inFlight);
+
+// The middle of the times that so many requests take, one after the other, in microseconds.
+double MedianLatency(const Server& server, int requests);
+
+double Median(std::vector<double> values);
+
+}  // namespace zot::bench
