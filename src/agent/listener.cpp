@@ -16,6 +16,7 @@
 #include "agent/waker.h"
 #include "base/children.h"
 #include "base/clock.h"
+#include "base/loose_ends.h"
 #include "base/sockets.h"
 #include "config/config_file.h"
 #include "config/log.h"
@@ -96,6 +97,7 @@ void Listener::HandleRequests() {
     if (control.terminateRequest.load()) {
         services_.log.WriteLogText(LogKind::kStatus, 0,
                                    "Terminate request received. Terminating..\n");
+        EndLooseEnds();
         pidFile_.Remove();
         std::exit(0);
     }
@@ -106,6 +108,8 @@ void Listener::HandleRequests() {
     }
     if (control.upgradeRequest.load()) {
         UpgradeOrder order = control.TakeUpgradeOrder();
+        ForgetFile(order.modulePath);
+        ForgetFile(order.scriptPath);
         Replace("Upgrade request received. Executing..\n", order.scriptPath,
                 "Error: cannot start upgrading script\n");
         unlink(order.modulePath.Terminate());
@@ -121,9 +125,11 @@ void Listener::HandleRequests() {
 void Listener::Replace(const char* announcement, const VyString& path, const char* failure) {
     services_.log.WriteLogText(LogKind::kStatus, 0, announcement);
     front_.StopListening();
+    EndLooseEnds();
     pidFile_.Remove();
     std::fflush(nullptr);
     ExecuteImage(VyString(path).Terminate(), arguments_);
+    AllowLooseEnds();
     services_.log.WriteLogText(LogKind::kFailure, 0, failure);
 }
 

@@ -13,6 +13,7 @@
 
 #include "base/ascii.h"
 #include "base/files.h"
+#include "base/loose_ends.h"
 #include "base/numbers.h"
 #include "protocol/request_text.h"
 
@@ -133,8 +134,10 @@ void UpgradeTransfer::Receive(std::string_view data, const PacketCipher& cipher,
 }
 
 int UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText) {
+    Making making;
     filePath_ = VyString::Concat(settings.tmpDir, kModuleName);
     file_ = CreateLocked(filePath_);
+    if (file_) RememberFile(filePath_);
     digest_.Init();
     if (file_) return 1;
     errorText = "Cannot create temp file";
@@ -198,9 +201,11 @@ int UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& 
 
 int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
     VyString path = VyString::Concat(settings.tmpDir, kScriptName);
+    Making making;
     UniqueFd script;
     if (IsPlainName(settings.agentPath) && IsPlainName(path) && Names(filePath_, file_)) {
         script = CreateExclusively(path);
+        if (script) RememberFile(path);
     }
     if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path))) {
         if (fchmod(script.Get(), kExecutable) == 0) {
@@ -210,7 +215,10 @@ int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorT
         errorText = "Cannot set exec flag for script";
     }
     if (errorText.Empty()) errorText = "Binary code transferred. Cannot create script file";
-    if (script) unlink(path.Terminate());
+    if (script) {
+        unlink(path.Terminate());
+        ForgetFile(path);
+    }
     return 0;
 }
 
@@ -221,7 +229,9 @@ void UpgradeTransfer::Release() {
 
 void UpgradeTransfer::RemoveFile() {
     file_.Reset();
-    if (!filePath_.Empty()) unlink(filePath_.Terminate());
+    if (filePath_.Empty()) return;
+    unlink(filePath_.Terminate());
+    ForgetFile(filePath_);
 }
 
 }  // namespace zot

@@ -1,4 +1,4 @@
-// Settings, port switching, restart and upgrade of a running agent.
+// Settings, port switching and restart of a running agent.
 
 #include <gtest/gtest.h>
 
@@ -6,13 +6,10 @@
 #include <filesystem>
 #include <string>
 
-#include "base/md5.h"
 #include "tests/support/agent_process.h"
 
 namespace zot::test {
 namespace {
-
-constexpr char kKey[] = "a session key";
 
 bool Answers(const client::Target& target, const std::string& line = "Service=0") {
     client::Answer answer;
@@ -89,53 +86,6 @@ TEST(Management, AFailedRestartLeavesTheListenerClosed) {
     }));
     EXPECT_FALSE(Answers(agent.Target()));
     EXPECT_FALSE(agent.WaitForExit(std::chrono::milliseconds(0)).has_value());
-}
-
-// One connection that sends a new executable.
-class Upgrade {
-  public:
-    explicit Upgrade(const AgentProcess& agent) : connection_(agent.Connect()), agent_(agent) {}
-
-    std::string Begin(size_t size) {
-        Send(agent_.Packet(kKey, "UpgradeCode\n" + std::to_string(size) + "\n\r"));
-        return Receive();
-    }
-    void Send(std::string_view bytes) { test::Send(connection_, bytes); }
-    std::string Receive() { return ReceiveReply(connection_, kKey); }
-    static std::string Trailer(std::string_view data) {
-        auto digest = Md5Digest(data.data(), data.size());
-        return client::Encrypt(kKey, {reinterpret_cast<char*>(digest.data()), digest.size()});
-    }
-
-  private:
-    client::AgentConnection connection_;
-    const AgentProcess& agent_;
-};
-
-TEST(Management, AnUpgradeThatGoesWrongLeavesTheAgentAsItWas) {
-    AgentProcess agent;
-    const std::string data(5000, 'x');
-    {
-        Upgrade corrupted(agent);
-        EXPECT_EQ(corrupted.Begin(data.size()), "200\n\r");
-        corrupted.Send(data + Upgrade::Trailer(data + "y"));
-        EXPECT_EQ(corrupted.Receive(), "300\nWrong CRC\n\r");
-    }
-    {
-        Upgrade first(agent);
-        EXPECT_EQ(first.Begin(data.size()), "200\n\r");
-        EXPECT_EQ(Upgrade(agent).Begin(data.size()), "302\n\r");
-        first.Send(data.substr(0, 100));
-    }
-    // Cut off: nobody can upgrade until the agent is restarted.
-    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "ActiveConnections=1"); }));
-    EXPECT_EQ(Upgrade(agent).Begin(data.size()), "302\n\r");
-    EXPECT_FALSE(std::filesystem::exists(agent.Dir() / "zot__.upd"));
-    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
-    EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
-    EXPECT_EQ(Upgrade(agent).Begin(100), "501\nWrong file parameter(s)\n\r");
-    EXPECT_EQ(Upgrade(agent).Begin(101), "302\n\r");
-    EXPECT_TRUE(Answers(agent.Target()));
 }
 
 }  // namespace

@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <optional>
 
 #include "base/children.h"
+#include "base/loose_ends.h"
 #include "base/owners.h"
 #include "base/platform_child.h"
 #include "checks/scripts/argument_list.h"
@@ -24,41 +26,45 @@ using std::chrono::seconds;
 
 constexpr int kExecFailed = 255;
 
-// Reaps the child; with WNOHANG only if it has ended. Returns whether it is gone.
-bool Reap(pid_t pid, int flags, int& status) {
-    for (;;) {
-        pid_t result = waitpid(pid, &status, flags);
-        if (result == 0) return false;
-        if (result == pid) return true;
-        if (errno == EINTR) continue;
-        // The status is lost, so nothing good can be told about the end.
-        status = SIGKILL;
-        return true;
+// A child and its place among the loose ends.
+class Runner {
+  public:
+    // Does nothing more when the child cannot be started; then Pid() is -1.
+    Runner(ChildProcess& child, WatchedChild::Fate fate) {
+        Making making;
+        pid_ = child.Start();
+        if (pid_ >= 0) watched_.emplace(pid_, fate);
     }
-}
 
-// Waits until the child has ended, at most until the deadline. Returns whether it was reaped.
-bool ReapBefore(pid_t pid, Clock::time_point deadline, int& status) {
-    for (;;) {
-        if (Reap(pid, WNOHANG, status)) return true;
-        auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) return false;
-        constexpr milliseconds kLongestWait = std::chrono::hours(1);
-        WaitChild(pid, static_cast<int>(std::min(left, kLongestWait).count()));
+    pid_t Pid() const { return pid_; }
+
+    // Waits until the child has ended, at most until the deadline. Returns whether it was reaped.
+    bool ReapBefore(Clock::time_point deadline, int& status) {
+        for (;;) {
+            if (watched_->Reap(status)) return true;
+            auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0) return false;
+            constexpr milliseconds kLongestWait = std::chrono::hours(1);
+            WaitChild(pid_, static_cast<int>(std::min(left, kLongestWait).count()));
+        }
     }
-}
+
+  private:
+    pid_t pid_;
+    std::optional<WatchedChild> watched_;
+};
 
 // Waits for the end of the child and kills it when the time is up. The clock of the rule
 // "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
 // second for which it holds. Returns false when the child could not be killed; it is not reaped
 // then.
-bool WaitOrKill(pid_t pid, int64_t timeoutMs, int& status) {
-    if (timeoutMs == kNoTimeout) return Reap(pid, 0, status);
+bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
+    if (timeoutMs == kNoTimeout) return child.ReapBefore(Clock::time_point::max(), status);
     auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
-    while (!ReapBefore(pid, deadline, status)) {
-        if (kill(pid, SIGKILL) != 0) return false;
+    while (!child.ReapBefore(deadline, status)) {
+        if (kill(child.Pid(), SIGKILL) != 0) return false;
         // The child leads a group of its own: what it has started goes with it.
-        kill(-pid, SIGKILL);
+        kill(-child.Pid(), SIGKILL);
         deadline = Clock::now() + seconds(1);
     }
     return true;
@@ -85,19 +91,23 @@ bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64
     errorText.Clear();
     ArgumentList command(commandLine);
     ChildProcess child(command.Arguments(), options, ChildProcess::ExecFailure::kMarked);
-    pid_t pid = child.Start();
+    // What nobody waits for goes on when the agent ends.
+    const bool detached = timeoutMs == kDoNotWait;
+    Runner runner(child,
+                  detached ? WatchedChild::Fate::kGoesOn : WatchedChild::Fate::kEndsWithAgent);
+    const pid_t pid = runner.Pid();
     if (pid < 0) {
         errorText = "fork error";
         return false;
     }
     int status = 0;
-    if (timeoutMs == kDoNotWait) {
-        if (!ReapBefore(pid, Clock::now() + seconds(1), status)) {
+    if (detached) {
+        if (!runner.ReapBefore(Clock::now() + seconds(1), status)) {
             LeaveRunning(pid);
             exitCode = 0;
             return true;
         }
-    } else if (!WaitOrKill(pid, timeoutMs, status)) {
+    } else if (!WaitOrKill(runner, timeoutMs, status)) {
         LeaveRunning(pid);
         errorText = "cannot terminate process";
         return false;
@@ -128,10 +138,10 @@ bool RunShell(const char* command, std::string_view tmpDir) {
     options.tmpDir = tmpDir;
     ChildProcess child(const_cast<char* const*>(arguments), options,
                        ChildProcess::ExecFailure::kSilent);
-    pid_t pid = child.Start();
-    if (pid < 0) return false;
+    Runner runner(child, WatchedChild::Fate::kEndsWithAgent);
+    if (runner.Pid() < 0) return false;
     int status = 0;
-    Reap(pid, 0, status);
+    runner.ReapBefore(Clock::time_point::max(), status);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "base/files.h"
+#include "base/loose_ends.h"
 
 namespace zot {
 namespace {
@@ -66,6 +67,7 @@ bool MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char
 TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view prefix) {
     // The name is found before the file is made, so somebody else's file can come in between, and
     // a numbered name may be left from an agent that was killed: both are passed over.
+    Making making;
     for (int i = 0; i < kMaxTries; ++i) {
         char fixedName[64] = "";
         if (!prefix.empty()) {
@@ -82,6 +84,7 @@ TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view pref
         if (fd >= 0) {
             file_.Reset(fd);
             std::snprintf(path_, sizeof path_, "%s", candidate);
+            RememberFile(path_);
             return Result::kCreated;
         }
         if (errno != EEXIST) break;
@@ -97,7 +100,9 @@ bool TempFile::SetMode(unsigned mode) {
 
 void TempFile::Remove() noexcept {
     file_.Reset();
-    if (path_[0] != '\0') unlink(path_);
+    if (path_[0] == '\0') return;
+    unlink(path_);
+    ForgetFile(path_);
 }
 
 }  // namespace zot
