@@ -1,9 +1,11 @@
 #include "agent/daemon.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -13,6 +15,12 @@
 #include "base/vystring.h"
 
 namespace zot {
+namespace {
+
+// Longer than a child needs that tries three times to open its port.
+constexpr int kDetachPatienceMs = 20000;
+
+}  // namespace
 
 void OpenStandardDescriptors() {
     // Not close-on-exec: a restarted agent is to find them as this one does.
@@ -21,12 +29,22 @@ void OpenStandardDescriptors() {
     if (descriptor >= 0) close(descriptor);
 }
 
-bool Daemonize() {
+bool Daemonize(UniqueFd& parent) {
     // What is still buffered would otherwise be written by parent and child.
     std::fflush(nullptr);
+    // Without a pipe the parent does not wait.
+    int ends[2];
+    UniqueFd childListens;
+    if (pipe2(ends, O_CLOEXEC) == 0) {
+        childListens.Reset(ends[0]);
+        parent.Reset(ends[1]);
+    }
     pid_t child = fork();
     if (child < 0) return false;
     if (child > 0) {
+        parent.Reset();
+        pollfd end = {childListens.Get(), POLLIN, 0};
+        poll(&end, childListens ? 1 : 0, childListens ? kDetachPatienceMs : 0);
         std::puts("Daemon started");
         std::exit(0);
     }
@@ -38,14 +56,17 @@ bool Daemonize() {
     return true;
 }
 
-void CloseInheritedDescriptors() {
-    constexpr int kFirst = STDERR_FILENO + 1;
-    if (CloseDescriptorsFrom(kFirst)) return;
-    const long limit = sysconf(_SC_OPEN_MAX);
-    for (int descriptor = kFirst; descriptor < limit; ++descriptor) close(descriptor);
+void CloseInheritedDescriptors(std::span<const int> kept) noexcept {
+    int next = STDERR_FILENO + 1;
+    for (int last = *std::max_element(kept.begin(), kept.end()); next <= last; ++next) {
+        if (std::find(kept.begin(), kept.end(), next) == kept.end()) close(next);
+    }
+    if (CloseDescriptorsFrom(next)) return;
+    for (const long limit = sysconf(_SC_OPEN_MAX); next < limit; ++next) close(next);
 }
 
 void PidFile::Write(const AgentSettings& settings, Log& log) {
+    if (settings.interactive || settings.pidFile.Empty()) return;
     settings.pidFile.CopyToBuffer(path_, sizeof path_);
     // Emptied only once it is locked: the file may belong to another agent that is running. Nor may
     // it lead to somebody's file by a link, or be a device.

@@ -59,10 +59,10 @@ void Front::Listen(UniqueFd socket) {
     if (!readiness_.Add(socket_.Get(), kListenerTag)) Fail(errno);
 }
 
-void Front::StopListening() {
+UniqueFd Front::StopListening() {
     std::lock_guard<std::mutex> lock(listenMutex_);
     if (socket_) readiness_.Remove(socket_.Get());
-    socket_.Reset();
+    return std::move(socket_);
 }
 
 void Front::Handle(uint64_t tag, bool alone, Arrivals& arrivals) {

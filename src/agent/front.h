@@ -48,8 +48,9 @@ class Front {
 
     // Accepts from `socket` from now on; the one before it, if any, is closed then.
     void Listen(UniqueFd socket);
-    // Closes the socket: nothing is accepted until the next Listen.
-    void StopListening();
+    // Accepts nothing until the next Listen, and hands back the socket, which still listens.
+    UniqueFd StopListening();
+    bool IsListening() const { return static_cast<bool>(socket_); }
 
     // Acts on an event of the queue. Called by any number of threads; `alone` says that no other
     // one is free now, so that more connections than one are this one's.

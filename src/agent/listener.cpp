@@ -12,13 +12,14 @@
 #include <exception>
 #include <utility>
 
+#include "agent/restart.h"
 #include "agent/upgrade.h"
 #include "agent/waker.h"
 #include "base/children.h"
 #include "base/clock.h"
 #include "base/loose_ends.h"
-#include "base/sockets.h"
 #include "config/config_file.h"
+#include "config/config_save.h"
 #include "config/log.h"
 
 namespace zot {
@@ -32,7 +33,7 @@ constexpr timespec kShortPause = {0, 10L * 1000 * 1000};
 
 }  // namespace
 
-UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText) {
+UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText, PortUse use) {
     // Port 0 would succeed on a port that nobody knows, a larger one on its low 16 bits.
     if (settings.port < 1 || settings.port > kMaxPort) {
         errorText = "Invalid port number";
@@ -41,7 +42,7 @@ UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText)
     char service[16];
     std::snprintf(service, sizeof service, "%d", settings.port);
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-        UniqueFd socket = OpenListener(settings.host, service, errorText);
+        UniqueFd socket = OpenListener(settings.host, service, errorText, use);
         if (socket) return socket;
         sleep(1);
     }
@@ -101,42 +102,53 @@ void Listener::HandleRequests() {
         pidFile_.Remove();
         std::exit(0);
     }
-    if (control.reloadRequest.load()) {
-        Replace("Reload request received. Executing..\n", services_.settings.Snapshot()->agentPath,
-                "Error: cannot start new instance\n");
-        control.reloadRequest.store(false);
-    }
-    if (control.upgradeRequest.load()) {
-        UpgradeOrder order = control.TakeUpgradeOrder();
-        ForgetFile(order.modulePath);
-        ForgetFile(order.scriptPath);
-        Replace("Upgrade request received. Executing..\n", order.scriptPath,
-                "Error: cannot start upgrading script\n");
-        unlink(order.modulePath.Terminate());
-        unlink(order.scriptPath.Terminate());
-        control.upgradeGate.Leave();
-        control.upgradeRequest.store(false);
-    }
+    if (control.reloadRequest.exchange(false)) Restart();
+    if (control.upgradeRequest.exchange(false)) Upgrade();
+    if (mustReopen_) Reopen();
     if (services_.settings.Snapshot()->port != openPort_) SwitchPort();
 }
 
-// Executes a new image. When that fails the listening socket stays closed: the server sees that
-// the agent is not what was asked for, until a change of the port opens a new socket.
-void Listener::Replace(const char* announcement, const VyString& path, const char* failure) {
-    services_.log.WriteLogText(LogKind::kStatus, 0, announcement);
-    front_.StopListening();
-    EndLooseEnds();
+// When this fails the listening socket stays closed: the server sees that the agent is not what was
+// asked for, until a change of the port opens a new socket.
+void Listener::Restart() {
+    services_.log.WriteLogText(LogKind::kStatus, 0, "Reload request received. Executing..\n");
     pidFile_.Remove();
-    std::fflush(nullptr);
-    ExecuteImage(VyString(path).Terminate(), arguments_);
-    AllowLooseEnds();
-    services_.log.WriteLogText(LogKind::kFailure, 0, failure);
+    RestartProgram(services_, arguments_, front_.StopListening());
+    services_.log.WriteLogText(LogKind::kFailure, 0, "Error: cannot start new instance\n");
 }
 
+// Unlike after a restart that fails, nothing is wrong with the agent's own program: it goes on.
+void Listener::Upgrade() {
+    services_.log.WriteLogText(LogKind::kStatus, 0, "Upgrade request received. Executing..\n");
+    UpgradeOrder order = services_.control.TakeUpgradeOrder();
+    UniqueFd socket = front_.StopListening();
+    const bool listened = static_cast<bool>(socket);
+    if (listened) reserve_ = ReservePort(socket.Get());
+    socket.Reset();
+    pidFile_.Remove();
+    RunUpgrade(services_, arguments_, order, reserve_);
+    services_.log.WriteLogText(LogKind::kFailure, 0, "Error: cannot start upgrading script\n");
+    mustReopen_ = listened;
+    services_.control.upgradeGate.Leave();
+}
+
+// Opens the port again. What hinders that is tried again with the next pass.
+void Listener::Reopen() {
+    AgentSettings settings = *services_.settings.Snapshot();
+    settings.port = openPort_;
+    VyString ignoredError;
+    UniqueFd socket = OpenListeningSocket(settings, ignoredError, PortUse::kReserved);
+    if (!socket) return;
+    reserve_.Reset();
+    mustReopen_ = false;
+    pidFile_.Write(settings, services_.log);
+    front_.Listen(std::move(socket));
+}
+
+// The new port is open before the old one is closed, so there is no moment without one.
 void Listener::SwitchPort() {
     Log& log = services_.log;
     VyString ignoredError;
-    front_.StopListening();
     SettingsSnapshot settings = services_.settings.Snapshot();
     UniqueFd socket = OpenListeningSocket(*settings, ignoredError);
     if (socket) {
@@ -146,17 +158,28 @@ void Listener::SwitchPort() {
         return;
     }
     log.WriteLogText(LogKind::kFailure, 0, "Error: cannot open new port for listening\n");
-    services_.settings.Change([this](AgentSettings& changed) {
-        changed.port = openPort_;
-        return true;
-    });
-    socket = OpenListeningSocket(*services_.settings.Snapshot(), ignoredError);
-    if (!socket) {
-        log.WriteLogText(LogKind::kFailure, 0, "Cannot open original port either. Terminating\n");
-        std::exit(kExitListen);
+    RestorePort(settings->port);
+    // After a failed restart there is no old one.
+    if (!front_.IsListening()) {
+        socket = OpenListeningSocket(*services_.settings.Snapshot(), ignoredError);
+        if (!socket) {
+            log.WriteLogText(LogKind::kFailure, 0,
+                             "Cannot open original port either. Terminating\n");
+            std::exit(kExitListen);
+        }
+        front_.Listen(std::move(socket));
     }
-    front_.Listen(std::move(socket));
     log.WriteLogText(LogKind::kFailure, 0, "Return to original port\n");
+}
+
+// Puts the port back into the settings and into the file, or the next start would fail with it. A
+// port that was set meanwhile is tried next.
+void Listener::RestorePort(int32_t failed) {
+    auto restore = [this, failed](AgentSettings& changed) {
+        if (changed.port == failed) changed.port = openPort_;
+    };
+    VyString ignoredError;
+    SaveConfigLocked(services_.settings, restore, ignoredError);
 }
 
 }  // namespace zot

@@ -11,6 +11,7 @@
 #include "agent/signals.h"
 #include "base/owners.h"
 #include "base/readiness.h"
+#include "base/sockets.h"
 #include "base/vystring.h"
 #include "config/settings.h"
 #include "protocol/packet.h"
@@ -20,7 +21,8 @@ namespace zot {
 // Opens the listening socket for the host and port of the settings: up to three attempts, one
 // second of sleep after each failure. Returns no descriptor and `errorText` when all fail, or at
 // once for a port outside 1 to 65535.
-UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText);
+UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText,
+                             PortUse use = PortUse::kFree);
 
 class Listener {
   public:
@@ -35,8 +37,11 @@ class Listener {
   private:
     void HandleRequests();
     void WaitForWork();
-    void Replace(const char* announcement, const VyString& path, const char* failure);
+    void Restart();
+    void Upgrade();
+    void Reopen();
     void SwitchPort();
+    void RestorePort(int32_t failed);
 
     AgentServices& services_;
     Readiness readiness_;
@@ -46,6 +51,8 @@ class Listener {
     int32_t openPort_;
     PidFile& pidFile_;
     StartArguments arguments_;
+    bool mustReopen_ = false;  // after an upgrade that did not come about
+    UniqueFd reserve_;         // holds the port until then
 };
 
 }  // namespace zot

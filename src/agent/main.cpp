@@ -11,6 +11,7 @@
 #include "agent/command_line.h"
 #include "agent/daemon.h"
 #include "agent/front.h"
+#include "agent/handover.h"
 #include "agent/listener.h"
 #include "agent/self_check.h"
 #include "agent/signals.h"
@@ -54,10 +55,10 @@ bool LoadSettings(zot::SettingsStore& store) {
 }
 
 // Shows on the terminal that a port is in use, before the agent detaches from it.
-bool TryListening(const zot::AgentSettings& settings) {
+bool TryListening(const zot::AgentSettings& settings, zot::PortUse use) {
     std::printf("Sock testing .. ");
     zot::VyString errorText;
-    zot::UniqueFd socket = zot::OpenListeningSocket(settings, errorText);
+    zot::UniqueFd socket = zot::OpenListeningSocket(settings, errorText, use);
     if (!socket) {
         std::printf("TCP listen error:\n%s\n\n", errorText.Terminate());
         return false;
@@ -67,8 +68,9 @@ bool TryListening(const zot::AgentSettings& settings) {
     return true;
 }
 
-bool Detach() {
-    if (zot::Daemonize()) return true;
+// The parent on the terminal waits until the descriptor is closed.
+bool Detach(zot::UniqueFd& parent) {
+    if (zot::Daemonize(parent)) return true;
     char text[256];
     zot::SystemErrorText(errno, text, sizeof text);
     std::fprintf(stderr, "Error initializing daemon: %s\n", text);
@@ -76,12 +78,14 @@ bool Detach() {
 }
 
 // Everything up to the accept loop, which does not return; an exit code when it is not reached.
-int Run(int argc, char** argv, char** envp) {
+int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     PrintBanner();
     std::printf("Command line checking .. ");
     zot::AgentSettings commandLine;
     zot::ParseCommandLine(argc, argv, commandLine);
-    if (commandLine.interactive == 0) zot::CloseInheritedDescriptors();
+    if (!commandLine.interactive) zot::CloseInheritedDescriptors(handOver.Descriptors());
+    const zot::PortUse portUse =
+        handOver.Expected() ? zot::PortUse::kReserved : zot::PortUse::kFree;
 
     // These live in a frame that exit() does not unwind: sessions use them to the end.
     zot::SettingsStore store;
@@ -101,27 +105,30 @@ int Run(int argc, char** argv, char** envp) {
     std::puts("CPU testing .. Ok");
     if (commandLine.debug) zot::PrintSizes();
     zot::RunCipherChecks();
-    if (!TryListening(*store.Snapshot())) return zot::kExitListen;
+    if (!TryListening(*store.Snapshot(), portUse)) return zot::kExitListen;
 
+    zot::UniqueFd parent;
     if (!commandLine.interactive) {
-        if (!Detach()) return kExitDaemon;
+        if (!Detach(parent)) return kExitDaemon;
         zot::InstallHangupHandler();
     }
-    zot::InstallCrashHandler(services, pidFile, {argv, envp});
+    const zot::StartArguments arguments = {argv, envp, commandLine.port};
+    zot::InstallTerminateHandler(control);
+    zot::InstallCrashHandler(services, pidFile, arguments);
     zot::IgnoreWriteSignals();
     int descriptorLimit = zot::RaiseDescriptorLimit();
 
     zot::VyString errorText;
-    zot::UniqueFd socket = zot::OpenListeningSocket(*store.Snapshot(), errorText);
+    zot::UniqueFd socket = zot::OpenListeningSocket(*store.Snapshot(), errorText, portUse);
     if (!socket) {
         std::printf("TCP listen error: %s\n\n", errorText.Terminate());
         return zot::kExitListen;
     }
-    if (!commandLine.interactive && !store.Snapshot()->pidFile.Empty()) {
-        pidFile.Write(*store.Snapshot(), log);
-    }
+    pidFile.Write(*store.Snapshot(), log);
+    handOver.Complete();
+    parent.Reset();
     log.WriteLogText(zot::LogKind::kStatus, 0, "Listening...\n");
-    zot::Listener(services, std::move(socket), pidFile, {argv, envp}, descriptorLimit).Run();
+    zot::Listener(services, std::move(socket), pidFile, arguments, descriptorLimit).Run();
 }
 
 }  // namespace
@@ -133,7 +140,8 @@ int main(int argc, char** argv, char** envp) {
     // A line at a time, also into a pipe: a reader sees each line when it is complete.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     try {
-        return Run(argc, argv, envp);
+        zot::HandOver handOver(envp);
+        return Run(argc, argv, envp, handOver);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "Cannot start: %s\n", error.what());
         return kExitConfig;

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <ctime>
 
 #include "base/clock.h"
 #include "base/descriptor_limit.h"
@@ -25,6 +27,15 @@ struct CrashContext {
 };
 CrashContext crash;
 std::atomic<bool> restarting{false};
+
+AgentControl* terminated = nullptr;
+
+void OnTerminate(int) {
+    const int error = errno;
+    terminated->terminateRequest.store(true);
+    terminated->waker.Wake();
+    errno = error;
+}
 
 void OnHangup(int) { hangup.store(true); }
 
@@ -57,7 +68,7 @@ void OnSegmentationFault(int signalNumber) {
     crash.pidFile->Remove();
     char path[4096];
     settings.agentPath.CopyToBuffer(path, sizeof path);
-    ExecuteImage(path, crash.arguments);
+    ExecuteImage(path, crash.arguments.argv, crash.arguments.envp);
     log.WriteFromSignal(settings, LogKind::kFailure, "Error: cannot start new instance\n");
     SetHandler(signalNumber, SIG_DFL, 0);
 }
@@ -74,6 +85,14 @@ void SetUsualSignals() {
 void IgnoreWriteSignals() {
     SetHandler(SIGPIPE, SIG_IGN, 0);
     SetHandler(SIGXFSZ, SIG_IGN, 0);
+}
+
+void InstallTerminateHandler(AgentControl& control) {
+    terminated = &control;
+    SetHandler(SIGTERM, OnTerminate, SA_RESTART);
+    struct sigaction interrupt {};
+    sigaction(SIGINT, nullptr, &interrupt);
+    if (interrupt.sa_handler != SIG_IGN) SetHandler(SIGINT, OnTerminate, SA_RESTART);
 }
 
 void InstallHangupHandler() {
@@ -93,7 +112,9 @@ void InstallCrashHandler(AgentServices& services, PidFile& pidFile, StartArgumen
     SetHandler(SIGSEGV, OnSegmentationFault, SA_ONSTACK);
 }
 
-void ExecuteImage(const char* path, StartArguments arguments) noexcept {
+void ExecuteImage(const char* path, char** argv, char** envp) noexcept {
+    constexpr int kBusyTries = 1500;
+    constexpr timespec kBusyPause = {0, 2L * 1000 * 1000};
     // The new image inherits the mask: it must neither block the fault signal nor the hang-up. The
     // limit it finds is the one that it hands on to its own children.
     sigset_t none;
@@ -101,7 +122,11 @@ void ExecuteImage(const char* path, StartArguments arguments) noexcept {
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, &before);
     RestoreDescriptorLimit();
-    execve(path, arguments.argv, arguments.envp);
+    for (int i = 0; i < kBusyTries; ++i) {
+        execve(path, argv, envp);
+        if (errno != ETXTBSY) break;
+        nanosleep(&kBusyPause, nullptr);
+    }
     RaiseDescriptorLimit();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }

@@ -15,6 +15,7 @@ namespace zot {
 struct StartArguments {
     char** argv;
     char** envp;
+    int32_t port;  // of the command line, 0 without one
 };
 
 // Sets what the agent relies on, whatever its starter left: no signal is held back, and a child
@@ -23,6 +24,10 @@ void SetUsualSignals();
 
 // A write to a peer that has gone, or beyond the limit of a file's size, fails and no more.
 void IgnoreWriteSignals();
+
+// SIGTERM, and SIGINT unless the starter has it ignored, ask the agent to end as QUIT does.
+// `control` must live as long as the process.
+void InstallTerminateHandler(AgentControl& control);
 
 // From here on a hang-up is held back in the calling thread and in all that it starts, and noted
 // only where a wait lets it in (ppoll with an empty mask): it interrupts nothing else.
@@ -38,9 +43,9 @@ bool RestartsAfterCrash(int64_t startTime, int64_t now);
 // end it when RestartsAfterCrash says no. All arguments must live as long as the process.
 void InstallCrashHandler(AgentServices& services, PidFile& pidFile, StartArguments arguments);
 
-// Replaces the process by the file at `path`, with no signal held back. Returns only when that
-// fails. Async-signal-safe.
-void ExecuteImage(const char* path, StartArguments arguments) noexcept;
+// Replaces the process by the file at `path`, with no signal held back. A file that is still being
+// written is waited for, up to three seconds. Returns only when it fails. Async-signal-safe.
+void ExecuteImage(const char* path, char** argv, char** envp) noexcept;
 
 // A stack for the crash handler of one thread, since the fault may be that its own has run out.
 class AlternateStack {

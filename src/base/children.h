@@ -3,7 +3,12 @@
 
 #include <sys/types.h>
 
+#include <string_view>
+
 namespace zot {
+
+// The variable that one program of the agent leaves for the next. It is not for children.
+inline constexpr std::string_view kHandOverPrefix = "ZOT_HANDOVER=";
 
 // Leaves a running child to ReapFinishedChildren.
 void LeaveRunning(pid_t pid);

@@ -15,6 +15,14 @@ bool WaitChild(pid_t pid, int timeoutMs);
 // do that in one call. Async-signal-safe.
 bool CloseDescriptorsFrom(int first) noexcept;
 
+// Shows `title` in lists of processes in place of the command line. Takes the memory of the
+// arguments, and of the environment where they are too short for it. Async-signal-safe.
+void SetProcessTitle(char** argv, char** envp, const char* title) noexcept;
+
+// Kills every process that was started with `entry` ("NAME=VALUE") in its environment, except this
+// one. Returns how many it found, -1 when the processes cannot be told. Async-signal-safe.
+int KillProcessesWith(const char* entry) noexcept;
+
 // Gives the classic signals (numbers 1 to 31) their default actions and unblocks all signals. For a
 // child that may still share its memory with its parent: touches nothing of the process but the
 // kernel's view of it. Async-signal-safe.

@@ -31,6 +31,10 @@ struct FreeAddresses {
 };
 using AddressList = std::unique_ptr<addrinfo, FreeAddresses>;
 
+void SetOption(int socket, int option, int value) {
+    setsockopt(socket, SOL_SOCKET, option, &value, sizeof value);
+}
+
 int32_t Fail(NetResult code, int errorNumber, VyString& errorText) {
     char text[kSystemTextSize];
     SystemErrorText(errorNumber, text, sizeof text);
@@ -268,7 +272,8 @@ void NoticeDeadPeers(int socket) {
     }
 }
 
-UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText) {
+UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText,
+                      PortUse use) {
     errorText.Clear();
     VyString nodeCopy(node);
     VyString serviceCopy(service);
@@ -283,15 +288,40 @@ UniqueFd OpenListener(std::string_view node, std::string_view service, VyString&
         UniqueFd socket(
             ::socket(entry->ai_family, entry->ai_socktype | SOCK_CLOEXEC, entry->ai_protocol));
         if (!socket) continue;
-        int on = 1;
-        setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        SetOption(socket.Get(), SO_REUSEADDR, 1);
+        if (use == PortUse::kReserved) SetOption(socket.Get(), SO_REUSEPORT, 1);
         if (bind(socket.Get(), entry->ai_addr, entry->ai_addrlen) != 0) continue;
-        if (listen(socket.Get(), kListenBacklog) == 0) return socket;
+        if (listen(socket.Get(), kListenBacklog) == 0) {
+            // From here on a second agent finds the port taken.
+            if (use == PortUse::kReserved) SetOption(socket.Get(), SO_REUSEPORT, 0);
+            return socket;
+        }
         errorText = "listen() error";
         return UniqueFd();
     }
     errorText = "socket() or bind() error";
     return UniqueFd();
+}
+
+// Against other users it is the lack of SO_REUSEADDR that holds the address. Binding needs it all
+// the same, because of connections that are still open or were a moment ago.
+UniqueFd ReserveAddress(const sockaddr_in& address) noexcept {
+    UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket) return socket;
+    SetOption(socket.Get(), SO_REUSEADDR, 1);
+    SetOption(socket.Get(), SO_REUSEPORT, 1);
+    auto* name = reinterpret_cast<const sockaddr*>(&address);
+    if (bind(socket.Get(), name, sizeof address) != 0) return UniqueFd();
+    SetOption(socket.Get(), SO_REUSEADDR, 0);
+    return socket;
+}
+
+UniqueFd ReservePort(int listener) noexcept {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) return UniqueFd();
+    SetOption(listener, SO_REUSEPORT, 1);
+    return ReserveAddress(address);
 }
 
 }  // namespace zot

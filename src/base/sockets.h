@@ -80,8 +80,19 @@ int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
 // accepted from a listening socket inherit it.
 void NoticeDeadPeers(int socket);
 
+// Whether a reserve may hold the port that is to be opened.
+enum class PortUse { kFree, kReserved };
+
 // Opens a listening TCP socket on a local address (a name or dotted; empty means all) and a port
 // number or service name. Returns the socket, or an empty owner with the reason in the error text.
-UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText);
+UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText,
+                      PortUse use = PortUse::kFree);
+
+// Holds an address against other users while nobody listens on it: connections are refused, and
+// only this user can open it, with PortUse::kReserved. Returns the holding socket, or an empty
+// owner. Async-signal-safe.
+UniqueFd ReserveAddress(const sockaddr_in& address) noexcept;
+// The same for the address of a socket that listens; it must be closed then.
+UniqueFd ReservePort(int listener) noexcept;
 
 }  // namespace zot

@@ -179,6 +179,11 @@ pid_t fork() noexcept {
 // A child of the real one could not return through this function, so it gets memory of its own.
 pid_t vfork() noexcept { return fork(); }
 
+int execve(const char* path, char* const* arguments, char* const* environment) noexcept {
+    REAL(execve)
+    return Fails(control->execute) ? -1 : real(path, arguments, environment);
+}
+
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
                    void* argument) noexcept {
     REAL(pthread_create)

@@ -52,6 +52,7 @@ struct FaultControl {
     CallFault receive;
     CallFault send;
     CallFault socket;
+    CallFault execute;  // execve
 };
 
 inline constexpr char kFaultControlVariable[] = "ZOT_TEST_FAULTS";

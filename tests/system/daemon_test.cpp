@@ -16,8 +16,10 @@ namespace zot::test {
 namespace {
 
 TEST(Daemon, DetachesAndHoldsItsPidFile) {
-    AgentProcess agent({.arguments = {"-d"}});
+    AgentProcess agent({.arguments = {"-d"}, .awaitReady = false});
     EXPECT_EQ(agent.WaitForExit(), 0);
+    // Who has started it can ask it.
+    EXPECT_TRUE(TryAsk(agent.Target(), "GetInfo"));
     std::string output = agent.Output();
     // Every line once, although the process forked after most of them.
     EXPECT_EQ(output.find(" Application:"), output.rfind(" Application:"));

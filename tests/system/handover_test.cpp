@@ -2,16 +2,24 @@
 // over.
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "base/md5.h"
 #include "tests/support/agent_process.h"
+#include "tests/support/fault_injection.h"
+#include "tests/support/ordinary_user.h"
 
 namespace zot::test {
 namespace {
@@ -65,12 +73,68 @@ class HandOver : public testing::Test {
     }
     HandOver() {
         home_.Write("zot", Wrapper("the first agent"));
+        if (geteuid() == 0 && chown(Program().c_str(), 12345, 0) == 0) owner_ = 12345;
         std::filesystem::permissions(Program(), std::filesystem::perms(0751));
     }
     std::string Program() const { return home_ / "zot"; }
     void Start(const std::string& mode, const std::string& settings = "") {
-        agent_.emplace(AgentOptions{.arguments = {mode},
-                                    .settings = "zotpath=" + Program() + "\n" + settings});
+        std::vector<std::string> environment = faults_.Environment();
+        environment.push_back("ZOT_TEST_HOME=" + home_.Path());
+        agent_.emplace(
+            AgentOptions{.arguments = {mode},
+                         .settings = "zotpath=" + Program() + "\nbadlogfile=bad.txt\n" + settings,
+                         .environment = environment});
+    }
+    void TransferModule(const std::string& module) {
+        Upgrade upgrade(*agent_);
+        ASSERT_EQ(upgrade.Begin(module.size()), "200\n\r");
+        upgrade.Send(module + Upgrade::Trailer(module));
+        ASSERT_EQ(upgrade.Receive(), "200\n\r");
+    }
+    // The guard of this test's agent; 0 when there is none.
+    pid_t Guard() const {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            const std::string folder = entry.path().string();
+            if (ReadFile(folder + "/cmdline").starts_with("zot-upgrade-guard") &&
+                ReadFile(folder + "/environ").find(home_.Path()) != std::string::npos) {
+                return std::atoi(entry.path().filename().c_str());
+            }
+        }
+        return 0;
+    }
+    // What an agent serves that has just been started.
+    bool FreshAgentAnswers() const {
+        return Answers(agent_->Target(), "OpenedConnections=1") ||
+               Answers(agent_->Target(), "OpenedConnections=2");
+    }
+    void ExpectNothingLeft() {
+        EXPECT_TRUE(WaitUntil([&] {
+            return Guard() == 0 && !std::filesystem::exists(Program() + ".previous") &&
+                   !std::filesystem::exists(agent_->Dir() / "zot__.upd") &&
+                   !std::filesystem::exists(agent_->Dir() / "zotupd__.sh");
+        }));
+    }
+    size_t Failures() const {
+        const std::string log = ReadFile(agent_->Dir() / "bad.txt");
+        size_t count = 0;
+        for (size_t at = 0;
+             (at = log.find("Upgrade failed, previous agent started\n", at)) != std::string::npos;
+             ++at) {
+            ++count;
+        }
+        return count;
+    }
+    void ExpectProgram(const std::string& content) {
+        EXPECT_EQ(ReadFile(Program()), content);
+        struct stat status {};
+        ASSERT_EQ(stat(Program().c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0751u);
+        EXPECT_EQ(status.st_uid, owner_);
+    }
+    void Stop() {
+        EXPECT_EQ(agent_->Ask("QUIT").code, "200");
+        EXPECT_TRUE(WaitUntil([&] { return !TryAsk(agent_->Target(), "GetInfo"); }));
+        agent_.reset();
     }
     // The number that a script has written into the file; 0 as long as there is none.
     static pid_t PidIn(const std::string& path) {
@@ -78,13 +142,15 @@ class HandOver : public testing::Test {
     }
     static bool Runs(pid_t pid) { return kill(pid, 0) == 0; }
 
+    FaultInjection faults_;
     TempDir home_;
+    uid_t owner_ = geteuid();
     std::optional<AgentProcess> agent_;
 };
 
 // A request in progress while the agent ends: its script and files go, and it gets no answer.
 TEST_F(HandOver, WhatARequestStartedEndsWithTheAgent) {
-    for (const char* command : {"QUIT", "ReloadApp"}) {
+    for (const char* command : {"QUIT", "ReloadApp", "SIGTERM"}) {
         Start("-d", "executeaction=1\n");
         const std::string script = home_ / "script.pid", action = home_ / "action.pid";
         auto sleeper = [](const std::string& file) {
@@ -100,7 +166,11 @@ TEST_F(HandOver, WhatARequestStartedEndsWithTheAgent) {
                                               client::ComposeRequest("TEST-ShellScript", params)),
                          Deadline(kPatience), error));
         ASSERT_TRUE(WaitUntil([&] { return PidIn(script) != 0; }));
-        EXPECT_EQ(agent_->Ask(command).code, "200");
+        if (std::string_view(command) == "SIGTERM") {
+            agent_->Signal(SIGTERM);
+        } else {
+            EXPECT_EQ(agent_->Ask(command).code, "200");
+        }
         EXPECT_TRUE(request.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
         EXPECT_EQ(bytes, "");
         EXPECT_TRUE(WaitUntil([&] { return !Runs(PidIn(script)); })) << command;
@@ -111,11 +181,148 @@ TEST_F(HandOver, WhatARequestStartedEndsWithTheAgent) {
         }
         if (std::string_view(command) == "ReloadApp") {
             EXPECT_TRUE(WaitUntil([&] { return Answers(agent_->Target()); }));
+        } else {
+            EXPECT_TRUE(agent_->WaitForDaemonEnd());
+            EXPECT_FALSE(std::filesystem::exists(agent_->PidFilePath())) << command;
         }
         agent_.reset();
         std::filesystem::remove(script);
         std::filesystem::remove(action);
     }
+}
+
+TEST_F(HandOver, AnUpgradeIsFollowedByAnother) {
+    for (const char* mode : {"-i", "-d"}) {
+        Start(mode);
+        for (const char* name : {"the second agent", "the third agent"}) {
+            TransferModule(Wrapper(name));
+            EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); })) << mode;
+            ExpectProgram(Wrapper(name));
+            EXPECT_EQ(Guard(), 0);
+        }
+        if (std::string_view(mode) == "-d") ExpectNothingLeft();
+        EXPECT_EQ(Failures(), 0u);
+        Stop();
+    }
+}
+
+// Executables that never listen, and how they fail to.
+TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
+    const std::string padding = "\n# " + std::string(100, '.') + "\n";
+    const std::string old = ReadFile(Program());
+    const struct {
+        const char* mode;
+        std::string module;
+        bool hangs;
+    } cases[] = {
+        {"-d", std::string(5000, 'x'), false},
+        {"-d",
+         "\x7f"
+         "ELF\x01\x01\x01" +
+             std::string(200, '\0'),
+         false},
+        {"-i", "#!/bin/sh\nkill -SEGV $$" + padding, false},
+        {"-d", "#!/bin/sh\nexit 0" + padding, false},
+        {"-d", "#!/no/such/interpreter" + padding, false},
+        {"-i", "#!/bin/sh\nexec sleep 300" + padding, true},
+        {"-d", "#!/bin/sh\nsleep 300 &\nsetsid sleep 300 &" + padding, true},
+    };
+    for (const auto& c : cases) {
+        Start(c.mode);
+        TransferModule(c.module);
+        if (c.hangs) {
+            ASSERT_TRUE(WaitUntil([&] { return ReadFile(Program()) == c.module; }));
+            faults_->clockOffsetSeconds.fetch_add(31);
+        }
+        EXPECT_TRUE(WaitUntil([&] { return Failures() == 1; })) << c.module.substr(0, 40);
+        EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); })) << c.module.substr(0, 40);
+        ExpectProgram(old);
+        ExpectNothingLeft();
+        Stop();
+    }
+}
+
+TEST_F(HandOver, WhoAsksTheNewAgentToEndIsObeyed) {
+    Start("-d");
+    TransferModule(Wrapper("ends at once"));
+    EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
+    EXPECT_EQ(agent_->Ask("QUIT").code, "200");
+    EXPECT_TRUE(agent_->WaitForDaemonEnd());
+    ExpectNothingLeft();
+    EXPECT_EQ(Failures(), 0u);
+    ExpectProgram(Wrapper("ends at once"));
+}
+
+// A stop of the service reaches the guard: nothing is started any more, and the old file is back.
+TEST_F(HandOver, AStopEndsTheGuardAndTheNewAgent) {
+    const std::string old = ReadFile(Program());
+    Start("-d");
+    TransferModule("#!/bin/sh\necho $$ >" + (home_ / "new.pid") + "\nexec sleep 300 # " +
+                   std::string(100, '.'));
+    ASSERT_TRUE(WaitUntil([&] { return PidIn(home_ / "new.pid") != 0 && Guard() != 0; }));
+    kill(Guard(), SIGTERM);
+    EXPECT_TRUE(WaitUntil([&] { return !Runs(PidIn(home_ / "new.pid")); }));
+    ExpectNothingLeft();
+    ExpectProgram(old);
+    EXPECT_EQ(Failures(), 0u);
+    EXPECT_FALSE(TryAsk(agent_->Target(), "GetInfo"));
+}
+
+TEST_F(HandOver, AScriptThatCannotBeExecutedLeavesTheAgentInService) {
+    Start("-d");
+    const pid_t pid = agent_->Pid();
+    faults_->execute.Fail(EACCES, 1);
+    TransferModule(Wrapper("never"));
+    EXPECT_TRUE(WaitUntil([&] {
+        return ReadFile(agent_->Dir() / "bad.txt").find("Error: cannot start upgrading script\n") !=
+               std::string::npos;
+    }));
+    EXPECT_TRUE(WaitUntil([&] { return Answers(agent_->Target()) && agent_->Pid() == pid; }));
+    ExpectNothingLeft();
+    ExpectProgram(Wrapper("the first agent"));
+    // A file that is still open for writing somewhere is tried again, and the gate is open.
+    faults_->execute.Fail(ETXTBSY, 5);
+    TransferModule(Wrapper("later"));
+    EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
+    EXPECT_NE(agent_->Pid(), pid);
+    ExpectProgram(Wrapper("later"));
+}
+
+// Tries to take the port until it succeeds or the file is there; how often it succeeded.
+std::string TakePort(uint16_t port, const std::string& stopFile) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    while (access(stopFile.c_str(), F_OK) != 0) {
+        UniqueFd socket(::socket(AF_INET, SOCK_STREAM, 0));
+        int on = 1;
+        setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        if (bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            listen(socket.Get(), 1) == 0) {
+            return "taken";
+        }
+    }
+    return "kept";
+}
+
+TEST_F(HandOver, NobodyTakesThePortMeanwhile) {
+    Start("-d", "zotpath=" ZOT_BUILD_DIR "/zot\n");
+    std::filesystem::permissions(home_.Path(), std::filesystem::perms(0755));
+    std::string result;
+    std::thread stranger(
+        [&] { result = AsOrdinaryUser([&] { return TakePort(agent_->Port(), home_ / "stop"); }); });
+    for (int i = 0; i < 4; ++i) {
+        const pid_t before = agent_->Pid();
+        EXPECT_TRUE(TryAsk(agent_->Target(), "ReloadApp"));
+        WaitUntil([&] { return agent_->Pid() != 0 && agent_->Pid() != before; });
+    }
+    home_.Write("stop", "");
+    stranger.join();
+    EXPECT_EQ(result, "kept");
+    // Nor does the agent's own user by mistake.
+    AgentProcess second({.arguments = {"-d"}, .port = agent_->Port(), .awaitReady = false});
+    EXPECT_EQ(second.WaitForExit(), 4);
 }
 
 TEST_F(HandOver, AnUpgradeThatGoesWrongLeavesTheAgentAsItWas) {

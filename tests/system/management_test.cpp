@@ -51,13 +51,27 @@ TEST(Management, ThePortMovesOrComesBack) {
     AgentProcess other;  // its port cannot be had
     ASSERT_TRUE(TryAsk(moved, "SetSettings", {"Port=" + std::to_string(other.Port())}));
     std::string port = "Port=" + std::to_string(moved.port);
-    EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
-    EXPECT_NE(agent.Output().find("Return to original port\n"), std::string::npos);
-
+    auto file = [&] { return ReadFile(agent.ConfigPath()); };
+    auto count = [&](const std::string& line) {
+        size_t found = 0;
+        const std::string output = agent.Output();
+        for (size_t at = 0; (at = output.find(line, at)) != std::string::npos; ++at) ++found;
+        return found;
+    };
+    // The old port is served all the time.
+    EXPECT_TRUE(WaitUntil([&] {
+        EXPECT_TRUE(Answers(moved));
+        return Answers(moved, port);
+    }));
     for (const char* impossible : {"Port=0", "Port=70000"}) {
         ASSERT_TRUE(TryAsk(moved, "SetSettings", {impossible}));
         EXPECT_TRUE(WaitUntil([&] { return Answers(moved, port); }));
     }
+    EXPECT_TRUE(WaitUntil([&] { return count("Return to original port\n") == 3; }));
+    EXPECT_EQ(count("Error: cannot open new port for listening\n"), 3u);
+    EXPECT_EQ(count("original port"), 3u);
+    // The next start would fail with the other ones.
+    EXPECT_NE(file().find("port=" + std::to_string(moved.port) + "\r\n"), std::string::npos);
 }
 
 TEST(Management, ARestartKeepsArgumentsAndNothingElse) {

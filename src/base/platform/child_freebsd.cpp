@@ -2,8 +2,12 @@
 #include <sys/types.h>
 //
 #include <signal.h>
+#include <string.h>
 #include <sys/event.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
+#include <sys/sysctl.h>
+#include <sys/user.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -30,6 +34,19 @@ bool HasEnded(pid_t pid) {
 
 std::chrono::nanoseconds TimeUntil(Clock::time_point deadline) {
     return std::max<std::chrono::nanoseconds>(deadline - Clock::now(), {});
+}
+
+// Whether the environment of a process, which are texts that end in NUL, has this entry.
+bool EnvironmentHolds(pid_t pid, const char* entry) noexcept {
+    static char environment[256 * 1024];  // no process has more
+    int query[] = {CTL_KERN, KERN_PROC, KERN_PROC_ENV, pid};
+    size_t size = sizeof environment - 1;
+    if (sysctl(query, 4, environment, &size, nullptr, 0) != 0) return false;
+    environment[size] = '\0';
+    for (const char* text = environment; text < environment + size; text += strlen(text) + 1) {
+        if (strcmp(text, entry) == 0) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -63,6 +80,32 @@ bool WaitChild(pid_t pid, int timeoutMs) {
 bool CloseDescriptorsFrom(int first) noexcept {
     closefrom(first);
     return true;
+}
+
+void SetProcessTitle(char**, char**, const char* title) noexcept { setproctitle("-%s", title); }
+
+int KillProcessesWith(const char* entry) noexcept {
+    int query[] = {CTL_KERN, KERN_PROC, KERN_PROC_PROC, 0};
+    size_t size = 0;
+    if (sysctl(query, 3, nullptr, &size, nullptr, 0) != 0) return -1;
+    size += size / 4;  // processes may have come meanwhile
+    const size_t mapped = size;
+    void* memory = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_ANON | MAP_PRIVATE, -1, 0);
+    if (memory == MAP_FAILED) return -1;
+    int found = -1;
+    if (sysctl(query, 3, memory, &size, nullptr, 0) == 0) {
+        found = 0;
+        const auto* processes = static_cast<const kinfo_proc*>(memory);
+        for (size_t i = 0; i < size / sizeof(kinfo_proc); ++i) {
+            pid_t pid = processes[i].ki_pid;
+            if (pid == getpid() || processes[i].ki_stat == SZOMB) continue;
+            if (!EnvironmentHolds(pid, entry)) continue;
+            ++found;
+            kill(pid, SIGKILL);
+        }
+    }
+    munmap(memory, mapped);
+    return found;
 }
 
 void ResetSignals() noexcept {

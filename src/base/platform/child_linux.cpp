@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <string.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -31,6 +34,39 @@ int MillisecondsUntil(Clock::time_point deadline) {
     return static_cast<int>(std::max<int64_t>(left.count(), 0));
 }
 
+// The number that a folder of /proc is named by; 0 for other names.
+pid_t ProcessNumber(const char* name) noexcept {
+    pid_t pid = 0;
+    for (; *name >= '0' && *name <= '9'; ++name) pid = pid * 10 + (*name - '0');
+    return *name == '\0' ? pid : 0;
+}
+
+// Whether the environment of a process, which are texts that end in NUL, has this entry.
+bool EnvironmentHolds(int proc, const char* pid, const char* entry) noexcept {
+    char path[32] = "";
+    strncat(path, pid, 15);
+    strcat(path, "/environ");
+    UniqueFd file(openat(proc, path, O_RDONLY | O_CLOEXEC));
+    char buffer[4096];
+    size_t matched = 0;  // bytes of the entry, counted from the start of a text
+    bool differs = false;
+    for (;;) {
+        ssize_t count = file ? read(file.Get(), buffer, sizeof buffer) : -1;
+        if (count <= 0) return false;
+        for (ssize_t i = 0; i < count; ++i) {
+            if (buffer[i] == '\0') {
+                if (!differs && matched > 0 && entry[matched] == '\0') return true;
+                matched = 0;
+                differs = false;
+            } else if (!differs && buffer[i] == entry[matched]) {
+                ++matched;
+            } else {
+                differs = true;
+            }
+        }
+    }
+}
+
 }  // namespace
 
 bool WaitChild(pid_t pid, int timeoutMs) {
@@ -50,6 +86,54 @@ bool WaitChild(pid_t pid, int timeoutMs) {
 
 bool CloseDescriptorsFrom(int first) noexcept {
     return syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0;
+}
+
+void SetProcessTitle(char** argv, char** envp, const char* title) noexcept {
+    // The kernel shows the memory of the arguments, and reads on into the environment behind it
+    // when the last byte of the arguments is not NUL.
+    char* start = argv[0];
+    char* end = start;
+    for (; *argv != nullptr; ++argv) {
+        if (*argv == end) end += strlen(end) + 1;
+    }
+    const char* argumentsEnd = end;
+    for (; *envp != nullptr; ++envp) {
+        if (*envp == end) end += strlen(end) + 1;
+    }
+    if (end == start) return;
+    memset(start, 0, static_cast<size_t>(argumentsEnd - start));
+    const size_t length = std::min(strlen(title), static_cast<size_t>(end - start - 1));
+    memcpy(start, title, length);
+    start[length] = '\0';
+    prctl(PR_SET_NAME, title);
+}
+
+int KillProcessesWith(const char* entry) noexcept {
+    // The library's own reading of folders allocates.
+    struct Record {
+        uint64_t inode;
+        int64_t offset;
+        uint16_t size;
+        unsigned char type;
+        char name[1];
+    };
+    UniqueFd folder(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) return -1;
+    int found = 0;
+    alignas(Record) char buffer[8192];
+    for (;;) {
+        long count = syscall(SYS_getdents64, folder.Get(), buffer, sizeof buffer);
+        if (count <= 0) return count < 0 ? -1 : found;
+        for (long at = 0; at < count;) {
+            const auto* record = reinterpret_cast<const Record*>(buffer + at);
+            at += record->size;
+            pid_t pid = ProcessNumber(record->name);
+            if (pid <= 0 || pid == getpid()) continue;
+            if (!EnvironmentHolds(folder.Get(), record->name, entry)) continue;
+            ++found;
+            kill(pid, SIGKILL);
+        }
+    }
 }
 
 void ResetSignals() noexcept {

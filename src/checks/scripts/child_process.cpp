@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "base/children.h"
 #include "base/descriptor_limit.h"
 #include "base/platform.h"
 #include "base/platform_child.h"
@@ -38,7 +39,9 @@ std::vector<char*> CopyEnvironment() {
     std::vector<char*> variables;
     for (char** variable = ProcessEnvironment(); variable != nullptr && *variable != nullptr;
          ++variable) {
-        if (!std::string_view(*variable).starts_with(kTmpDirPrefix)) variables.push_back(*variable);
+        std::string_view text = *variable;
+        if (text.starts_with(kTmpDirPrefix) || text.starts_with(kHandOverPrefix)) continue;
+        variables.push_back(*variable);
     }
     return variables;
 }

@@ -1,0 +1,335 @@
+#include "agent/guard.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "agent/daemon.h"
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/numbers.h"
+#include "base/platform_child.h"
+#include "base/resolver.h"
+#include "base/sockets.h"
+#include "config/config_keys.h"
+#include "config/config_lines.h"
+
+namespace zot {
+namespace {
+
+constexpr char kTitle[] = "zot-upgrade-guard";
+constexpr char kKeptSuffix[] = ".previous";
+constexpr int64_t kPatienceMs = 30000;
+constexpr timespec kPause = {0, 20L * 1000 * 1000};
+
+// How often the guard looks. The copy is waited for closely, since an agent that takes no hand-over
+// must find its port free a moment later; it is then looked for with connections.
+constexpr int kCopyIntervalMs = 2;
+constexpr int kProbeIntervalMs = 20;
+constexpr int kLongIntervalMs = 1000;
+
+volatile sig_atomic_t stopped = 0;
+void OnStop(int) { stopped = 1; }
+
+void SetHandler(int number, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    sigaction(number, &action, nullptr);
+}
+
+// Where an agent that is started now will listen: its command line's port, else the file's.
+sockaddr_in AddressOfNextStart(const AgentSettings& settings, int32_t port) {
+    VyString host;
+    ConfigReader file;
+    bool opened = file.Open(settings.configPath);
+    ConfigLine parts;
+    for (std::string_view line; opened && file.Next(line);) {
+        const ConfigKey* key = SplitConfigLine(line, parts) ? FindConfigKey(parts.key) : nullptr;
+        if (key == nullptr) continue;
+        if (key->name == "host") host = parts.value;
+        if (key->name == "port" && port == 0) port = ToInt(parts.value);
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    VyString ignoredError;
+    constexpr int64_t kResolveMs = 2000;
+    if (host.Empty() ||
+        ResolveHostWithin(host, kResolveMs, address.sin_addr.s_addr, ignoredError) != kNetOk ||
+        address.sin_addr.s_addr == INADDR_ANY) {
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    }
+    return address;
+}
+
+bool SameFile(const char* a, const char* b) {
+    struct stat first {};
+    struct stat second {};
+    return lstat(a, &first) == 0 && lstat(b, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+bool CopyBytes(int from, int to) {
+    char buffer[16 * 1024];
+    for (;;) {
+        ssize_t count = read(from, buffer, sizeof buffer);
+        if (count == 0) return true;
+        if (count < 0 || !WriteAll(to, {buffer, static_cast<size_t>(count)})) return false;
+    }
+}
+
+}  // namespace
+
+UpgradeGuard::UpgradeGuard(AgentServices& services, const StartArguments& arguments,
+                           UpgradeOrder& order, const UniqueFd& reserve)
+    : services_(services),
+      settings_(services.settings.Snapshot()),
+      arguments_(arguments),
+      order_(order),
+      reserve_(reserve.Get()),
+      program_(settings_->agentPath.View()),
+      kept_(program_ + kKeptSuffix),
+      module_(order.modulePath.View()),
+      script_(order.scriptPath.View()),
+      address_(AddressOfNextStart(*settings_, arguments.port)) {
+    socklen_t size = sizeof reserveAddress_;
+    holdsReserve_ = reserve_ >= 0;
+    getsockname(reserve_, reinterpret_cast<sockaddr*>(&reserveAddress_), &size);
+}
+
+bool UpgradeGuard::Start() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return false;
+    ear_.Reset(ends[0]);
+    mouth_.Reset(ends[1]);
+    environment_.emplace(arguments_.envp, -1, mouth_.Get());
+    takesOver_ = TakesHandOver(module_.c_str());
+    oldTakesOver_ = TakesHandOver(program_.c_str());
+    CopyArguments();
+    if (!KeepOld()) return false;
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pid_ = fork();
+    if (pid_ == 0) Run();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (pid_ < 0) {
+        unlink(kept_.c_str());
+        return false;
+    }
+    LeaveOpen(mouth_.Get());
+    return true;
+}
+
+void UpgradeGuard::CallOff() {
+    kill(pid_, SIGKILL);
+    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    unlink(kept_.c_str());
+}
+
+// The old executable gets a second name; where links are not to be had, a copy does.
+bool UpgradeGuard::KeepOld() {
+    struct stat ignored {};
+    if (lstat(program_.c_str(), &ignored) != 0) return errno == ENOENT;
+    if (!LockKept()) return false;
+    unlink(kept_.c_str());
+    hadOld_ = stat(program_.c_str(), &old_) == 0;
+    if (linkat(AT_FDCWD, program_.c_str(), AT_FDCWD, kept_.c_str(), 0) != 0 && !CopyOld()) {
+        unlink(kept_.c_str());
+        return false;
+    }
+    return hadOld_ && LockKept();
+}
+
+// False while another guard holds what it has kept; one that is about to end is waited for.
+bool UpgradeGuard::LockKept() {
+    constexpr int kTries = 50;
+    keptLock_.Reset(open(kept_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!keptLock_) return true;
+    for (int i = 0; i < kTries; ++i) {
+        if (flock(keptLock_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
+        nanosleep(&kPause, nullptr);
+    }
+    return false;
+}
+
+bool UpgradeGuard::CopyOld() {
+    UniqueFd from(open(program_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    UniqueFd to(open(kept_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!from || !to || !CopyBytes(from.Get(), to.Get())) return false;
+    // Without the right to give files away the copy belongs to the agent's own user.
+    [[maybe_unused]] int given = fchown(to.Get(), old_.st_uid, old_.st_gid);
+    return fchmod(to.Get(), old_.st_mode & 07777) == 0 && fsync(to.Get()) == 0;
+}
+
+void UpgradeGuard::CopyArguments() {
+    if (oldTakesOver_ && reserve_ >= 0) previousEnvironment_.emplace(arguments_.envp, reserve_, -1);
+    char** variables = previousEnvironment_ ? previousEnvironment_->Variables() : arguments_.envp;
+    auto copy = [this](char** list, std::vector<char*>& copies) {
+        for (; *list != nullptr; ++list) copies.push_back(texts_.emplace_back(*list).data());
+        copies.push_back(nullptr);
+    };
+    copy(arguments_.argv, previousArguments_);
+    copy(variables, previousVariables_);
+}
+
+// ---- From here on in the guard: a child of a process with threads, so async-signal-safe only.
+
+void UpgradeGuard::Run() noexcept {
+    Isolate();
+    if (!AwaitNewAgent()) {
+        EndWhatWasStarted();
+        PutBack();
+        unlink(module_.c_str());
+        unlink(script_.c_str());
+        if (stopped == 0) StartPrevious();
+        _exit(0);
+    }
+    AfterCopy();
+    unlink(kept_.c_str());
+    _exit(0);
+}
+
+// Keeps nothing of the agent but its standard streams and the guard's own descriptors.
+void UpgradeGuard::Isolate() noexcept {
+    const int own[] = {ear_.Get(), reserve_, keptLock_.Get(), order_.module.Get()};
+    CloseInheritedDescriptors(own);
+    for (int i = 1; i < NSIG; ++i) SetHandler(i, SIG_DFL);
+    SetHandler(SIGTERM, OnStop);
+    SetHandler(SIGINT, OnStop);
+    SetHandler(SIGHUP, SIG_IGN);
+    SetHandler(SIGPIPE, SIG_IGN);
+    SetProcessTitle(arguments_.argv, arguments_.envp, kTitle);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// Returns whether the new agent has listened.
+bool UpgradeGuard::AwaitNewAgent() noexcept {
+    const int64_t deadline = MonotonicMs() + kPatienceMs;
+    int64_t nextProbe = 0;
+    while (stopped == 0) {
+        int64_t now = MonotonicMs();
+        if (now >= deadline) return false;
+        const int probeInterval = takesOver_ ? kLongIntervalMs : kProbeIntervalMs;
+        pollfd ear = {ear_.Get(), POLLIN, 0};
+        int ready = poll(&ear, 1, copied_ ? kProbeIntervalMs : kCopyIntervalMs);
+        if (ready > 0) {
+            char word;
+            return read(ear_.Get(), &word, 1) == 1;
+        }
+        if (!copied_ && access(module_.c_str(), F_OK) != 0) {
+            AfterCopy();
+            nextProbe = takesOver_ ? now + kLongIntervalMs : now;
+        }
+        if (copied_ && now >= nextProbe) {
+            if (Listens()) return true;
+            nextProbe = now + probeInterval;
+        }
+    }
+    return false;
+}
+
+// The new executable is in place: it gets the owner and the mode of the old one. An agent that
+// takes no hand-over could not listen beside the reserve.
+void UpgradeGuard::AfterCopy() noexcept {
+    if (copied_) return;
+    copied_ = true;
+    if (!takesOver_) DropReserve();
+    if (!hadOld_) return;
+    [[maybe_unused]] int given =
+        fchownat(AT_FDCWD, program_.c_str(), old_.st_uid, old_.st_gid, AT_SYMLINK_NOFOLLOW);
+    chmod(program_.c_str(), old_.st_mode & 07777);
+}
+
+void UpgradeGuard::DropReserve() noexcept {
+    if (holdsReserve_) close(reserve_);
+    holdsReserve_ = false;
+}
+
+// Whether somebody accepts connections where the new agent is to.
+bool UpgradeGuard::Listens() const noexcept {
+    constexpr int kAnswerMs = 200;
+    UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    int on = 1;
+    setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    auto* target = reinterpret_cast<const sockaddr*>(&address_);
+    if (connect(socket.Get(), target, sizeof address_) != 0) {
+        pollfd connected = {socket.Get(), POLLOUT, 0};
+        if (errno != EINPROGRESS || poll(&connected, 1, kAnswerMs) <= 0) return false;
+    }
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0) {
+        return false;
+    }
+    // With nobody there, the port may by chance have been chosen for this end, which then met
+    // itself.
+    sockaddr_in own{};
+    size = sizeof own;
+    if (getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
+    return own.sin_port != address_.sin_port || own.sin_addr.s_addr != address_.sin_addr.s_addr;
+}
+
+// Ends the script and what came of it.
+void UpgradeGuard::EndWhatWasStarted() const noexcept {
+    constexpr int kTries = 100;
+    for (int i = 0; i < kTries && KillProcessesWith(environment_->Entry()) != 0; ++i) {
+        nanosleep(&kPause, nullptr);
+    }
+}
+
+void UpgradeGuard::PutBack() noexcept {
+    if (!hadOld_) return;
+    // A rename to another name of the same file does nothing.
+    if (SameFile(kept_.c_str(), program_.c_str())) {
+        unlink(kept_.c_str());
+    } else {
+        rename(kept_.c_str(), program_.c_str());
+    }
+}
+
+void UpgradeGuard::StartPrevious() noexcept {
+    if (!oldTakesOver_) {
+        DropReserve();
+    } else if (!holdsReserve_ && reserve_ >= 0) {
+        // Under its old number, which the environment names.
+        UniqueFd again = ReserveAddress(reserveAddress_);
+        holdsReserve_ = again && dup2(again.Get(), reserve_) == reserve_;
+        if (again.Get() == reserve_) again.Release();
+    }
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) _exit(1);
+    pid_t pid = fork();
+    if (pid == 0) {
+        SetHandler(SIGTERM, SIG_DFL);
+        SetHandler(SIGINT, SIG_DFL);
+        SetHandler(SIGHUP, SIG_DFL);
+        SetHandler(SIGPIPE, SIG_DFL);
+        if (holdsReserve_) LeaveOpen(reserve_);
+        ExecuteImage(program_.c_str(), previousArguments_.data(), previousVariables_.data());
+        [[maybe_unused]] ssize_t told = write(ends[1], "", 1);
+        _exit(1);
+    }
+    close(ends[1]);
+    char failed;
+    if (pid > 0 && read(ends[0], &failed, 1) == 0) {
+        services_.log.WriteFromSignal(*settings_, LogKind::kFailure,
+                                      "Upgrade failed, previous agent started\n");
+    }
+}
+
+}  // namespace zot

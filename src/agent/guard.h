@@ -1,0 +1,86 @@
+// The guard of an upgrade: a process that outlives the agent for as long as it takes the new one to
+// listen. If that does not come about it puts the old executable back and starts it.
+//
+// It knows what happens to the script by a pipe, of which everything that the script starts holds
+// an end: a byte says that the new agent listens, the end of the pipe that nothing is left. An
+// agent from before there were guards says nothing, so it is also looked for with a connection.
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/agent_control.h"
+#include "agent/handover.h"
+#include "agent/signals.h"
+#include "base/owners.h"
+
+namespace zot {
+
+class UpgradeGuard {
+  public:
+    // `module` is what the script will install; `reserve` holds the agent's port, if it could be
+    // had.
+    UpgradeGuard(AgentServices& services, const StartArguments& arguments, UpgradeOrder& order,
+                 const UniqueFd& reserve);
+    UpgradeGuard(const UpgradeGuard&) = delete;
+    UpgradeGuard& operator=(const UpgradeGuard&) = delete;
+
+    // Keeps the old executable under another name and starts the guard. Returns false when that
+    // cannot be done; an upgrade would be without a way back then.
+    bool Start();
+    // The environment for the script.
+    char** Environment() { return environment_->Variables(); }
+    // The script could not be executed: ends the guard and removes what was kept.
+    void CallOff();
+
+  private:
+    bool KeepOld();
+    bool LockKept();
+    bool CopyOld();
+    void CopyArguments();
+    [[noreturn]] void Run() noexcept;
+    void Isolate() noexcept;
+    bool AwaitNewAgent() noexcept;
+    void AfterCopy() noexcept;
+    void DropReserve() noexcept;
+    bool Listens() const noexcept;
+    void EndWhatWasStarted() const noexcept;
+    void PutBack() noexcept;
+    void StartPrevious() noexcept;
+
+    AgentServices& services_;
+    SettingsSnapshot settings_;
+    StartArguments arguments_;
+    UpgradeOrder& order_;
+    const int reserve_;  // its number; -1: there is none
+    bool holdsReserve_ = false;
+
+    std::string program_, kept_, module_, script_;
+    struct stat old_ {};
+    bool hadOld_ = false;
+    bool copied_ = false;           // the script has put the new executable in place
+    bool takesOver_ = false;        // the new agent takes a hand-over
+    sockaddr_in address_{};         // where the new agent will listen
+    sockaddr_in reserveAddress_{};  // where the old one did
+    UniqueFd keptLock_;
+    UniqueFd ear_;
+    UniqueFd mouth_;
+    std::optional<HandOverEnvironment> environment_;  // for the script
+
+    // What the previous agent would be started with: copies, since the title of the guard takes
+    // the place of the originals.
+    bool oldTakesOver_ = false;
+    std::deque<std::string> texts_;
+    std::vector<char*> previousArguments_;
+    std::vector<char*> previousVariables_;
+    std::optional<HandOverEnvironment> previousEnvironment_;
+    pid_t pid_ = -1;
+};
+
+}  // namespace zot

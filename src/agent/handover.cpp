@@ -1,0 +1,107 @@
+#include "agent/handover.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "base/children.h"
+#include "base/files.h"
+
+namespace zot {
+
+// Found in every program that takes a hand-over, also by those that look at it as a file.
+extern const char kHandOverMark[];
+const char kHandOverMark[] = "zot takes over: 1";
+
+namespace {
+
+// Enough for a guard to remove a file and to end.
+constexpr int kGuardPatienceMs = 1000;
+
+bool IsKind(int descriptor, mode_t kind) {
+    struct stat info {};
+    return fstat(descriptor, &info) == 0 && (info.st_mode & S_IFMT) == kind;
+}
+
+// The descriptor, if there still is one of this kind. A program in between that knew nothing of
+// hand-overs may have passed on the variable alone.
+UniqueFd Inherit(int descriptor, mode_t kind) {
+    if (descriptor <= STDERR_FILENO || !IsKind(descriptor, kind)) return UniqueFd();
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    return UniqueFd(descriptor);
+}
+
+bool IsVariable(const char* variable) {
+    return std::string_view(variable).starts_with(kHandOverPrefix);
+}
+
+}  // namespace
+
+HandOver::HandOver(char** envp) {
+    for (char** variable = envp; *variable != nullptr; ++variable) {
+        if (!IsVariable(*variable)) continue;
+        int reserve = -1;
+        int guard = -1;
+        std::sscanf(*variable + kHandOverPrefix.size(), "%d:%d:", &reserve, &guard);
+        reserve_ = Inherit(reserve, S_IFSOCK);
+        guard_ = Inherit(guard, S_IFIFO);
+        expected_ = true;
+        for (char** rest = variable; *rest != nullptr; ++rest) *rest = rest[1];
+        return;
+    }
+}
+
+void HandOver::Complete() noexcept {
+    expected_ = false;
+    reserve_.Reset();
+    if (!guard_) return;
+    char word = 0;
+    if (write(guard_.Get(), &word, 1) == 1) {
+        pollfd gone = {guard_.Get(), 0, 0};
+        poll(&gone, 1, kGuardPatienceMs);
+    }
+    guard_.Reset();
+}
+
+HandOverEnvironment::HandOverEnvironment(char** envp, int reserve, int guard) {
+    char text[96];
+    std::snprintf(
+        text, sizeof text, "%.*s%d:%d:%lld.%lld", static_cast<int>(kHandOverPrefix.size()),
+        kHandOverPrefix.data(), reserve, guard, static_cast<long long>(getpid()),
+        static_cast<long long>(std::chrono::system_clock::now().time_since_epoch().count()));
+    entry_ = text;
+    variables_.push_back(entry_.data());
+    for (; *envp != nullptr; ++envp) {
+        if (!IsVariable(*envp)) variables_.push_back(*envp);
+    }
+    variables_.push_back(nullptr);
+}
+
+void LeaveOpen(int descriptor) noexcept { fcntl(descriptor, F_SETFD, 0); }
+
+bool TakesHandOver(const char* path) {
+    const std::string_view mark = kHandOverMark;
+    constexpr size_t kBlock = size_t{64} * 1024;
+    UniqueFd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file || !IsKind(file.Get(), S_IFREG)) return false;
+    auto buffer = ReadBuffer<char>(kBlock);
+    size_t kept = 0;  // of the block before, as much as may be the start of the mark
+    for (;;) {
+        ssize_t count = read(file.Get(), buffer.get() + kept, kBlock - kept);
+        if (count <= 0) return false;
+        std::string_view text(buffer.get(), kept + static_cast<size_t>(count));
+        if (text.find(mark) != std::string_view::npos) return true;
+        kept = std::min(text.size(), mark.size() - 1);
+        std::memmove(buffer.get(), text.data() + text.size() - kept, kept);
+    }
+}
+
+}  // namespace zot
