@@ -26,7 +26,7 @@
 namespace zot {
 namespace {
 
-constexpr char kTitle[] = "zot-upgrade-guard";
+constexpr char kTitle[] = "zot-upgrade-guard ";  // and the configuration file
 constexpr char kKeptSuffix[] = ".previous";
 constexpr int64_t kPatienceMs = 30000;
 constexpr timespec kPause = {0, 20L * 1000 * 1000};
@@ -101,6 +101,7 @@ UpgradeGuard::UpgradeGuard(AgentServices& services, const StartArguments& argume
       kept_(program_ + kKeptSuffix),
       module_(order.modulePath.View()),
       script_(order.scriptPath.View()),
+      title_(std::string(kTitle) + settings_->configPath),
       address_(AddressOfNextStart(*settings_, arguments.port)) {
     socklen_t size = sizeof reserveAddress_;
     holdsReserve_ = reserve_ >= 0;
@@ -211,7 +212,7 @@ void UpgradeGuard::Isolate() noexcept {
     SetHandler(SIGINT, OnStop);
     SetHandler(SIGHUP, SIG_IGN);
     SetHandler(SIGPIPE, SIG_IGN);
-    SetProcessTitle(arguments_.argv, arguments_.envp, kTitle);
+    SetProcessTitle(arguments_.argv, arguments_.envp, title_.c_str());
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -61,7 +61,7 @@ class UpgradeGuard {
     const int reserve_;  // its number; -1: there is none
     bool holdsReserve_ = false;
 
-    std::string program_, kept_, module_, script_;
+    std::string program_, kept_, module_, script_, title_;
     struct stat old_ {};
     bool hadOld_ = false;
     bool copied_ = false;           // the script has put the new executable in place

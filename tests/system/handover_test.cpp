@@ -40,20 +40,11 @@ class Upgrade {
     explicit Upgrade(const AgentProcess& agent) : connection_(agent.Connect()), agent_(agent) {}
 
     std::string Begin(size_t size) {
-        Send(client::BuildRequest(agent_.Target().password, kKey,
-                                  "UpgradeCode\n" + std::to_string(size) + "\n\r"));
+        Send(agent_.Packet(kKey, "UpgradeCode\n" + std::to_string(size) + "\n\r"));
         return Receive();
     }
-    void Send(std::string_view bytes) {
-        std::string error;
-        EXPECT_TRUE(connection_.Send(bytes, Deadline(kPatience), error)) << error;
-    }
-    std::string Receive() {
-        std::string text;
-        std::string error;
-        EXPECT_TRUE(connection_.ReceiveReply(kKey, Deadline(kPatience), text, error)) << error;
-        return text;
-    }
+    void Send(std::string_view bytes) { test::Send(connection_, bytes); }
+    std::string Receive() { return ReceiveReply(connection_, kKey); }
     static std::string Trailer(std::string_view data) {
         auto digest = Md5Digest(data.data(), data.size());
         return client::Encrypt(kKey, {reinterpret_cast<char*>(digest.data()), digest.size()});
@@ -86,6 +77,7 @@ class HandOver : public testing::Test {
                          .environment = environment});
     }
     void TransferModule(const std::string& module) {
+        for (int i = 0; i < 2; ++i) agent_->Ask("GetInfo");
         Upgrade upgrade(*agent_);
         ASSERT_EQ(upgrade.Begin(module.size()), "200\n\r");
         upgrade.Send(module + Upgrade::Trailer(module));
@@ -102,10 +94,15 @@ class HandOver : public testing::Test {
         }
         return 0;
     }
-    // What an agent serves that has just been started.
+    // Whether an agent answers that has had at most one other connection before: a new one. The one
+    // that transferred has had more.
     bool FreshAgentAnswers() const {
-        return Answers(agent_->Target(), "OpenedConnections=1") ||
-               Answers(agent_->Target(), "OpenedConnections=2");
+        client::Answer answer;
+        if (!TryAsk(agent_->Target(), "GetInfo", {}, &answer)) return false;
+        auto isFresh = [](const std::string& line) {
+            return line == "OpenedConnections=1" || line == "OpenedConnections=2";
+        };
+        return std::any_of(answer.lines.begin(), answer.lines.end(), isFresh);
     }
     void ExpectNothingLeft() {
         EXPECT_TRUE(WaitUntil([&] {
@@ -115,14 +112,8 @@ class HandOver : public testing::Test {
         }));
     }
     size_t Failures() const {
-        const std::string log = ReadFile(agent_->Dir() / "bad.txt");
-        size_t count = 0;
-        for (size_t at = 0;
-             (at = log.find("Upgrade failed, previous agent started\n", at)) != std::string::npos;
-             ++at) {
-            ++count;
-        }
-        return count;
+        return Count(ReadFile(agent_->Dir() / "bad.txt"),
+                     "Upgrade failed, previous agent started\n");
     }
     void ExpectProgram(const std::string& content) {
         EXPECT_EQ(ReadFile(Program()), content);
@@ -161,10 +152,7 @@ TEST_F(HandOver, WhatARequestStartedEndsWithTheAgent) {
         const std::vector<std::string> params = {
             "%script% x", "#!/bin/sh%0D%0Aecho $$ >" + script + "; exec sleep 300", "", "0", "5"};
         std::string error, bytes;
-        ASSERT_TRUE(
-            request.Send(client::BuildRequest(agent_->Target().password, kKey,
-                                              client::ComposeRequest("TEST-ShellScript", params)),
-                         Deadline(kPatience), error));
+        Send(request, agent_->Packet(kKey, client::ComposeRequest("TEST-ShellScript", params)));
         ASSERT_TRUE(WaitUntil([&] { return PidIn(script) != 0; }));
         if (std::string_view(command) == "SIGTERM") {
             agent_->Signal(SIGTERM);
@@ -344,7 +332,7 @@ TEST_F(HandOver, AnUpgradeThatGoesWrongLeavesTheAgentAsItWas) {
     // Cut off: nobody can upgrade until the agent is restarted.
     EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "ActiveConnections=1"); }));
     EXPECT_EQ(Upgrade(agent).Begin(data.size()), "302\n\r");
-    EXPECT_FALSE(std::filesystem::exists(agent.Dir() / "zot__.upd"));
+    EXPECT_TRUE(WaitUntil([&] { return !std::filesystem::exists(agent.Dir() / "zot__.upd"); }));
     EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
     EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
     EXPECT_EQ(Upgrade(agent).Begin(100), "501\nWrong file parameter(s)\n\r");
