@@ -47,25 +47,36 @@ void SetHandler(int number, void (*handler)(int)) {
     sigaction(number, &action, nullptr);
 }
 
-// Where an agent that is started now will listen: its command line's port, else the file's.
-sockaddr_in AddressOfNextStart(const AgentSettings& settings, int32_t port) {
-    VyString host;
+// What the configuration file says now, which an agent that is started will obey.
+struct NextStart {
+    VyString host, pidFile;
+    int32_t port;  // of the command line, else of the file
+};
+
+NextStart ReadNextStart(const AgentSettings& settings, int32_t port) {
+    NextStart next{.host = {}, .pidFile = {}, .port = port};
     ConfigReader file;
     bool opened = file.Open(settings.configPath);
     ConfigLine parts;
     for (std::string_view line; opened && file.Next(line);) {
         const ConfigKey* key = SplitConfigLine(line, parts) ? FindConfigKey(parts.key) : nullptr;
         if (key == nullptr) continue;
-        if (key->name == "host") host = parts.value;
-        if (key->name == "port" && port == 0) port = ToInt(parts.value);
+        if (key->name == "host") next.host = parts.value;
+        if (key->name == "pidfile") next.pidFile = parts.value;
+        if (key->name == "port" && next.port == 0) next.port = ToInt(parts.value);
     }
+    return next;
+}
+
+// Where to reach an agent that listens there.
+sockaddr_in AddressOf(const NextStart& next) {
+    constexpr int64_t kResolveMs = 2000;
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_port = htons(static_cast<uint16_t>(next.port));
     VyString ignoredError;
-    constexpr int64_t kResolveMs = 2000;
-    if (host.Empty() ||
-        ResolveHostWithin(host, kResolveMs, address.sin_addr.s_addr, ignoredError) != kNetOk ||
+    if (next.host.Empty() ||
+        ResolveHostWithin(next.host, kResolveMs, address.sin_addr.s_addr, ignoredError) != kNetOk ||
         address.sin_addr.s_addr == INADDR_ANY) {
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     }
@@ -101,8 +112,10 @@ UpgradeGuard::UpgradeGuard(AgentServices& services, const StartArguments& argume
       kept_(program_ + kKeptSuffix),
       module_(order.modulePath.View()),
       script_(order.scriptPath.View()),
-      title_(std::string(kTitle) + settings_->configPath),
-      address_(AddressOfNextStart(*settings_, arguments.port)) {
+      title_(std::string(kTitle) + settings_->configPath) {
+    NextStart next = ReadNextStart(*settings_, arguments.port);
+    address_ = AddressOf(next);
+    if (!settings_->interactive) pidFile_ = next.pidFile.View();
     socklen_t size = sizeof reserveAddress_;
     holdsReserve_ = reserve_ >= 0;
     getsockname(reserve_, reinterpret_cast<sockaddr*>(&reserveAddress_), &size);
@@ -230,7 +243,7 @@ bool UpgradeGuard::AwaitNewAgent() noexcept {
         int ready = poll(&ear, 1, copied_ ? kProbeIntervalMs : kCopyIntervalMs);
         if (ready > 0) {
             char word;
-            return read(ear_.Get(), &word, 1) == 1;
+            return read(ear_.Get(), &word, 1) == 1 || Listens();
         }
         if (!copied_ && access(module_.c_str(), F_OK) != 0) {
             AfterCopy();
@@ -261,28 +274,45 @@ void UpgradeGuard::DropReserve() noexcept {
     holdsReserve_ = false;
 }
 
-// Whether somebody accepts connections where the new agent is to.
 bool UpgradeGuard::Listens() const noexcept {
+    return pidFile_.empty() ? Answers() : HoldsPidFile();
+}
+
+// Whether an agent has locked the pid file, which it does once it listens.
+bool UpgradeGuard::HoldsPidFile() const noexcept {
+    UniqueFd file(open(pidFile_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return file && fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+// Whether somebody accepts connections where the new agent is to.
+bool UpgradeGuard::Answers() const noexcept {
     constexpr int kAnswerMs = 200;
     UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     int on = 1;
     setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     auto* target = reinterpret_cast<const sockaddr*>(&address_);
-    if (connect(socket.Get(), target, sizeof address_) != 0) {
-        pollfd connected = {socket.Get(), POLLOUT, 0};
-        if (errno != EINPROGRESS || poll(&connected, 1, kAnswerMs) <= 0) return false;
-    }
-    int error = 0;
-    socklen_t size = sizeof error;
-    if (getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0) {
+    pollfd event = {socket.Get(), POLLOUT, 0};
+    if (connect(socket.Get(), target, sizeof address_) != 0 &&
+        (errno != EINPROGRESS || poll(&event, 1, kAnswerMs) <= 0)) {
         return false;
     }
     // With nobody there, the port may by chance have been chosen for this end, which then met
     // itself.
     sockaddr_in own{};
-    size = sizeof own;
+    socklen_t size = sizeof own;
     if (getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
-    return own.sin_port != address_.sin_port || own.sin_addr.s_addr != address_.sin_addr.s_addr;
+    if (own.sin_port == address_.sin_port && own.sin_addr.s_addr == address_.sin_addr.s_addr) {
+        return false;
+    }
+    // The trial at the start of an agent resets what came to it.
+    event.events = POLLIN;
+    poll(&event, 1, kAnswerMs);
+    int error = 0;
+    size = sizeof error;
+    return getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
 // Ends the script and what came of it.
@@ -308,7 +338,12 @@ void UpgradeGuard::StartPrevious() noexcept {
         DropReserve();
     } else if (!holdsReserve_ && reserve_ >= 0) {
         // Under its old number, which the environment names.
-        UniqueFd again = ReserveAddress(reserveAddress_);
+        constexpr int kTries = 100;
+        UniqueFd again;
+        for (int i = 0; i < kTries && !again && stopped == 0; ++i) {
+            again = ReserveAddress(reserveAddress_);
+            if (!again) nanosleep(&kPause, nullptr);
+        }
         holdsReserve_ = again && dup2(again.Get(), reserve_) == reserve_;
         if (again.Get() == reserve_) again.Release();
     }

@@ -3,7 +3,8 @@
 //
 // It knows what happens to the script by a pipe, of which everything that the script starts holds
 // an end: a byte says that the new agent listens, the end of the pipe that nothing is left. An
-// agent from before there were guards says nothing, so it is also looked for with a connection.
+// agent from before there were guards says nothing, so its pid file is looked at too, or, where
+// there is none, whether connections are accepted.
 #pragma once
 
 #include <netinet/in.h>
@@ -50,6 +51,8 @@ class UpgradeGuard {
     void AfterCopy() noexcept;
     void DropReserve() noexcept;
     bool Listens() const noexcept;
+    bool HoldsPidFile() const noexcept;
+    bool Answers() const noexcept;
     void EndWhatWasStarted() const noexcept;
     void PutBack() noexcept;
     void StartPrevious() noexcept;
@@ -62,6 +65,7 @@ class UpgradeGuard {
     bool holdsReserve_ = false;
 
     std::string program_, kept_, module_, script_, title_;
+    std::string pidFile_;  // of the new agent; empty when it will have none
     struct stat old_ {};
     bool hadOld_ = false;
     bool copied_ = false;           // the script has put the new executable in place

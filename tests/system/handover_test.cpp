@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -37,7 +39,13 @@ bool Answers(const client::Target& target, const std::string& line = "Service=0"
 // One connection that sends a new executable.
 class Upgrade {
   public:
-    explicit Upgrade(const AgentProcess& agent) : connection_(agent.Connect()), agent_(agent) {}
+    // At another port than the agent's first one where `port` is not 0.
+    explicit Upgrade(const AgentProcess& agent, uint16_t port = 0) : agent_(agent) {
+        std::string error;
+        EXPECT_TRUE(connection_.Open(agent.Target().host, port != 0 ? port : agent.Port(),
+                                     Deadline(kPatience), error))
+            << error;
+    }
 
     std::string Begin(size_t size) {
         Send(agent_.Packet(kKey, "UpgradeCode\n" + std::to_string(size) + "\n\r"));
@@ -69,36 +77,39 @@ class HandOver : public testing::Test {
     }
     std::string Program() const { return home_ / "zot"; }
     void Start(const std::string& mode, const std::string& settings = "") {
-        std::vector<std::string> environment = faults_.Environment();
-        environment.push_back("ZOT_TEST_HOME=" + home_.Path());
         agent_.emplace(
             AgentOptions{.arguments = {mode},
                          .settings = "zotpath=" + Program() + "\nbadlogfile=bad.txt\n" + settings,
-                         .environment = environment});
+                         .environment = faults_.Environment()});
     }
-    void TransferModule(const std::string& module) {
-        for (int i = 0; i < 2; ++i) agent_->Ask("GetInfo");
-        Upgrade upgrade(*agent_);
+    void TransferModule(const std::string& module, uint16_t port = 0) {
+        Upgrade upgrade(*agent_, port);
         ASSERT_EQ(upgrade.Begin(module.size()), "200\n\r");
         upgrade.Send(module + Upgrade::Trailer(module));
         ASSERT_EQ(upgrade.Receive(), "200\n\r");
     }
+    // Makes the agent that runs differ from a fresh one.
+    void AgeAgent() const {
+        for (int i = 0; i < 2; ++i) agent_->Ask("GetInfo");
+    }
     // The guard of this test's agent; 0 when there is none.
     pid_t Guard() const {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-            const std::string folder = entry.path().string();
-            if (ReadFile(folder + "/cmdline").starts_with("zot-upgrade-guard") &&
-                ReadFile(folder + "/environ").find(home_.Path()) != std::string::npos) {
-                return std::atoi(entry.path().filename().c_str());
-            }
+        const std::string title = "zot-upgrade-guard " + agent_->ConfigPath();
+        std::unique_ptr<FILE, int (*)(FILE*)> list(popen("ps axww -o pid= -o args=", "r"), pclose);
+        char line[1024];
+        while (list != nullptr && std::fgets(line, sizeof line, list.get()) != nullptr) {
+            if (std::string_view(line).find(title) != std::string_view::npos)
+                return std::atoi(line);
         }
         return 0;
     }
     // Whether an agent answers that has had at most one other connection before: a new one. The one
     // that transferred has had more.
-    bool FreshAgentAnswers() const {
+    bool FreshAgentAnswers(uint16_t port = 0) const {
+        client::Target target = agent_->Target();
+        if (port != 0) target.port = port;
         client::Answer answer;
-        if (!TryAsk(agent_->Target(), "GetInfo", {}, &answer)) return false;
+        if (!TryAsk(target, "GetInfo", {}, &answer)) return false;
         auto isFresh = [](const std::string& line) {
             return line == "OpenedConnections=1" || line == "OpenedConnections=2";
         };
@@ -183,6 +194,7 @@ TEST_F(HandOver, AnUpgradeIsFollowedByAnother) {
     for (const char* mode : {"-i", "-d"}) {
         Start(mode);
         for (const char* name : {"the second agent", "the third agent"}) {
+            AgeAgent();
             TransferModule(Wrapper(name));
             EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); })) << mode;
             ExpectProgram(Wrapper(name));
@@ -217,6 +229,7 @@ TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
     };
     for (const auto& c : cases) {
         Start(c.mode);
+        AgeAgent();
         TransferModule(c.module);
         if (c.hangs) {
             ASSERT_TRUE(WaitUntil([&] { return ReadFile(Program()) == c.module; }));
@@ -230,8 +243,30 @@ TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
     }
 }
 
+// An agent that does not know the guard is found where its file, not the old agent, says.
+TEST_F(HandOver, AnAgentFromBeforeThereWereGuardsIsTakenForGood) {
+    Start("-i");
+    const std::string module = "#!/bin/sh\nexec env -u ZOT_HANDOVER " ZOT_BUILD_DIR
+                               "/zot \"$@\" #" +
+                               std::string(100, '.');
+    const uint16_t moved = FreePort();
+    EXPECT_EQ(agent_->Ask("SetSettings", {"Port=" + std::to_string(moved)}).code, "200");
+    client::Target target = agent_->Target();
+    target.port = moved;
+    ASSERT_TRUE(WaitUntil([&] { return Answers(target); }));
+    TransferModule(module, moved);
+    EXPECT_TRUE(WaitUntil([&] { return ReadFile(Program()) == module && Guard() == 0; }));
+    EXPECT_EQ(Failures(), 0u);
+    EXPECT_TRUE(FreshAgentAnswers(moved));
+    ExpectProgram(module);
+    EXPECT_TRUE(TryAsk(target, "QUIT"));
+    EXPECT_EQ(agent_->WaitForExit(), 0);
+    ExpectNothingLeft();
+}
+
 TEST_F(HandOver, WhoAsksTheNewAgentToEndIsObeyed) {
     Start("-d");
+    AgeAgent();
     TransferModule(Wrapper("ends at once"));
     EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
     EXPECT_EQ(agent_->Ask("QUIT").code, "200");
@@ -270,6 +305,7 @@ TEST_F(HandOver, AScriptThatCannotBeExecutedLeavesTheAgentInService) {
     ExpectProgram(Wrapper("the first agent"));
     // A file that is still open for writing somewhere is tried again, and the gate is open.
     faults_->execute.Fail(ETXTBSY, 5);
+    AgeAgent();
     TransferModule(Wrapper("later"));
     EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
     EXPECT_NE(agent_->Pid(), pid);
