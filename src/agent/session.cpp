@@ -16,6 +16,7 @@
 #include "agent/front.h"
 #include "agent/waker.h"
 #include "base/owners.h"
+#include "base/peer_watch.h"
 #include "base/platform.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"
@@ -95,6 +96,8 @@ void Session::Answer(const AgentSettings& settings) {
     RequestContext context = {{},    settings,     services_.settings, services_.counters,
                               *this, peer.address, peer.port};
     Reply reply;
+    PeerWatch watch(connection_.socket.Get());
+    WorkFor work(&watch);
     bool recognised = Dispatch(request_.text, context, services_.log, reply);
     services_.log.WriteLog(LogKind::kStatus, peer.address,
                            recognised ? "--> request processed (%.*s)\n"

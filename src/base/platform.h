@@ -31,6 +31,10 @@ bool IsErrorOfPeer(int acceptError);
 // carry both; 0 where there is none.
 int MoreFollowsFlag();
 
+// Whether the open file's content is made up while it is read, as under /proc: such a file may have
+// no end, whatever size it tells.
+bool IsMadeUpFile(int fd);
+
 // The process environment as execve takes it.
 char** ProcessEnvironment();
 

@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 
+#include "base/peer_watch.h"
 #include "base/platform.h"
 #include "base/resolver.h"
 
@@ -22,6 +23,9 @@ namespace {
 constexpr int kListenBacklog = 512;
 constexpr size_t kHostNameSize = 254;
 constexpr size_t kSystemTextSize = 1024;
+
+// How often a wait looks whether anybody still wants its outcome.
+constexpr int64_t kLookEveryMs = 5000;
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
@@ -89,11 +93,10 @@ int WaitFor(int socket, short events, int64_t timeoutMs) {
     Clock::time_point deadline = Clock::now() + milliseconds(timeoutMs);
     for (int64_t left = timeoutMs;;) {
         pollfd entry{socket, events, 0};
-        constexpr int64_t kLongest = std::numeric_limits<int>::max();
-        int ready = poll(&entry, 1, static_cast<int>(std::min(left, kLongest)));
+        int ready = poll(&entry, 1, static_cast<int>(std::min(left, kLookEveryMs)));
         if (ready > 0 || (ready < 0 && errno != EINTR)) return ready;
         left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
-        if (left <= 0) return 0;
+        if (left <= 0 || WorksInVain()) return 0;
     }
 }
 

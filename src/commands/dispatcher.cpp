@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <span>
 
+#include "base/peer_watch.h"
 #include "base/vystring.h"
 #include "commands/command_table.h"
 #include "config/ip_filter.h"
@@ -50,6 +51,9 @@ void Run(const Command& command, RequestContext& request, Reply& reply) {
     }
     if (command.mayTakeLong) request.control.BeforeLongWork();
     if (command.check != nullptr) {
+        // An action is finished, whoever still waits for the answer.
+        bool isAction = command.permission == Permission::kAction;
+        WorkFor peer(isAction ? nullptr : WorkFor::Current());
         command.check(request.params, request.settings, reply);
     } else {
         command.process(request, reply);

@@ -56,6 +56,15 @@ bool IsErrorOfPeer(int acceptError) {
 
 int MoreFollowsFlag() { return 0; }
 
+bool IsMadeUpFile(int fd) {
+    struct statfs info {};
+    if (fstatfs(fd, &info) != 0) return false;
+    for (const char* name : {"procfs", "linprocfs", "linsysfs"}) {
+        if (strcmp(info.f_fstypename, name) == 0) return true;
+    }
+    return false;
+}
+
 char** ProcessEnvironment() { return environ; }
 
 }  // namespace zot

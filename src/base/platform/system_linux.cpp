@@ -2,6 +2,7 @@
 #undef NDEBUG
 #include <assert.h>
 #include <errno.h>
+#include <linux/magic.h>
 #include <malloc.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -67,6 +68,20 @@ bool IsErrorOfPeer(int acceptError) {
         case ENETUNREACH:
         case ETIMEDOUT:
         case ECONNRESET:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool IsMadeUpFile(int fd) {
+    struct statfs info {};
+    if (fstatfs(fd, &info) != 0) return false;
+    switch (info.f_type) {
+        case PROC_SUPER_MAGIC:
+        case SYSFS_MAGIC:
+        case DEBUGFS_MAGIC:
+        case TRACEFS_MAGIC:
             return true;
         default:
             return false;

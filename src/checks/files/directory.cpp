@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "base/descriptor_reserve.h"
+#include "base/peer_watch.h"
 #include "base/vystring.h"
 
 namespace zot {
@@ -100,6 +101,7 @@ bool Directory::OpenBelow(const Directory& parent, const char* name) {
 
 bool Directory::Next(DirectoryEntry& entry) {
     for (;;) {
+        if (WorksInVain(kEntryWork)) return Fail(ECONNRESET);
         errno = 0;
         const dirent* listed = readdir(stream_.get());
         if (listed == nullptr) return errno != 0 && Fail(errno);

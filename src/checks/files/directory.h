@@ -44,7 +44,8 @@ class Directory {
     bool OpenBelow(const Directory& parent, const char* name);
     void Close() noexcept { stream_.reset(); }
 
-    // Reads the next entry: its name and, where the listing tells it, its kind. False at the end.
+    // Reads the next entry: its name and, where the listing tells it, its kind. False at the end,
+    // also when the peer has gone who wanted to know.
     bool Next(DirectoryEntry& entry);
     // Whether something was not found out since the folder was opened or rewound: a call has failed
     // for another reason than that the agent has no right to it or that the entry has gone. A sum

@@ -76,6 +76,9 @@ int WindowSearch::Run(RegularFile& file) {
         // The last bytes of a full block belong to a window that the next block completes.
         if (FindInBlock({block.get(), kept + fresh}, full ? more : capacity)) return 1;
         if (!full) return 0;
+        // Windows of zeros follow one that holds no hit, so they hold none either.
+        auto step = static_cast<int64_t>(step_);
+        file.Skip(file.HoleAfter({block.get(), capacity}) / step * step);
         memmove(block.get(), block.get() + capacity - text_.size(), text_.size());
     }
 }
@@ -148,6 +151,10 @@ int SameContent(std::string_view path1, std::string_view path2) {
         if (std::memcmp(block1.get(), block2.get(), common) != 0) return 0;
         // Where one file ends the other may go on: servers that mind compare the sizes as well.
         if (common < kComparedBlock) return 1;
+        int64_t hole = file1.HoleAfter({block1.get(), common});
+        if (hole > 0) hole = std::min(hole, file2.HoleAfter({block2.get(), common}));
+        file1.Skip(hole);
+        file2.Skip(hole);
     }
 }
 

@@ -32,7 +32,8 @@ class RegularFile {
     // Goes on reading at the offset from the start. False, with errno, when that is negative.
     bool Seek(int64_t offset);
     // Reads until `size` bytes stand in the buffer or the file ends; fewer bytes mean its end.
-    // Returns their number, or -1 with errno.
+    // Returns their number, or -1 with errno: also when the peer has gone for whom it is read, and
+    // after 64 MiB of a file that is made up while it is read, as under /proc.
     ssize_t Read(char* buffer, size_t size);
 
     // Makes `other` the same open file, read from its start and independently of this one. False,
@@ -41,6 +42,12 @@ class RegularFile {
     // Makes the file end at the offset for every further Read.
     void EndAt(int64_t offset) noexcept { end_ = offset; }
 
+    // How many bytes from here on are zeros that nobody ever wrote; 0 where that is not known.
+    // Asks the system only after a block of zeros, the one that was read last.
+    int64_t HoleAfter(std::string_view lastRead) const;
+    // Passes over so many bytes of a hole.
+    void Skip(int64_t count) noexcept { offset_ += count; }
+
   private:
     void Adopt(UniqueFd fd, int64_t size) noexcept;
 
@@ -48,6 +55,7 @@ class RegularFile {
     int64_t size_ = 0;
     int64_t offset_ = 0;
     int64_t end_ = std::numeric_limits<int64_t>::max();
+    bool madeUp_ = false;
     bool locked_ = false;  // the agent holds a lock on it, which closing it drops
 };
 

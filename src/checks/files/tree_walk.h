@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/peer_watch.h"
 #include "base/thread.h"
 #include "checks/files/directory.h"
 
@@ -121,6 +122,7 @@ class TreeWalk {
         std::lock_guard lock(mutex_);
         auto help = [](void* argument) -> void* {
             auto* walk = static_cast<TreeWalk*>(argument);
+            WorkFor samePeer(walk->peer_);
             walk->helperSum_ = walk->Work(false);
             return nullptr;
         };
@@ -129,6 +131,7 @@ class TreeWalk {
 
     const Walker& walker_;
     std::atomic<bool> failed_{false};
+    PeerWatch* const peer_ = WorkFor::Current();
     size_t visited_ = 0;  // by the thread that may call for help
     pthread_t helper_{};
     uint64_t helperSum_ = 0;

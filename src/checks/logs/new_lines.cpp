@@ -155,6 +155,10 @@ void NewLines::TakeLongLine(size_t fresh) {
     if (isLast) return EndLongLine(static_cast<size_t>(end - bytes));
     size_t kept = long_.overlap;
     long_.windowOffset += static_cast<int64_t>(window.size() - kept);
+    // What a window of zeros does not hold is not in the zeros after it either.
+    int64_t hole = file_.HoleAfter(window);
+    file_.Skip(hole);
+    long_.windowOffset += hole;
     std::memmove(bytes + longestLine_, end - kept, kept);
     long_.windowBegin = longestLine_;
     used_ = longestLine_ + kept;

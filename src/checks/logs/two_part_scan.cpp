@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "base/files.h"
+#include "base/peer_watch.h"
 #include "base/thread.h"
 #include "checks/logs/new_lines.h"
 
@@ -82,6 +83,7 @@ class SecondPart {
 
     static void* Run(void* argument) {
         auto* part = static_cast<SecondPart*>(argument);
+        WorkFor samePeer(part->peer_);
         try {
             part->result_ = part->lines_.Scan(part->status);
             part->error_ = errno;
@@ -91,6 +93,7 @@ class SecondPart {
         return nullptr;
     }
 
+    PeerWatch* const peer_ = WorkFor::Current();
     RegularFile file_;
     LineMatchers matchers_;
     NewLines lines_;

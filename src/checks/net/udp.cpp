@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string_view>
 
 #include "base/escaping.h"
 #include "base/numbers.h"
+#include "base/peer_watch.h"
 #include "base/sockets.h"
 #include "base/vystring.h"
 #include "checks/net/measured_exchange.h"
@@ -25,16 +27,15 @@ void TestUdp(std::string_view params, const AgentSettings& /*settings*/, Reply& 
         attempts == 0 || data.Empty()) {
         return reply.Start("501", "Wrong parameter");
     }
-    // Below a second counts as a second; a negative time-out of whole seconds stays negative and
-    // makes every wait end at once.
-    int32_t timeoutSeconds = timeoutMs / 1000;
-    if (timeoutSeconds == 0) timeoutSeconds = 1;
+    // Below a second counts as a second, or the attempts would become a flood.
+    int32_t timeoutSeconds = std::max(timeoutMs / 1000, 1);
 
     ReceiveBuffer buffer;
     std::span<char> wanted = Wanted(buffer, receiveLength);
     VyString errorText;
     Outcome outcome;  // what a negative number of attempts, which makes none, reports
-    for (int32_t attempt = 0; attempt < attempts && outcome.result < 1; ++attempt) {
+    for (int32_t attempt = 0; attempt < attempts && outcome.result < 1 && !WorksInVain();
+         ++attempt) {
         outcome = Measure([&] {
             return UdpRequest(GetLine(params, 1), port, timeoutSeconds, data, wanted, errorText);
         });

@@ -14,6 +14,7 @@
 #include "base/children.h"
 #include "base/loose_ends.h"
 #include "base/owners.h"
+#include "base/peer_watch.h"
 #include "base/platform_child.h"
 #include "checks/scripts/argument_list.h"
 
@@ -38,14 +39,15 @@ class Runner {
 
     pid_t Pid() const { return pid_; }
 
-    // Waits until the child has ended, at most until the deadline. Returns whether it was reaped.
+    // Waits until the child has ended, at most until the deadline and only while somebody wants to
+    // know. Returns whether it was reaped.
     bool ReapBefore(Clock::time_point deadline, int& status) {
         for (;;) {
             if (watched_->Reap(status)) return true;
             auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-            if (left.count() <= 0) return false;
-            constexpr milliseconds kLongestWait = std::chrono::hours(1);
-            WaitChild(pid_, static_cast<int>(std::min(left, kLongestWait).count()));
+            if (left.count() <= 0 || WorksInVain()) return false;
+            constexpr milliseconds kLookEvery = seconds(5);
+            WaitChild(pid_, static_cast<int>(std::min(left, kLookEvery).count()));
         }
     }
 
@@ -56,17 +58,18 @@ class Runner {
 
 // Waits for the end of the child and kills it when the time is up. The clock of the rule
 // "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
-// second for which it holds. Returns false when the child could not be killed; it is not reaped
-// then.
+// second for which it holds; a peer that has gone is a reason too. Returns false when the child could
+// not be killed; it is not reaped then.
 bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
-    if (timeoutMs == kNoTimeout) return child.ReapBefore(Clock::time_point::max(), status);
     auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
-    while (!child.ReapBefore(deadline, status)) {
+    if (timeoutMs == kNoTimeout) deadline = Clock::time_point::max();
+    if (child.ReapBefore(deadline, status)) return true;
+    WorkFor nobody(nullptr);  // the end of what was killed is waited for in any case
+    do {
         if (kill(child.Pid(), SIGKILL) != 0) return false;
         // The child leads a group of its own: what it has started goes with it.
         kill(-child.Pid(), SIGKILL);
-        deadline = Clock::now() + seconds(1);
-    }
+    } while (!child.ReapBefore(Clock::now() + seconds(1), status));
     return true;
 }
 
@@ -141,7 +144,7 @@ bool RunShell(const char* command, std::string_view tmpDir) {
     Runner runner(child, WatchedChild::Fate::kEndsWithAgent);
     if (runner.Pid() < 0) return false;
     int status = 0;
-    runner.ReapBefore(Clock::time_point::max(), status);
+    if (!WaitOrKill(runner, kNoTimeout, status)) LeaveRunning(runner.Pid());
     return true;
 }
 

@@ -15,7 +15,8 @@ constexpr int64_t kDoNotWait = -1;  // start, watch for one second, leave it run
 
 // Runs a command line (split as ArgumentList does) and waits for its end. `timeoutMs` counts in
 // whole seconds: a program is killed, with its process group, at the first full second that
-// exceeds it; a negative time-out other than kDoNotWait kills at once.
+// exceeds it, or when the peer has gone for whom the thread works (base/peer_watch.h); a negative
+// time-out other than kDoNotWait kills at once.
 // Returns true with the program's exit code, or false with `errorText`: "fork error", "exec error:
 // " and the system's text, "abnormal termination" (ended by a signal, or killed), "cannot terminate
 // process". A program that was left running has exit code 0.
@@ -27,9 +28,9 @@ bool RunProcessQuiet(std::string_view commandLine, std::string_view workDir,
                      std::string_view tmpDir, int64_t timeoutMs, int& exitCode,
                      VyString& errorText);
 
-// Lets the shell run a command and waits for its end without limit, whatever that end is. Unlike
-// system() it leaves the signals of the process alone. False when no child could be
-// started.
+// Lets the shell run a command and waits for its end, whatever that end is; only a peer that has
+// gone makes it kill the command. Unlike system() it leaves the signals of the process alone. False
+// when no child could be started.
 bool RunShell(const char* command, std::string_view tmpDir);
 
 }  // namespace zot

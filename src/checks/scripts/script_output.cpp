@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "base/files.h"
+#include "base/peer_watch.h"
 
 namespace zot {
 
@@ -26,7 +27,7 @@ bool ScriptOutput::Open(const char* path) {
 bool ScriptOutput::NextLine(std::string_view& line) {
     if (std::fgets(buffer_, sizeof buffer_, file_.get()) == nullptr) return false;
     line = buffer_;
-    return true;
+    return !WorksInVain(line.size());
 }
 
 bool ScriptOutput::ReadInt(int& value) {

@@ -115,6 +115,37 @@ TEST(FindInFile, WordsAtTheEndOfABlock) {
     }
 }
 
+TEST(FileContent, HolesCostNothingAndCountAsZeros) {
+    constexpr int64_t kTerabyte = int64_t{1} << 40;
+    test::TempDir dir;
+    auto make = [&](const char* name, const char* end) {
+        test::MakeFile(dir / name, kTerabyte);
+        FILE* file = std::fopen((dir / name).c_str(), "a");
+        std::fputs(end, file);
+        std::fclose(file);
+        return dir / name;
+    };
+    std::string hit = make("hit", "a hit");
+    EXPECT_EQ(SameContent(hit, make("same", "a hit")), 1);
+    EXPECT_EQ(SameContent(hit, make("other", "a hot")), 0);
+    EXPECT_EQ(SameContent(hit, make("longer", "a hit and more")), 1);
+    for (bool wholeWord : {false, true}) {
+        EXPECT_EQ(FindInFile(hit, "hit", true, wholeWord), 1);
+        EXPECT_EQ(FindInFile(hit, "hot", false, wholeWord), 0);
+        EXPECT_EQ(FindInFile(hit, {"\0a", 2}, true, wholeWord), 1);
+    }
+}
+
+// Files of this kind can have no end, whatever they are called.
+TEST(FileContent, MadeUpFilesEnd) {
+    for (const char* path : {"/proc/self/pagemap", "/proc/kcore"}) {
+        if (FILE* file = std::fopen(path, "r")) {
+            std::fclose(file);
+            EXPECT_LE(SameContent(path, path), 0) << path;
+        }
+    }
+}
+
 TEST(FindInFile, Errors) {
     test::TempDir dir;
     std::string file = dir.Write("file", "text");

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -121,6 +122,24 @@ TEST(LogScanner, LinesOfAnyLengthAreCountedInBoundedMemory) {
     // Expressions see no more of it than is held.
     Scanner search({{"'hit'", Kind::kSearch, true, false}});
     EXPECT_EQ(search.Scan(content, false), static_cast<int64_t>(length) + 7);
+}
+
+// A hole is one line of zeros, however long: it counts as before, but nobody reads it.
+TEST(LogScanner, HolesCostNothingAndCountAsZeros) {
+    constexpr int64_t kTerabyte = int64_t{1} << 40;
+    test::TempDir folder;
+    std::string path = folder / "log";
+    test::MakeFile(path, kTerabyte);
+    FILE* file = std::fopen(path.c_str(), "a");
+    std::fputs("hit\nno\n", file);
+    std::fclose(file);
+    ASSERT_EQ(truncate(path.c_str(), 2 * kTerabyte), 0);
+    for (bool findAll : {false, true}) {
+        LineMatchers matchers = Prepare({{"hit", Kind::kText, true, true}});
+        LogScanFindings found = ScanTextLog(path, matchers, findAll, {0, 1, 1});
+        EXPECT_EQ(found.result, kTerabyte + 1);
+        EXPECT_EQ(found.state.position, kTerabyte + (findAll ? 7 : 4));
+    }
 }
 
 TEST(LogScanner, OnlyRegularFilesAreOpened) {

@@ -1,0 +1,87 @@
+// What strangers and peers without the right can get out of a running agent: not more than theirs.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tests/support/agent_process.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/loopback.h"
+
+namespace zot::test {
+namespace {
+
+using client::Deadline;
+using Lines = std::vector<std::string>;
+
+constexpr char kKey[] = "a session key";
+
+std::string Packet(const AgentProcess& agent, std::string_view command, const Lines& params = {}) {
+    return client::BuildRequest(agent.Target().password, kKey,
+                                client::ComposeRequest(command, params));
+}
+
+client::AgentConnection Begin(const AgentProcess& agent, std::string_view command,
+                              const Lines& params) {
+    client::AgentConnection connection = agent.Connect();
+    std::string error;
+    EXPECT_TRUE(connection.Send(Packet(agent, command, params), Deadline(kPatience), error))
+        << error;
+    return connection;
+}
+
+bool IsActive(const AgentProcess& agent, size_t sessions) {
+    Lines lines = agent.Ask("GetInfo").lines;
+    return std::find(lines.begin(), lines.end(),
+                     "ActiveConnections=" + std::to_string(sessions)) != lines.end();
+}
+
+TEST(Peers, LongWorkEndsWhenNobodyWaitsForIt) {
+    AgentProcess agent;
+    MakeFile(agent.Dir() / "endless", int64_t{1} << 42);
+    Loopback silent(SOCK_DGRAM);
+    Loopback unaccepted(SOCK_STREAM, 4);
+    const std::string forever = "2000000000";
+    const struct {
+        const char* command;
+        Lines params;
+    } requests[] = {
+        {"TEST-FileHash", {agent.Dir() / "endless", "3"}},
+        {"TEST-UDP", {"127.0.0.1", std::to_string(silent.Port()), "-1", forever, "x", "1"}},
+        {"TEST-TCP", {"127.0.0.1", std::to_string(unaccepted.Port()), forever, "x", "1"}},
+        {"TEST-ExternalPrg", {"sleep " + forever, "", "", "0"}},
+        {"TEST-ShellScript", {"sh %script% ", "sleep " + forever, "", "0", "0"}},
+    };
+    std::vector<client::AgentConnection> connections;
+    for (const auto& request : requests) {
+        connections.push_back(Begin(agent, request.command, request.params));
+    }
+    ASSERT_TRUE(WaitUntil([&] { return IsActive(agent, std::size(requests) + 1); }));
+    for (client::AgentConnection& connection : connections) {
+        linger reset = {1, 0};
+        setsockopt(connection.Fd(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        connection.Close();
+    }
+    EXPECT_TRUE(WaitUntil([&] { return IsActive(agent, 1); }));
+}
+
+TEST(Peers, WhoHasOnlyEndedItsSendingStillGetsItsAnswer) {
+    AgentProcess agent;
+    MakeFile(agent.Dir() / "large", (int64_t{64} << 20) + 1);
+    for (const auto& [command, params] :
+         {std::pair("TEST-FileHash", Lines{agent.Dir() / "large", "0"}),
+          std::pair("TEST-ExternalPrg", Lines{"sleep 6", "", "", "0"})}) {
+        client::AgentConnection connection = Begin(agent, command, params);
+        shutdown(connection.Fd(), SHUT_WR);
+        std::string text;
+        std::string error;
+        EXPECT_TRUE(connection.ReceiveReply(kKey, Deadline(kPatience), text, error)) << error;
+        EXPECT_EQ(text.substr(0, 4), "200\n") << command;
+    }
+}
+
+}  // namespace
+}  // namespace zot::test
