@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -6,6 +7,7 @@
 #include "base/escaping.h"
 #include "base/numbers.h"
 #include "base/vystring.h"
+#include "checks/scripts/argument_list.h"
 #include "checks/scripts/child_process.h"
 #include "checks/scripts/configured_script.h"
 #include "checks/scripts/run_process.h"
@@ -40,14 +42,41 @@ ScriptRequest ReadRequest(std::string_view params) {
     return request;
 }
 
+// A command line is cut into few arguments of few bytes in all, so after so many bytes that are no
+// blanks nothing counts any more; and no argument holds a longer gap than the room of them all.
+constexpr size_t kUsedOfLine = 4 * ArgumentList::kArea;
+constexpr size_t kLongestGap = ArgumentList::kArea;
+static_assert(kUsedOfLine > 2 * ArgumentList::kArea + 2 * ArgumentList::kMaxArguments);
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+// What a value can add to a command line; longer ones are not worth their copies.
+VyString UsedPart(std::string_view value) {
+    VyString used;
+    size_t gap = 0;
+    size_t filled = 0;
+    for (char c : value) {
+        gap = IsBlank(c) ? gap + 1 : 0;
+        if (gap == 0 && ++filled > kUsedOfLine) break;
+        if (gap <= kLongestGap) used.Append(c);
+    }
+    return used;
+}
+
 // Replaces the marker, whatever its case. The search goes on only while more than a marker's
 // length of text is left, so "%script%" alone, or a marker right behind a replaced one at the end,
-// stays as it is; templates have been written around that.
-VyString FillIn(std::string_view text, std::string_view marker, std::string_view value) {
+// stays as it is; templates have been written around that. Ends where the replacements, each of
+// which leaves `filled` bytes that are no blanks, are more than a command line takes: many markers
+// times a long value would not fit into memory.
+VyString FillIn(std::string_view text, std::string_view marker, std::string_view value,
+                size_t filled) {
     VyString result;
+    size_t rest = kUsedOfLine;
     while (text.size() > marker.size()) {
         int64_t at = FindInBufferNoCase(text, marker);
         if (at == 0) break;
+        if (rest == 0) return result;
+        rest -= std::min(rest, filled);
         result.Append(text.substr(0, static_cast<size_t>(at - 1)));
         result.Append(value);
         text.remove_prefix(static_cast<size_t>(at - 1) + marker.size());
@@ -101,8 +130,12 @@ void TestShellScript(std::string_view params, const AgentSettings& settings, Rep
     if (created == TempFile::Result::kNotCreated) {
         return reply.Start("301", "Cannot get script results");
     }
-    VyString command = FillIn(request.commandTemplate, "%script%", script.Path());
-    command = FillIn(command, "%params%", request.parameters);
+    // However the marker of the second pass may cut into a path, its last byte stays.
+    VyString command = FillIn(request.commandTemplate, "%script%", script.Path(), 1);
+    const VyString parameters = UsedPart(request.parameters);
+    const std::string_view value = parameters;
+    auto filled = std::count_if(value.begin(), value.end(), [](char c) { return !IsBlank(c); });
+    command = FillIn(command, "%params%", value, static_cast<size_t>(filled));
     PauseBeforeScript(settings);
     ChildOptions options = {settings.tmpDir, {}, file.Path(), file.Path(), file.Path()};
     int exitCode = 0;

@@ -162,6 +162,34 @@ TEST_F(ScriptChecks, TemplateMarkersAtTheEnd) {
     EXPECT_EQ(ask("sh %script% %params%%params%."), "200\nPP.\nPP.%0D%0A\n");
 }
 
+// A request of 200 KB asks for lines of a gigabyte; the answers are those that these would have.
+TEST_F(ScriptChecks, ManyMarkersTimesALongValueAreNeverBuilt) {
+    auto ask = [&](const std::string& commandTemplate, const std::string& params) {
+        return Ask(TestShellScript, commandTemplate + "\necho $#\n" + params + "\n5\n1\n\r");
+    };
+    std::string many = "sh %script% ";
+    for (int i = 0; i < 12000; ++i) many += "%params% ";
+    const std::string gap = "a" + std::string(3000, ' ') + "b";
+    rusage before{}, after{};
+    getrusage(RUSAGE_SELF, &before);
+    const struct {
+        std::string commandTemplate, params;
+        int arguments;
+    } cases[] = {{many, std::string(100000, 'x'), 0},
+                 {many, "a b", 21},
+                 {many, gap, 21},
+                 {many, "''", 21},
+                 {"sh %script% %params% .", gap, 3},
+                 {"sh %script% . '%params%' .", gap, 1}};
+    for (const auto& c : cases) {
+        std::string count = std::to_string(c.arguments);
+        EXPECT_EQ(ask(c.commandTemplate, c.params), "200\n" + count + "\n" + count + "%0D%0A\n")
+            << c.params.substr(0, 9);
+    }
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 100 << 10) << "KiB";
+}
+
 TEST_F(ScriptChecks, TwoHundredShellScriptsAtOnce) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 200; ++i) {
