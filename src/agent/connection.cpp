@@ -2,6 +2,8 @@
 
 #include <sys/socket.h>
 
+#include "base/own_connections.h"
+
 namespace zot {
 
 void Close(Connection& connection, Log& log) {
@@ -11,6 +13,7 @@ void Close(Connection& connection, Log& log) {
     // A child that is just being started may hold a copy of the descriptor.
     shutdown(connection.socket.Get(), SHUT_RDWR);
     connection.socket.Reset();
+    ForgetServedConnection(connection.peer.address, connection.peer.port);
     connection.intake.Wipe();  // requests carry passwords and scripts
     connection.mark.Clear();
 }

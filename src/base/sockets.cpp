@@ -188,7 +188,7 @@ int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
     return Received(count, errorText);
 }
 
-int32_t TcpConnect(UniqueFd& socket, std::string_view host, int32_t port, int32_t timeoutMs,
+int32_t TcpConnect(OutgoingSocket& socket, std::string_view host, int32_t port, int32_t timeoutMs,
                    VyString& errorText) {
     socket.Reset();
     sockaddr_in address;
@@ -206,6 +206,7 @@ int32_t TcpConnect(UniqueFd& socket, std::string_view host, int32_t port, int32_
 
     int failed = connect(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
     int connectError = failed != 0 ? errno : 0;
+    socket.Remember(ntohs(address.sin_port));
     if (blocking && connectError == 0) return kNetOk;
     if (!IsConnecting(connectError)) return Fail(kNetConnectFailed, connectError, errorText);
     return FinishConnect(socket.Get(), connectError, timeoutMs, errorText);
@@ -246,7 +247,7 @@ void TcpFinish(int socket, int32_t timeoutMs) {
 
 int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
                     std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText) {
-    UniqueFd socket;
+    OutgoingSocket socket;
     int32_t connected = TcpConnect(socket, host, port, timeoutMs, errorText);
     if (connected != kNetOk) return connected;
 
@@ -297,6 +298,7 @@ UniqueFd OpenListener(std::string_view node, std::string_view service, VyString&
         if (listen(socket.Get(), kListenBacklog) == 0) {
             // From here on a second agent finds the port taken.
             if (use == PortUse::kReserved) SetOption(socket.Get(), SO_REUSEPORT, 0);
+            NoteListeningPort(ntohs(reinterpret_cast<sockaddr_in*>(entry->ai_addr)->sin_port));
             return socket;
         }
         errorText = "listen() error";

@@ -12,6 +12,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/own_connections.h"
 #include "base/owners.h"
 #include "base/vystring.h"
 
@@ -56,7 +57,7 @@ int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
 // negative one is an error of the wait. Only the low 16 bits of the port count. Returns 1, 0 on
 // time-out, or an error code. The socket is handed back whatever the result; on success it is
 // non-blocking unless `timeoutMs` was 0.
-int32_t TcpConnect(UniqueFd& socket, std::string_view host, int32_t port, int32_t timeoutMs,
+int32_t TcpConnect(OutgoingSocket& socket, std::string_view host, int32_t port, int32_t timeoutMs,
                    VyString& errorText);
 
 // Sends the data to the end, waiting up to `timeoutMs` whenever the peer does not take more.

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <span>
 
+#include "base/own_connections.h"
 #include "base/peer_watch.h"
 #include "base/vystring.h"
 #include "commands/command_table.h"
@@ -12,9 +13,11 @@
 namespace zot {
 namespace {
 
-bool MayAsk(uint32_t peer, bool allowed, std::string_view addresses) {
+bool MayAsk(const RequestContext& request, bool allowed, std::string_view addresses) {
     VyString ignoredError;
-    return allowed && IpInList(peer, addresses, ignoredError);
+    // What comes through the agent's own connection was written by somebody else.
+    return allowed && IpInList(request.peerAddress, addresses, ignoredError) &&
+           !IsOwnConnection(request.peerAddress, request.peerPort);
 }
 
 bool AnySwitchIsOn(const Command& command, const AgentSettings& settings) {
@@ -34,10 +37,10 @@ std::string_view Refusal(const Command& command, const RequestContext& request) 
         case Permission::kAction:
             return AnySwitchIsOn(command, settings) ? "" : "operation is not allowed";
         case Permission::kManage:
-            permitted = MayAsk(request.peerAddress, settings.allowManage, settings.manageAddr);
+            permitted = MayAsk(request, settings.allowManage, settings.manageAddr);
             break;
         case Permission::kUpgrade:
-            permitted = MayAsk(request.peerAddress, settings.allowUpdates, settings.updateAddr);
+            permitted = MayAsk(request, settings.allowUpdates, settings.updateAddr);
             break;
     }
     return permitted ? "" : "Operation is not allowed";

@@ -27,7 +27,7 @@ int NextFd() { return UniqueFd(dup(0)).Get(); }
 
 // TcpConnect's result, with the socket closed again.
 int32_t Connect(const char* host, int port, int32_t timeoutMs, VyString& error) {
-    UniqueFd socket;
+    OutgoingSocket socket;
     return TcpConnect(socket, host, port, timeoutMs, error);
 }
 
@@ -52,7 +52,7 @@ TEST(Sockets, HostNames) {
 
 TEST(Sockets, TcpConnect) {
     Loopback listener(SOCK_STREAM, 4), refusing(SOCK_STREAM);
-    UniqueFd socket;
+    OutgoingSocket socket;
     VyString error;
     // Only 16 bits of the port count.
     ASSERT_EQ(TcpConnect(socket, "127.0.0.1", listener.Port() + 65536, 1000, error), 1);
@@ -74,9 +74,9 @@ TEST(Sockets, TcpConnect) {
 
 TEST(Sockets, ConnectTimesOutWhenTheQueueIsFull) {
     Loopback listener(SOCK_STREAM, 0);
-    std::vector<UniqueFd> queued(8);
+    std::vector<OutgoingSocket> queued(8);
     VyString error;
-    for (UniqueFd& socket : queued) TcpConnect(socket, "127.0.0.1", listener.Port(), 1, error);
+    for (auto& socket : queued) TcpConnect(socket, "127.0.0.1", listener.Port(), 1, error);
     EXPECT_EQ(Connect("127.0.0.1", listener.Port(), 50, error), 0);
     EXPECT_EQ(error, "Timeout");
 }
@@ -104,7 +104,7 @@ TEST(Sockets, SignalsDoNotShortenAWait) {
 TEST(Sockets, TcpSendGoesOnUntilAllIsTakenOrThePeerStalls) {
     Loopback listener(SOCK_STREAM, 4);
     std::string data(16 << 20, 'd');
-    UniqueFd socket;
+    OutgoingSocket socket;
     VyString error;
     ASSERT_EQ(TcpConnect(socket, "127.0.0.1", listener.Port(), 1000, error), 1);
     UniqueFd peer = listener.Accept();
@@ -123,9 +123,43 @@ TEST(Sockets, TcpSendGoesOnUntilAllIsTakenOrThePeerStalls) {
     EXPECT_EQ(received.size(), data.size() + taken);
 }
 
+// Whether the agent takes the peer of the connection for itself.
+bool IsOwn(const sockaddr_in& peer) {
+    return IsOwnConnection(peer.sin_addr.s_addr, ntohs(peer.sin_port));
+}
+
+TEST(Sockets, OwnConnectionsAreKnownUntilTheyAreServed) {
+    Loopback listener(SOCK_STREAM, 4), other(SOCK_STREAM, 4);
+    VyString error;
+    NoteListeningPort(static_cast<uint16_t>(listener.Port()));
+    for (bool closedFirst : {false, true}) {
+        OutgoingSocket socket;
+        ASSERT_EQ(TcpConnect(socket, "127.0.0.1", listener.Port(), 1000, error), 1);
+        UniqueFd accepted = listener.Accept();
+        sockaddr_in peer{};
+        socklen_t size = sizeof peer;
+        getpeername(accepted.Get(), reinterpret_cast<sockaddr*>(&peer), &size);
+        EXPECT_TRUE(IsOwn(peer));
+        if (closedFirst) socket.Reset();
+        EXPECT_TRUE(IsOwn(peer));
+        ForgetServedConnection(peer.sin_addr.s_addr, ntohs(peer.sin_port));
+        EXPECT_EQ(IsOwn(peer), !closedFirst);
+        socket.Reset();
+        EXPECT_FALSE(IsOwn(peer)) << "the port is anybody's again";
+    }
+    OutgoingSocket elsewhere;
+    ASSERT_EQ(TcpConnect(elsewhere, "127.0.0.1", other.Port(), 1000, error), 1);
+    sockaddr_in end{};
+    socklen_t size = sizeof end;
+    getsockname(elsewhere.Get(), reinterpret_cast<sockaddr*>(&end), &size);
+    EXPECT_TRUE(IsOwn(end));
+    elsewhere.Reset();
+    EXPECT_FALSE(IsOwn(end));
+}
+
 TEST(Sockets, TcpSendToADeadPeerFailsWithoutASignal) {
     Loopback listener(SOCK_STREAM, 4);
-    UniqueFd socket;
+    OutgoingSocket socket;
     VyString error;
     ASSERT_EQ(TcpConnect(socket, "127.0.0.1", listener.Port(), 1000, error), 1);
     listener.Accept();
@@ -183,7 +217,7 @@ TEST(Sockets, AcceptedConnectionsNoticeDeadPeers) {
     sockaddr_in address{};
     socklen_t size = sizeof address;
     getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size);
-    UniqueFd client;
+    OutgoingSocket client;
     ASSERT_EQ(TcpConnect(client, "127.0.0.1", ntohs(address.sin_port), 1000, error), 1);
     UniqueFd accepted(accept(listener.Get(), nullptr, nullptr));
     const struct {

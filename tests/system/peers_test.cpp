@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/escaping.h"
 #include "tests/support/agent_process.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/loopback.h"
@@ -81,6 +82,29 @@ TEST(Peers, WhoHasOnlyEndedItsSendingStillGetsItsAnswer) {
         EXPECT_TRUE(connection.ReceiveReply(kKey, Deadline(kPatience), text, error)) << error;
         EXPECT_EQ(text.substr(0, 4), "200\n") << command;
     }
+}
+
+// A check aimed at the agent itself carries a request into it, which then comes from 127.0.0.1.
+TEST(Peers, TheAgentsOwnConnectionsMayNeitherManageNorUpgrade) {
+    AgentProcess agent({.settings = "tcpudpaction=1\n"});
+    const std::string port = std::to_string(agent.Port());
+    for (const char* command : {"QUIT", "ReloadApp", "ReloadCfg", "GetSettings", "UpgradeCode"}) {
+        const std::string packet = Packet(agent, command, {"500"});
+        client::Answer answer = agent.Ask("TEST-TCP", {"127.0.0.1", port, "9000", packet, "8000"});
+        ASSERT_EQ(answer.code, "200");
+        // Length and ciphertext of the refusal, whatever bytes line breaks and escapes hide.
+        std::string reply(Unescape(answer.lines[1]).View());
+        ASSERT_GT(reply.size(), 4U);
+        EXPECT_EQ(client::Decrypt(kKey, reply.substr(4)), "600\nOperation is not allowed\n\r")
+            << command;
+        // Closed as soon as it was sent, with no answer waited for.
+        agent.Ask("ACT-TCPUDPsend", {"127.0.0.1", port, "0", packet, "0"});
+        agent.Ask("TEST-TCP", {"127.0.0.1", port, "9000", packet, "0"});
+    }
+    EXPECT_TRUE(WaitUntil([&] { return IsActive(agent, 1); }));
+    Lines info = agent.Ask("GetInfo").lines;
+    EXPECT_EQ(std::count(info.begin(), info.end(), "OpenedConnections=1"), 0) << "restarted";
+    EXPECT_EQ(agent.Ask("ReloadCfg").code, "200") << "others keep their rights";
 }
 
 }  // namespace

@@ -28,21 +28,22 @@ class Sender {
 
     // Both return above 0 for success, else a result code with its text.
     int32_t Open(std::string_view host, int32_t port, VyString& errorText) {
-        return tcp_ ? TcpConnect(socket_, host, port, kDefaultTcpTimeoutMs, errorText)
-                    : UdpOpen(socket_, address_, host, port, 0, errorText);
+        return tcp_ ? TcpConnect(stream_, host, port, kDefaultTcpTimeoutMs, errorText)
+                    : UdpOpen(datagrams_, address_, host, port, 0, errorText);
     }
     int32_t Send(std::string_view data, VyString& errorText) {
-        return tcp_ ? TcpSend(socket_.Get(), data, kDefaultTcpTimeoutMs, errorText)
-                    : UdpSend(socket_.Get(), address_, data, errorText);
+        return tcp_ ? TcpSend(stream_.Get(), data, kDefaultTcpTimeoutMs, errorText)
+                    : UdpSend(datagrams_.Get(), address_, data, errorText);
     }
 
     void Finish() {
-        if (tcp_) TcpFinish(socket_.Get(), kFinishMs);
+        if (tcp_) TcpFinish(stream_.Get(), kFinishMs);
     }
 
   private:
     bool tcp_;
-    UniqueFd socket_;
+    OutgoingSocket stream_;
+    UniqueFd datagrams_;
     sockaddr_in address_{};
 };
 
