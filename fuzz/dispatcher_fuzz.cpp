@@ -41,6 +41,7 @@ struct World : fuzz::Scratch {
     void Reset() {
         Write("zot.cfg", "zotpath=" + (*this / "a.log") + "\nport=1\npassword=p\n");
         store.Change([this](AgentSettings& settings) {
+            settings.password = "p";
             settings = {};
             SetSwitches(settings);
             VyString(*this / "zot.cfg").CopyToBuffer(settings.configPath, 512);

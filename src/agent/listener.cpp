@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "agent/restart.h"
@@ -90,10 +91,8 @@ void Listener::WaitForWork() {
 void Listener::HandleRequests() {
     AgentControl& control = services_.control;
     ReapFinishedChildren();
-    if (TakeHangup()) {
-        VyString ignoredError;
-        LoadConfigLocked(services_.settings, ignoredError);
-    }
+    reloadDue_ = TakeHangup() || reloadDue_;
+    if (reloadDue_) ReloadConfig();
     if (front_.HasFailed()) std::exit(kExitListen);
     if (control.terminateRequest.load()) {
         services_.log.WriteLogText(LogKind::kStatus, 0,
@@ -105,7 +104,18 @@ void Listener::HandleRequests() {
     if (control.reloadRequest.exchange(false)) Restart();
     if (control.upgradeRequest.exchange(false)) Upgrade();
     if (mustReopen_) Reopen();
-    if (services_.settings.Snapshot()->port != openPort_) SwitchPort();
+    if (!failedPort_ && services_.settings.Snapshot()->port != openPort_) SwitchPort();
+    if (failedPort_) ReturnToOpenPort();
+}
+
+// Never waits for a request that changes the settings; the next pass tries again.
+void Listener::ReloadConfig() {
+    VyString errorText;
+    std::optional<bool> loaded = TryLoadConfig(services_.settings, errorText);
+    reloadDue_ = !loaded.has_value();
+    if (loaded.value_or(true)) return;
+    VyString reason = services_.settings.Snapshot()->loadError.ReplaceAll("\n", " ", true);
+    services_.log.WriteLog(LogKind::kFailure, 0, "Reload failed: %s\n", reason.Terminate());
 }
 
 // When this fails the listening socket stays closed: the server sees that the agent is not what was
@@ -158,10 +168,17 @@ void Listener::SwitchPort() {
         return;
     }
     log.WriteLogText(LogKind::kFailure, 0, "Error: cannot open new port for listening\n");
-    RestorePort(settings->port);
+    failedPort_ = settings->port;
+}
+
+void Listener::ReturnToOpenPort() {
+    Log& log = services_.log;
+    if (!RestorePort()) return;  // the next pass tries again
+    failedPort_.reset();
     // After a failed restart there is no old one.
     if (!front_.IsListening()) {
-        socket = OpenListeningSocket(*services_.settings.Snapshot(), ignoredError);
+        VyString ignoredError;
+        UniqueFd socket = OpenListeningSocket(*services_.settings.Snapshot(), ignoredError);
         if (!socket) {
             log.WriteLogText(LogKind::kFailure, 0,
                              "Cannot open original port either. Terminating\n");
@@ -173,13 +190,15 @@ void Listener::SwitchPort() {
 }
 
 // Puts the port back into the settings and into the file, or the next start would fail with it. A
-// port that was set meanwhile is tried next.
-void Listener::RestorePort(int32_t failed) {
-    auto restore = [this, failed](AgentSettings& changed) {
-        if (changed.port == failed) changed.port = openPort_;
+// port that was set meanwhile is tried next. False, and nothing done, while a request changes the
+// settings, which the main thread does not wait for.
+bool Listener::RestorePort() {
+    auto restore = [this](AgentSettings& changed) {
+        if (changed.port == *failedPort_) changed.port = openPort_;
+        VyString ignoredError;
+        return changed.loadError.Empty() && SaveConfig(changed, ignoredError);
     };
-    VyString ignoredError;
-    SaveConfigLocked(services_.settings, restore, ignoredError);
+    return services_.settings.TryChange(restore).has_value();
 }
 
 }  // namespace zot

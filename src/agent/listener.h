@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "agent/agent_control.h"
 #include "agent/crew.h"
@@ -37,11 +38,13 @@ class Listener {
   private:
     void HandleRequests();
     void WaitForWork();
+    void ReloadConfig();
     void Restart();
     void Upgrade();
     void Reopen();
     void SwitchPort();
-    void RestorePort(int32_t failed);
+    void ReturnToOpenPort();
+    bool RestorePort();
 
     AgentServices& services_;
     Readiness readiness_;
@@ -49,6 +52,9 @@ class Listener {
     Front front_;
     Crew crew_;
     int32_t openPort_;
+    std::optional<int32_t>
+        failedPort_;          // one that could not be opened and still stands in the settings
+    bool reloadDue_ = false;  // a hang-up came
     PidFile& pidFile_;
     StartArguments arguments_;
     bool mustReopen_ = false;  // after an upgrade that did not come about

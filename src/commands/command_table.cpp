@@ -65,6 +65,13 @@ constexpr Command Own(std::string_view name, ProcessHandler handler, Permission 
     return {.name = name, .permission = permission, .process = handler};
 }
 
+// What shows what is wrong and puts it right.
+constexpr Command Rescue(std::string_view name, ProcessHandler handler, Permission permission) {
+    Command command = Own(name, handler, permission);
+    command.withoutPassword = true;
+    return command;
+}
+
 // The listing serves whoever sets up one of these.
 constexpr bool AgentSettings::*kListingSwitches[] = {
     &AgentSettings::testFolderSize,   &AgentSettings::testCountFiles,
@@ -89,11 +96,11 @@ constexpr Command kOtherCommands[] = {
     Other("GetEventLogFiles", NotApplicable),
     Other("GetEventLogSources", NotApplicable),
     Other("GetDriveList", NotImplemented),
-    Own("GetInfo", AnswerGetInfo, Permission::kAnyone),
-    Own("ReloadCfg", ReloadCfg, Permission::kManage),
+    Rescue("GetInfo", AnswerGetInfo, Permission::kAnyone),
+    Rescue("ReloadCfg", ReloadCfg, Permission::kManage),
     Own("ReloadApp", ReloadApp, Permission::kManage),
     Own("QUIT", Quit, Permission::kManage),
-    Own("GetSettings", AnswerGetSettings, Permission::kManage),
+    Rescue("GetSettings", AnswerGetSettings, Permission::kManage),
     Own("SetSettings", AnswerSetSettings, Permission::kManage),
     {.name = "UpgradeCode",
      .mayTakeLong = true,

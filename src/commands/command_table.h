@@ -29,6 +29,7 @@ struct Command {
     std::span<bool AgentSettings::*const> switches = {};  // of tests and actions
     CheckHandler check = nullptr;                         // exactly one of the two is set
     ProcessHandler process = nullptr;
+    bool withoutPassword = false;  // served also by an agent that has none
 };
 
 std::span<const Command> CommandTable();

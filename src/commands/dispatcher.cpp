@@ -13,6 +13,8 @@
 namespace zot {
 namespace {
 
+constexpr std::string_view kNotAllowed = "Operation is not allowed";
+
 bool MayAsk(const RequestContext& request, bool allowed, std::string_view addresses) {
     VyString ignoredError;
     // What comes through the agent's own connection was written by somebody else.
@@ -43,10 +45,19 @@ std::string_view Refusal(const Command& command, const RequestContext& request) 
             permitted = MayAsk(request, settings.allowUpdates, settings.updateAddr);
             break;
     }
-    return permitted ? "" : "Operation is not allowed";
+    return permitted ? "" : kNotAllowed;
 }
 
-void Run(const Command& command, RequestContext& request, Reply& reply) {
+// After a load that failed the agent can be without a password, and so open to everybody.
+bool LacksPassword(const Command& command, const RequestContext& request, Log& log) {
+    if (command.withoutPassword || !request.settings.password.Empty()) return false;
+    log.WriteLogText(LogKind::kFailure, request.peerAddress,
+                     "Operation is not allowed: no password is set\n");
+    return true;
+}
+
+void Run(const Command& command, RequestContext& request, Log& log, Reply& reply) {
+    if (LacksPassword(command, request, log)) return reply.Start("600", kNotAllowed);
     std::string_view refusal = Refusal(command, request);
     if (!refusal.empty()) {
         reply.Start("600", refusal);
@@ -82,7 +93,7 @@ bool Dispatch(std::string_view requestText, RequestContext& request, Log& log, R
         return false;
     }
     if (const Command* command = FindCommand(name)) {
-        Run(*command, request, reply);
+        Run(*command, request, log, reply);
         return true;
     }
     VyString message = VyString::Concat("Unknown command \"", name);

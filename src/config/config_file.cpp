@@ -49,6 +49,7 @@ void ApplyLine(AgentSettings& settings, std::string_view line) {
     if (key == nullptr) return;
     switch (key->kind) {
         case ConfigKind::kString:
+        case ConfigKind::kAddressList:
             settings.*key->text = parts.value;
             break;
         case ConfigKind::kFilterList:
@@ -139,9 +140,7 @@ void ResolveTmpDir(AgentSettings& settings) {
     if (exported == nullptr || directory != exported) setenv("TMPDIR", directory.Terminate(), 1);
 }
 
-}  // namespace
-
-bool LoadConfig(AgentSettings& settings, VyString& errorText) {
+bool Load(AgentSettings& settings, VyString& errorText) {
     errorText.Clear();
     SetConfigDefaults(settings);
     if (settings.configPath[0] == '\0') {
@@ -164,8 +163,21 @@ bool LoadConfig(AgentSettings& settings, VyString& errorText) {
     return Validate(settings, errorText);
 }
 
+}  // namespace
+
+bool LoadConfig(AgentSettings& settings, VyString& errorText) {
+    bool loaded = Load(settings, errorText);
+    settings.loadError = loaded ? "" : TrimView(errorText);
+    return loaded;
+}
+
 bool LoadConfigLocked(SettingsStore& store, VyString& errorText) {
     return store.Change(
+        [&errorText](AgentSettings& settings) { return LoadConfig(settings, errorText); });
+}
+
+std::optional<bool> TryLoadConfig(SettingsStore& store, VyString& errorText) {
+    return store.TryChange(
         [&errorText](AgentSettings& settings) { return LoadConfig(settings, errorText); });
 }
 

@@ -1,6 +1,8 @@
 // The configuration file: key=value lines, loaded into AgentSettings.
 #pragma once
 
+#include <optional>
+
 #include "base/vystring.h"
 #include "config/settings.h"
 
@@ -12,6 +14,8 @@ bool LoadConfig(AgentSettings& settings, VyString& errorText);
 
 // LoadConfig as one change of the published settings, under the configuration mutex.
 bool LoadConfigLocked(SettingsStore& store, VyString& errorText);
+// The same for who must not wait: nothing, and nothing done, while another change goes on.
+std::optional<bool> TryLoadConfig(SettingsStore& store, VyString& errorText);
 
 // Derives activeFilter, script paths and tmpDir, and exports TMPDIR when its value changes.
 void PostProcessConfig(AgentSettings& settings, VyString& errorText);

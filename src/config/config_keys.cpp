@@ -14,12 +14,8 @@ using A = AgentSettings;
 using enum SaveRule;
 
 constexpr ConfigKey Text(std::string_view name, VyString A::*text, const char* value,
-                         SaveRule save = kAlways) {
-    return {.name = name,
-            .kind = ConfigKind::kString,
-            .save = save,
-            .text = text,
-            .defaultText = value};
+                         SaveRule save = kAlways, ConfigKind kind = ConfigKind::kString) {
+    return {.name = name, .kind = kind, .save = save, .text = text, .defaultText = value};
 }
 
 constexpr ConfigKey Flag(std::string_view name, bool A::*flag, bool value,
@@ -35,11 +31,8 @@ constexpr ConfigKey Number(std::string_view name, int32_t A::*number, std::optio
 
 // The default list and the default marks look exchanged. Agents in the field start from them, and
 // the warning that they lead to is known, so they stay.
-constexpr ConfigKey kFilterListKey = {.name = "filterlist",
-                                      .kind = ConfigKind::kFilterList,
-                                      .save = kAlways,
-                                      .text = &A::filterList,
-                                      .defaultText = "1"};
+constexpr ConfigKey kFilterListKey =
+    Text("filterlist", &A::filterList, "1", kAlways, ConfigKind::kFilterList);
 
 // A save appends these before the keys of the checks.
 constexpr ConfigKey kGeneralKeys[] = {
@@ -58,8 +51,8 @@ constexpr ConfigKey kGeneralKeys[] = {
     Text("badlogfile", &A::badLogFile, "log2.txt"),
     Flag("allowupdates", &A::allowUpdates, true),
     Flag("allowmanage", &A::allowManage, true),
-    Text("updateaddr", &A::updateAddr, "127.0.0.1"),
-    Text("manageaddr", &A::manageAddr, "127.0.0.1"),
+    Text("updateaddr", &A::updateAddr, "127.0.0.1", kAlways, ConfigKind::kAddressList),
+    Text("manageaddr", &A::manageAddr, "127.0.0.1", kAlways, ConfigKind::kAddressList),
 };
 
 // A save leaves these alone.

@@ -14,7 +14,8 @@ namespace zot {
 
 enum class ConfigKind {
     kString,
-    kFilterList,  // a string: entries separated by blanks in the file, by CR LF in memory
+    kAddressList,  // a string: items separated by commas
+    kFilterList,   // a string: entries separated by blanks in the file, by CR LF in memory
     kFlag,
     kNumber,
     kPort,  // a number that is taken only while it is still 0

@@ -100,6 +100,18 @@ void AppendValue(VyString& line, std::string_view value, size_t room) {
     line.Append(value);
 }
 
+// The same for a list of addresses, of which only whole items are written: the beginning of an
+// address would let in others.
+void AppendWholeItems(VyString& line, std::string_view list, std::string_view separators,
+                      size_t room) {
+    list = list.substr(0, list.find('\0'));
+    if (list.size() > room) {
+        size_t end = list.find_last_of(separators, room);
+        list = list.substr(0, end == std::string_view::npos ? 0 : end);
+    }
+    AppendValue(line, list, room);
+}
+
 // Writes the value of a key behind what the line holds, up to the limit of a line: what is behind
 // it would be read as a line of its own.
 void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& settings) {
@@ -108,8 +120,11 @@ void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& se
         case ConfigKind::kString:
             AppendValue(line, settings.*key.text, room);
             break;
+        case ConfigKind::kAddressList:
+            AppendWholeItems(line, settings.*key.text, ",", room);
+            break;
         case ConfigKind::kFilterList:
-            AppendValue(line, (settings.*key.text).ReplaceAll("\r\n", " ", true), room);
+            AppendWholeItems(line, (settings.*key.text).ReplaceAll("\r\n", " ", true), " \n", room);
             break;
         case ConfigKind::kFlag:
             AppendValue(line, settings.*key.flag ? "1" : "0", room);
@@ -211,6 +226,11 @@ bool Fail(VyString& errorText, std::string_view what, std::string_view path) {
 bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
                       VyString& errorText) {
     return store.Change([&](AgentSettings& settings) {
+        if (!settings.loadError.Empty()) {
+            errorText = VyString::Concat("Settings cannot be saved before they are loaded again: ",
+                                         settings.loadError);
+            return false;
+        }
         change(settings);
         return SaveConfig(settings, errorText);
     });

@@ -15,6 +15,16 @@ SettingsSnapshot SettingsStore::Snapshot() const {
 
 bool SettingsStore::Change(const std::function<bool(AgentSettings&)>& change) {
     std::lock_guard<std::mutex> lock(configMutex_);
+    return ChangeLocked(change);
+}
+
+std::optional<bool> SettingsStore::TryChange(const std::function<bool(AgentSettings&)>& change) {
+    std::unique_lock<std::mutex> lock(configMutex_, std::try_to_lock);
+    if (!lock.owns_lock()) return std::nullopt;
+    return ChangeLocked(change);
+}
+
+bool SettingsStore::ChangeLocked(const std::function<bool(AgentSettings&)>& change) {
     auto fresh = std::make_shared<AgentSettings>(*Snapshot());
     bool result = change(*fresh);
     fresh->password.Terminate();  // nothing of a longer one before it stays behind its end

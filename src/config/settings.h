@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "base/vystring.h"
@@ -29,6 +30,8 @@ struct AgentSettings {
     bool verbose = false;      // writes the verbose log
     bool debug = false;        // traces packets too
     char configPath[512] = "";
+
+    VyString loadError;  // why the last load has failed; empty after one that did not
 
     VyString tmpDir;
     VyString agentPath;
@@ -96,6 +99,9 @@ class SettingsStore {
     // Runs `change` on a copy under the configuration mutex, publishes the copy whatever `change`
     // returns, and returns that. Changes run one after the other, so none loses another's work.
     bool Change(const std::function<bool(AgentSettings&)>& change);
+    // Change for the main thread, which must not wait for a session's work: nothing, and nothing
+    // done, while another change goes on.
+    std::optional<bool> TryChange(const std::function<bool(AgentSettings&)>& change);
 
     // The settings for a crash handler, which may take no lock: valid for as long as the store
     // lives, since nothing is freed any more once this was called.
@@ -103,6 +109,7 @@ class SettingsStore {
     const AgentSettings& ForCrashHandler() noexcept;
 
   private:
+    bool ChangeLocked(const std::function<bool(AgentSettings&)>& change);
     void Publish(std::shared_ptr<AgentSettings> fresh);
 
     std::mutex configMutex_;            // each whole load, save or change

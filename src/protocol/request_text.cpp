@@ -48,10 +48,12 @@ std::string_view GetLine(std::string_view text, int32_t n) {
 }
 
 bool NextLine(std::string_view& text, std::string_view& line) {
-    size_t end = text.find('\n');
-    if (end == std::string_view::npos) return false;
+    if (text.find('\n') == std::string_view::npos) return false;
     line = GetLine(text, 1);
-    text.remove_prefix(end + 1);
+    if (line.empty()) return false;
+    text.remove_prefix(static_cast<size_t>(line.data() - text.data()));
+    // The last line needs no end when a blank one leads to it.
+    text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
     return true;
 }
 

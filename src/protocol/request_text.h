@@ -33,7 +33,8 @@ inline std::string_view OwnLine(std::string_view text, int32_t n) {
 }
 
 // Takes the next line that ends with a line feed off the front of the text and gives it trimmed as
-// GetLine does. False when no such line is left.
+// GetLine does, but each only once: the blank lines before it, for each of which GetLine would give
+// it again, go with it. False when no line is left that is not blank.
 bool NextLine(std::string_view& text, std::string_view& line);
 
 // The value of the first line name=value with exactly this name, among the lines that end with a

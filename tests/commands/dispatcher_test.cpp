@@ -26,6 +26,7 @@ class DispatcherTest : public testing::Test {
   protected:
     DispatcherTest() {
         store_.Change([](AgentSettings& settings) {
+            settings.password = "p";
             settings.allowManage = settings.allowUpdates = true;
             settings.manageAddr = "10.0.0.1-10.0.0.9";
             settings.updateAddr = "10.0.0.2";
@@ -127,6 +128,26 @@ TEST_F(DispatcherTest, TestsAndActionsNeedTheirSwitch) {
             EXPECT_NE(Ask(request).substr(0, 3), "600") << c.command;
         }
     }
+}
+
+TEST_F(DispatcherTest, WithoutAPasswordOnlyTheRescueIsServed) {
+    SwitchAll(true);
+    store_.Change([](AgentSettings& settings) {
+        settings.password = "";
+        settings.manageAddr = "127.0.0.1";  // as the reload below leaves it
+        return true;
+    });
+    for (const Command& command : CommandTable()) {
+        const std::string name(command.name);
+        bool served = name == "GetInfo" || name == "GetSettings" || name == "ReloadCfg";
+        std::string reply = Ask(name + "\n\r", "127.0.0.1");
+        EXPECT_EQ(reply == "600\nOperation is not allowed\n", !served) << name << reply;
+    }
+    EXPECT_EQ(control_.asked, "");
+    EXPECT_EQ(Ask("ReloadCfg\n\r", "192.0.2.1"), "600\nOperation is not allowed\n");
+    EXPECT_EQ(Ask("QUIT\n"), "502\nEndOfTransmission signal missed\n!");
+    EXPECT_EQ(Ask("\r"), "500\nVoid request received\n!");
+    EXPECT_EQ(Ask("quit\n\r"), "500\nUnknown command \"quit\"\n!");
 }
 
 }  // namespace

@@ -110,6 +110,29 @@ TEST_F(ConfigSave, NoValueBringsALineOfItsOwn) {
     EXPECT_EQ(Saved().find("\r\n", at) - at, 1023u);
 }
 
+// The beginning of an address lets in others than the address.
+TEST_F(ConfigSave, ListsOfAddressesAreCutBetweenTheirItems) {
+    Load("");
+    std::string filter, items;
+    for (int i = 1; i < 200; ++i) {
+        filter += "10.167." + std::to_string(i) + ".15\r\n";
+        items += "10.167.1." + std::to_string(i) + "-10.167.2.5,";
+    }
+    settings_.filterList = filter;
+    settings_.filterMarks = std::string(1024, '1');
+    settings_.manageAddr = items;
+    settings_.updateAddr = std::string(2000, '1');
+    EXPECT_EQ(SaveConfig(settings_, error_), 1);
+    LoadConfig(settings_, error_);
+    EXPECT_GT(settings_.filterList.Length(), 1000);
+    for (const auto& [list, whole, end] :
+         {std::tuple(settings_.filterList.View(), filter, ".15"),
+          std::tuple(settings_.manageAddr.View(), items, "-10.167.2.5")}) {
+        EXPECT_TRUE(whole.starts_with(list) && list.ends_with(end)) << list;
+    }
+    EXPECT_EQ(settings_.updateAddr, "");
+}
+
 TEST_F(ConfigSave, KeepsOwnerAndPermissionsAndFollowsNoLeftover) {
     Load("");
     std::string victim = dir_.Write("victim", "untouched");

@@ -35,6 +35,18 @@ TEST(SettingsStore, ChangesLoseNothingOfEachOtherAndSnapshotsStayWhole) {
     EXPECT_EQ(store.Snapshot()->port, 400);
 }
 
+TEST(SettingsStore, WhoMustNotWaitIsTurnedAwayWhileAChangeGoesOn) {
+    SettingsStore store;
+    auto set = [](AgentSettings& settings) { return settings.port = 1; };
+    store.Change([&](AgentSettings&) {
+        std::thread([&] { EXPECT_FALSE(store.TryChange(set).has_value()); }).join();
+        return true;
+    });
+    EXPECT_EQ(store.Snapshot()->port, 0);
+    EXPECT_EQ(store.TryChange(set), true);
+    EXPECT_EQ(store.Snapshot()->port, 1);
+}
+
 TEST(SettingsStore, SnapshotAndCrashRecordOutliveChanges) {
     SettingsStore store;
     // What a change reports is passed on and keeps nothing from being published.

@@ -25,6 +25,22 @@ TEST(RequestText, ValuesByName) {
     EXPECT_EQ(GetValue("x\n a = b=c \na=d\n", "a"), "b=c");
 }
 
+TEST(RequestText, LinesAreWalkedOnceWhateverBlankOnesStandBetween) {
+    auto walk = [](std::string_view text) {
+        std::string lines;
+        for (std::string_view line; NextLine(text, line);) lines += std::string(line) + ";";
+        return lines;
+    };
+    EXPECT_EQ(walk("a\n\n \n b \nc"), "a;b;");
+    EXPECT_EQ(walk("\n\nb=1"), "b=1;");
+    EXPECT_EQ(walk("a\n\n \n\r"), "a;");
+    // Takes hours when every line is looked for from its own beginning.
+    const std::string blank(4 << 20, '\n');
+    EXPECT_EQ(walk(blank + "\r"), "");
+    EXPECT_EQ(walk(blank + "a" + blank + "b\n\r"), "a;b;");
+    EXPECT_EQ(GetValue(blank + "a=1\n", "a"), "1");
+}
+
 TEST(RequestText, PlainConversionsTakeLeadingDigits) {
     EXPECT_EQ(ToInt(" \t12abc"), 12);
     EXPECT_EQ(ToInt("-7"), -7);

@@ -1,9 +1,11 @@
 // What strangers and peers without the right can get out of a running agent: not more than theirs.
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -105,6 +107,36 @@ TEST(Peers, TheAgentsOwnConnectionsMayNeitherManageNorUpgrade) {
     Lines info = agent.Ask("GetInfo").lines;
     EXPECT_EQ(std::count(info.begin(), info.end(), "OpenedConnections=1"), 0) << "restarted";
     EXPECT_EQ(agent.Ask("ReloadCfg").code, "200") << "others keep their rights";
+}
+
+TEST(Peers, AFailedReloadNeitherOpensTheAgentNorSpoilsItsFile) {
+    AgentProcess agent({.arguments = {"-d"}, .settings = "badlogfile=bad.txt\n"});
+    const std::string good = ReadFile(agent.ConfigPath());
+    agent.Dir().Write("zot.cfg", good + "zotpath=/none\n");
+    EXPECT_EQ(agent.Ask("ReloadCfg").code, "300");
+    client::Answer refused = agent.Ask("SetSettings", {"Comment=x"});
+    EXPECT_EQ(refused.code, "300");
+    ASSERT_EQ(refused.lines.size(), 1U);
+    EXPECT_TRUE(refused.lines[0].ends_with("Invalid path to the agent!")) << refused.lines[0];
+    EXPECT_EQ(ReadFile(agent.ConfigPath()), good + "zotpath=/none\n");
+
+    std::filesystem::remove(agent.ConfigPath());
+    agent.Signal(SIGHUP);
+    auto logged = [&](const std::string& text) {  // by now in the default place
+        return WaitUntil(
+            [&] { return ReadFile(agent.Dir() / "log2.txt").find(text) != std::string::npos; });
+    };
+    EXPECT_TRUE(logged("Reload failed: Cannot open configuration file '"));
+    client::Target open = agent.Target();
+    open.password = "";
+    client::Answer answer;
+    ASSERT_TRUE(TryAsk(open, "QUIT", {}, &answer));
+    EXPECT_EQ(answer.code + answer.lines[0], "600Operation is not allowed");
+    EXPECT_TRUE(logged("\t 127.0.0.1\t Operation is not allowed: no password is set\n"));
+    agent.Dir().Write("zot.cfg", good);
+    ASSERT_TRUE(TryAsk(open, "ReloadCfg", {}, &answer));
+    EXPECT_EQ(answer.code, "200");
+    EXPECT_EQ(agent.Ask("SetSettings", {"Comment=x"}).code, "200");
 }
 
 }  // namespace
