@@ -11,8 +11,10 @@
 #include "base/clock.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"
+#include "config/audit_log.h"
 #include "config/log.h"
 #include "config/settings.h"
+#include "protocol/request_guard.h"
 
 namespace zot {
 
@@ -24,6 +26,8 @@ class AgentControl {
     const int64_t startTime = MonotonicSeconds();
     Waker waker;  // poked when a flag was raised
     UpgradeGate upgradeGate;
+    RequestGuard requestGuard;
+    AuditLog auditLog;
 
     // Leaves the order to the main loop, and then raises the flag. Needs no memory, since a session
     // calls it at its very end.

@@ -17,6 +17,7 @@
 #include "base/platform.h"
 #include "base/sockets.h"
 #include "commands/agent_info.h"
+#include "config/audit_log.h"
 #include "config/ip_filter.h"
 #include "config/log.h"
 #include "config/settings.h"
@@ -271,6 +272,8 @@ void Front::Wait(Connection& connection) {
 void Front::Reject(Connection& connection) {
     services_.log.WriteLogText(LogKind::kStatus, connection.peer.address,
                                "<-- Invalid QX request received\n");
+    services_.control.auditLog.NoteStranger(*services_.settings.Snapshot(),
+                                            connection.peer.address, MonotonicSeconds());
     Close(connection, services_.log);
 }
 

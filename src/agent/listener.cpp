@@ -19,6 +19,7 @@
 #include "base/children.h"
 #include "base/clock.h"
 #include "base/loose_ends.h"
+#include "config/audit_log.h"
 #include "config/config_file.h"
 #include "config/config_save.h"
 #include "config/log.h"
@@ -91,6 +92,7 @@ void Listener::WaitForWork() {
 void Listener::HandleRequests() {
     AgentControl& control = services_.control;
     ReapFinishedChildren();
+    control.auditLog.WriteCounts(*services_.settings.Snapshot(), MonotonicSeconds());
     reloadDue_ = TakeHangup() || reloadDue_;
     if (reloadDue_) ReloadConfig();
     if (front_.HasFailed()) std::exit(kExitListen);

@@ -15,14 +15,17 @@
 #include "agent/crew.h"
 #include "agent/front.h"
 #include "agent/waker.h"
+#include "base/clock.h"
 #include "base/owners.h"
 #include "base/peer_watch.h"
 #include "base/platform.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"
+#include "config/audit_log.h"
 #include "config/log.h"
 #include "config/settings.h"
 #include "protocol/packet_intake.h"
+#include "protocol/request_guard.h"
 
 namespace zot {
 namespace {
@@ -77,11 +80,16 @@ void Session::ServeOpened(Opener open) {
     const uint32_t peerAddress = connection_.peer.address;
     try {
         SettingsSnapshot settings = services_.settings.Snapshot();
-        const bool valid = open(*passwords_.For(*settings));
+        const bool valid = open(*passwords_.For(*settings)) &&
+                           services_.control.requestGuard.Admits(request_, *settings, peerAddress,
+                                                                 log, MonotonicSeconds());
         log.WriteLogText(
             LogKind::kStatus, peerAddress,
             valid ? "<-- Correct QX request received\n" : "<-- Invalid QX request received\n");
-        if (!valid) return;
+        if (!valid) {
+            services_.control.auditLog.NoteStranger(*settings, peerAddress, MonotonicSeconds());
+            return;
+        }
         Answer(*settings);
         settings.reset();
         if (upgrade_.InProgress()) ReceiveUpgrade();
@@ -95,6 +103,7 @@ void Session::Answer(const AgentSettings& settings) {
     const Peer peer = connection_.peer;
     RequestContext context = {{},    settings,     services_.settings, services_.counters,
                               *this, peer.address, peer.port};
+    const int64_t start = MonotonicMs();
     Reply reply;
     PeerWatch watch(connection_.socket.Get());
     WorkFor work(&watch);
@@ -103,6 +112,9 @@ void Session::Answer(const AgentSettings& settings) {
                            recognised ? "--> request processed (%.*s)\n"
                                       : "--> request rejected or operation failed (%.*s)\n",
                            static_cast<int>(reply.Code().size()), reply.Code().data());
+    services_.control.auditLog.NoteRequest(settings, peer.address, request_.text,
+                                           watch.WasGone() ? "gone" : reply.Code(),
+                                           MonotonicMs() - start);
     Send(std::move(reply));
 }
 
@@ -133,6 +145,9 @@ void Session::TakeUpgradeBytes(std::string_view bytes) {
     } else {
         reply.Start("300", errorText);
     }
+    services_.control.auditLog.NoteRequest(*services_.settings.Snapshot(), connection_.peer.address,
+                                           "UpgradeCode-end", reply.Code(),
+                                           MonotonicMs() - begun_);
     Send(std::move(reply));
 }
 

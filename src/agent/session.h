@@ -11,6 +11,7 @@
 #include "agent/agent_control.h"
 #include "agent/connection.h"
 #include "agent/upgrade.h"
+#include "base/clock.h"
 #include "commands/dispatcher.h"
 #include "config/settings.h"
 #include "protocol/packet.h"
@@ -55,6 +56,7 @@ class Session : private ProcessControl {
     Connection connection_;
     RequestPacket request_;
     UpgradeTransfer upgrade_;
+    const int64_t begun_ = MonotonicMs();
     bool terminateAsked_ = false;
     bool reloadAsked_ = false;
 };

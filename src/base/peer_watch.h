@@ -19,6 +19,8 @@ class PeerWatch {
 
     // Asks the system, with one call, until the peer has gone once.
     bool IsGone() noexcept;
+    // Whether it was found gone; asks nobody.
+    bool WasGone() const noexcept { return gone_.load(std::memory_order_relaxed); }
 
   private:
     const int socket_;
@@ -33,7 +35,8 @@ class WorkFor {
     WorkFor(const WorkFor&) = delete;
     WorkFor& operator=(const WorkFor&) = delete;
 
-    // For whom the calling thread works; nullptr for nobody. A thread that helps works for the same.
+    // For whom the calling thread works; nullptr for nobody. A thread that helps works for the
+    // same.
     static PeerWatch* Current() noexcept;
 
   private:

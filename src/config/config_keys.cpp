@@ -64,6 +64,9 @@ constexpr ConfigKey kUnsavedKeys[] = {
     Text("tmpdir", &A::tmpDir, "", kNever),
     Text("pidfile", &A::pidFile, "", kNever),
     Number("delayforscripts", &A::delayForScripts, 90000, kNever),
+    Number("minrequestkey", &A::minRequestKey, 0, kNever),
+    Number("replaywindow", &A::replayWindow, 0, kNever),
+    Text("auditlog", &A::auditLog, "", kNever),
 };
 
 std::vector<ConfigKey> AllKeys() {

@@ -40,6 +40,9 @@ struct AgentSettings {
     int32_t port = 0;
     int32_t timeout = 0;          // milliseconds; below 1: a session never times out
     int32_t delayForScripts = 0;  // microseconds
+    int32_t minRequestKey = 0;    // bytes
+    int32_t replayWindow = 0;     // seconds; below 1: off
+    VyString auditLog;            // a file, or "syslog"
     VyString password;
     VyString comment;
     VyString verboseLogFile;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/escaping.h"
@@ -38,8 +39,8 @@ client::AgentConnection Begin(const AgentProcess& agent, std::string_view comman
 
 bool IsActive(const AgentProcess& agent, size_t sessions) {
     Lines lines = agent.Ask("GetInfo").lines;
-    return std::find(lines.begin(), lines.end(),
-                     "ActiveConnections=" + std::to_string(sessions)) != lines.end();
+    return std::find(lines.begin(), lines.end(), "ActiveConnections=" + std::to_string(sessions)) !=
+           lines.end();
 }
 
 TEST(Peers, LongWorkEndsWhenNobodyWaitsForIt) {
@@ -137,6 +138,44 @@ TEST(Peers, AFailedReloadNeitherOpensTheAgentNorSpoilsItsFile) {
     ASSERT_TRUE(TryAsk(open, "ReloadCfg", {}, &answer));
     EXPECT_EQ(answer.code, "200");
     EXPECT_EQ(agent.Ask("SetSettings", {"Comment=x"}).code, "200");
+}
+
+// Settings under which a request must bring more than the digest that travels in clear.
+TEST(Peers, ShortKeysAndRepeatedRequestsAreRefusedWhereThatIsAsked) {
+    AgentProcess agent({.settings = "minrequestkey=13\nreplaywindow=3600\nbadlogfile=bad.txt\n"
+                                    "auditlog=audit.txt\n"});
+    auto answered = [&](const std::string& packet) {
+        client::AgentConnection connection = agent.Connect();
+        std::string bytes;
+        std::string error;
+        EXPECT_TRUE(connection.Send(packet, Deadline(kPatience), error)) << error;
+        EXPECT_TRUE(connection.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
+        return !bytes.empty();
+    };
+    auto packet = [&](std::string_view key, const char* command) {
+        return client::BuildRequest(agent.Target().password, key,
+                                    client::ComposeRequest(command, {}));
+    };
+    EXPECT_TRUE(answered(packet(kKey, "GetInfo")));
+    EXPECT_FALSE(answered(packet(kKey, "GetInfo")));
+    EXPECT_TRUE(answered(packet(kKey, "Wrong\x01 word")));
+    EXPECT_TRUE(answered(packet("another seal!", "GetInfo")));
+    for (const char* key : {"", "twelve bytes"}) EXPECT_FALSE(answered(packet(key, "QUIT")));
+    const std::string log = ReadFile(agent.Dir() / "bad.txt");
+    EXPECT_NE(log.find("Request refused: seen before\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("Request refused: key of 12 bytes, minrequestkey is 13\n"),
+              std::string::npos);
+
+    for (int i = 0; i < 20; ++i) EXPECT_FALSE(answered(std::string(14, '\0')));
+    const std::string audit = ReadFile(agent.Dir() / "audit.txt");
+    for (const char* line :
+         {"\t 127.0.0.1\t GetInfo 200 ", "\t 127.0.0.1\t Wrong\\x01\\x20word 500 "})
+        EXPECT_NE(audit.find(line), std::string::npos) << audit;
+    size_t strangers = 0;
+    for (size_t at = 0; (at = audit.find("not authenticated\n", at)) != std::string::npos; ++at)
+        ++strangers;
+    EXPECT_EQ(strangers, 10U) << audit;
+    EXPECT_EQ(audit.find(agent.Target().password), std::string::npos);
 }
 
 }  // namespace

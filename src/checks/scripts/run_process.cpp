@@ -58,8 +58,8 @@ class Runner {
 
 // Waits for the end of the child and kills it when the time is up. The clock of the rule
 // "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
-// second for which it holds; a peer that has gone is a reason too. Returns false when the child could
-// not be killed; it is not reaped then.
+// second for which it holds; a peer that has gone is a reason too. Returns false when the child
+// could not be killed; it is not reaped then.
 bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
     auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
     if (timeoutMs == kNoTimeout) deadline = Clock::time_point::max();

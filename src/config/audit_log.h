@@ -1,0 +1,54 @@
+// Who asked what: one line for each request, and for each packet that did not authenticate, in the
+// file or the system log that the settings name.
+//
+// A line holds time, address, command, status and milliseconds, never the content of a request.
+// Strangers can send any number of packets, so of one address ten a minute are written and the rest
+// is counted in one line, and there is a bound to the addresses that are told apart.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string_view>
+#include <vector>
+
+#include "base/owners.h"
+#include "base/vystring.h"
+#include "config/settings.h"
+
+namespace zot {
+
+class AuditLog {
+  public:
+    // The standard socket of the system's log unless told otherwise.
+    AuditLog();
+    explicit AuditLog(std::string_view systemLog) : systemLog_(systemLog) {}
+
+    // What a peer (IPv4, network byte order) asked, by the first line of its request, and the
+    // status that it was answered with after so many milliseconds.
+    void NoteRequest(const AgentSettings& settings, uint32_t address, std::string_view request,
+                     std::string_view status, int64_t milliseconds);
+    // A packet that did not authenticate, at `now` seconds of MonotonicSeconds().
+    void NoteStranger(const AgentSettings& settings, uint32_t address, int64_t now);
+    // Writes the counts of the minutes that are over. To be called about once a second.
+    void WriteCounts(const AgentSettings& settings, int64_t now);
+
+  private:
+    struct Stranger {
+        uint32_t address;
+        int64_t since;  // when its minute began
+        int32_t packets;
+    };
+
+    Stranger& FindOrAdd(uint32_t address, int64_t now);
+    void WriteCount(const AgentSettings& settings, const Stranger& stranger);
+    void Write(const AgentSettings& settings, uint32_t address, std::string_view text);
+    void Send(std::string_view text);
+
+    const VyString systemLog_;
+    std::mutex strangersMutex_;  // what follows
+    std::vector<Stranger> strangers_;
+    std::mutex systemLogMutex_;  // making the socket
+    UniqueFd socket_;
+};
+
+}  // namespace zot
