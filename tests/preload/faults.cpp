@@ -9,7 +9,6 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,6 +43,9 @@ __attribute__((constructor)) void Attach() {
     if (memory != MAP_FAILED) control = static_cast<FaultControl*>(memory);
 }
 
+// Some systems declare their calls with noexcept and some do not; a definition has to agree.
+#define AS_DECLARED(call) noexcept(noexcept(call))
+
 // A real fault, at once and on this thread. Each order to crash is good for one crash.
 void CrashIf(std::atomic<bool>& ordered) {
     if (!ordered.exchange(false)) return;
@@ -70,7 +72,7 @@ bool MayMove(CallFault& fault, size_t& size) {
 
 extern "C" {
 
-int clock_gettime(clockid_t clock, timespec* now) noexcept {
+int clock_gettime(clockid_t clock, timespec* now) AS_DECLARED(clock_gettime(clock, now)) {
     REAL(clock_gettime)
     int result = real(clock, now);
     if (clock == CLOCK_MONOTONIC) now->tv_sec += control->clockOffsetSeconds.load();
@@ -78,31 +80,38 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
     return result;
 }
 
-time_t time(time_t* result) noexcept {
+time_t time(time_t* result) AS_DECLARED(time(result)) {
     REAL(time)
     time_t now = real(nullptr) + control->dateOffsetSeconds.load();
     if (result != nullptr) *result = now;
     return now;
 }
 
-int uname(utsname* name) noexcept {
+// No <sys/utsname.h>: where uname is an inline function there, it calls __xuname.
+int uname(void* name) {
     REAL(uname)
     CrashIf(control->crashInUname);
     return real(name);
 }
 
-tm* localtime_r(const time_t* time, tm* result) noexcept {
+int __xuname(int size, void* name) {
+    REAL(__xuname)
+    CrashIf(control->crashInUname);
+    return real(size, name);
+}
+
+tm* localtime_r(const time_t* time, tm* result) AS_DECLARED(localtime_r(time, result)) {
     REAL(localtime_r)
     CrashIf(control->crashInLocaltime);
     return real(time, result);
 }
 
-void* malloc(size_t size) noexcept {
+void* malloc(size_t size) AS_DECLARED(malloc(size)) {
     REAL(malloc)
     return Fails(control->memory) ? nullptr : real(size);
 }
 
-void* realloc(void* memory, size_t size) noexcept {
+void* realloc(void* memory, size_t size) AS_DECLARED(realloc(memory, size)) {
     REAL(realloc)
     return Fails(control->memory) ? nullptr : real(memory, size);
 }
@@ -151,7 +160,7 @@ int getaddrinfo(const char* name, const char* service, const addrinfo* hints, ad
     return real(name, service, hints, list);
 }
 
-int socket(int domain, int type, int protocol) noexcept {
+int socket(int domain, int type, int protocol) AS_DECLARED(socket(domain, type, protocol)) {
     REAL(socket)
     return Fails(control->socket) ? -1 : real(domain, type, protocol);
 }
@@ -171,13 +180,13 @@ int ppoll(pollfd* descriptors, nfds_t count, const timespec* timeout, const sigs
     return Fails(control->poll) ? -1 : real(descriptors, count, timeout, mask);
 }
 
-pid_t fork() noexcept {
+pid_t fork() AS_DECLARED(fork()) {
     REAL(fork)
     return Fails(control->fork) ? -1 : real();
 }
 
 // A child of the real one could not return through this function, so it gets memory of its own.
-pid_t vfork() noexcept { return fork(); }
+pid_t vfork() AS_DECLARED(vfork()) { return fork(); }
 
 int execve(const char* path, char* const* arguments, char* const* environment) noexcept {
     REAL(execve)
@@ -185,7 +194,8 @@ int execve(const char* path, char* const* arguments, char* const* environment) n
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                   void* argument) noexcept {
+                   void* argument)
+    AS_DECLARED(pthread_create(thread, attributes, entry, argument)) {
     REAL(pthread_create)
     return Fails(control->thread) ? errno : real(thread, attributes, entry, argument);
 }

@@ -29,7 +29,7 @@ void MakeFolder(const std::string& path, unsigned mode) {
 void MakeFile(const std::string& path, int64_t size, unsigned mode) {
     UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     Check(fd && (size == 0 || ftruncate(fd.Get(), size) == 0), path);
-    if (mode != 0644) Check(fchmod(fd.Get(), mode) == 0, path);
+    if (mode != 0644) Check(fchmod(fd.Get(), static_cast<mode_t>(mode)) == 0, path);
 }
 
 void MakeFifo(const std::string& path) { Check(mkfifo(path.c_str(), 0666) == 0, path); }
@@ -47,7 +47,7 @@ void MakeLink(const std::string& target, const std::string& path) {
 }
 
 void SetMode(const std::string& path, unsigned mode) {
-    Check(chmod(path.c_str(), mode) == 0, path);
+    Check(chmod(path.c_str(), static_cast<mode_t>(mode)) == 0, path);
 }
 
 void SetModificationTime(const std::string& path, time_t seconds) {
