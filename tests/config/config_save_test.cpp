@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -208,7 +209,9 @@ TEST_F(ConfigSave, KilledAtAnyMomentItLeavesAWholeFileInPlace) {
         // While the saves go on there is no moment without a file, nor with half of it. Every other
         // kill waits for a save that is under way.
         for (int look = 0; look < round; ++look) EXPECT_EQ(Saved(), whole);
-        while (round % 2 == 0 && access(Other(".New").c_str(), F_OK) != 0) {
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+        while (round % 2 == 0 && access(Other(".New").c_str(), F_OK) != 0 &&
+               std::chrono::steady_clock::now() < end) {
         }
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);

@@ -188,7 +188,8 @@ pid_t fork() AS_DECLARED(fork()) {
 // A child of the real one could not return through this function, so it gets memory of its own.
 pid_t vfork() AS_DECLARED(vfork()) { return fork(); }
 
-int execve(const char* path, char* const* arguments, char* const* environment) noexcept {
+int execve(const char* path, char* const* arguments, char* const* environment)
+    AS_DECLARED(execve(path, arguments, environment)) {
     REAL(execve)
     return Fails(control->execute) ? -1 : real(path, arguments, environment);
 }

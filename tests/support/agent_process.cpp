@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -95,20 +94,6 @@ void RaiseDescriptorLimit() {
     getrlimit(RLIMIT_NOFILE, &limit);
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-size_t OpenDescriptors(pid_t pid) {
-    std::error_code missing;
-    std::filesystem::directory_iterator folder("/proc/" + std::to_string(pid) + "/fd", missing);
-    return static_cast<size_t>(std::distance(folder, std::filesystem::directory_iterator()));
-}
-
-long StatusValue(pid_t pid, const std::string& name) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(name + ":")) return std::atol(line.c_str() + name.size() + 1);
-    }
-    return 0;
 }
 
 uint16_t FreePort() { return static_cast<uint16_t>(Loopback(SOCK_STREAM).Port()); }

@@ -35,10 +35,6 @@ size_t Count(std::string_view text, std::string_view part);
 // Lets this process have as many descriptors as the system allows: crowds need them.
 void RaiseDescriptorLimit();
 
-// What the system tells about a process in /proc; 0 where there is none.
-size_t OpenDescriptors(pid_t pid);
-long StatusValue(pid_t pid, const std::string& name);
-
 // A port of the loopback interface on which nothing listens at the moment.
 uint16_t FreePort();
 

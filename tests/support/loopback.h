@@ -30,6 +30,13 @@ class Loopback {
     int Port() const { return port_; }
     // The first two parameter lines of a request that names this socket.
     std::string HostLines() const { return "127.0.0.1\n" + std::to_string(port_) + "\n"; }
+    // From now on nothing that comes over the loopback interface is answered: it drops packets
+    // whose count of hops left is lower than any packet's there.
+    void Deafen() const {
+        int hops = 255;
+        if (setsockopt(fd_.Get(), IPPROTO_IP, IP_MINTTL, &hops, sizeof hops) != 0)
+            throw std::runtime_error("IP_MINTTL");
+    }
     // Waits for a client.
     UniqueFd Accept() const { return UniqueFd(accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC)); }
 

@@ -17,6 +17,7 @@
 
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
+#include "tests/support/process_info.h"
 
 namespace zot::test {
 namespace {
@@ -83,7 +84,7 @@ TEST(Crew, StrangersThatComeBackShutNobodyOut) {
     Send(transfer, std::string(216, 'x'));
     EXPECT_EQ(ReceiveReply(transfer, kKey), "300\nWrong CRC\n\r");
     if (!kThreadChecker) {
-        EXPECT_LE(StatusValue(agent.Pid(), "Threads"), 6);
+        EXPECT_LE(ThreadCount(agent.Pid()), 6);
     }
 }
 
@@ -121,16 +122,16 @@ TEST(Crew, WhatIsOnItsWayTakesABoundedPlace) {
         }
         return connections;
     };
-    const long before = StatusValue(agent.Pid(), "VmRSS");
+    const long before = ResidentKib(agent.Pid());
     std::string wrong = Beginning(agent, kAnnounced);
     wrong[20] = static_cast<char>(wrong[20] ^ 1);
     std::vector<AgentConnection> strangers = sendMany(wrong, 4);
     if (kMeasurable) {
-        EXPECT_LT(StatusValue(agent.Pid(), "VmRSS") - before, 2048) << "KiB for strangers";
+        EXPECT_LT(ResidentKib(agent.Pid()) - before, 2048) << "KiB for strangers";
     }
     std::vector<AgentConnection> known = sendMany(Beginning(agent, kAnnounced), 6);
     if (kMeasurable) {
-        EXPECT_LT(StatusValue(agent.Pid(), "VmRSS") - before, 100 * 1024) << "KiB for all";
+        EXPECT_LT(ResidentKib(agent.Pid()) - before, 100 * 1024) << "KiB for all";
     }
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
     // A stranger's packet is judged at its end, as everybody's is.
@@ -156,7 +157,7 @@ TEST(Crew, SlowChecksLeaveQuickOnesFastAndThreadsGoBack) {
     for (std::thread& thread : slow) thread.join();
     EXPECT_LT(steady_clock::now() - start, milliseconds(15000)) << "one after the other?";
     if (!kThreadChecker) {
-        EXPECT_TRUE(WaitUntil([&] { return StatusValue(agent.Pid(), "Threads") <= 3; }));
+        EXPECT_TRUE(WaitUntil([&] { return ThreadCount(agent.Pid()) <= 3; }));
     }
 }
 

@@ -11,6 +11,7 @@
 #include "base/owners.h"
 #include "tests/support/agent_process.h"
 #include "tests/support/file_tree.h"
+#include "tests/support/process_info.h"
 
 namespace zot::test {
 namespace {
@@ -45,11 +46,8 @@ TEST(Daemon, StartsWithoutAnyStandardDescriptor) {
     AgentProcess agent(
         {.arguments = {"-d"}, .prefix = {"/bin/sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"}});
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
-    std::string descriptors = "/proc/" + std::to_string(agent.Pid()) + "/fd/";
-    if (!std::filesystem::exists(descriptors)) GTEST_SKIP() << "no /proc/PID/fd";
-    for (const char* number : {"0", "1", "2"}) {
-        EXPECT_EQ(std::filesystem::read_symlink(descriptors + number), "/dev/null") << number;
-    }
+    auto descriptors = DescriptorsOf(agent.Pid());
+    for (int number : {0, 1, 2}) EXPECT_EQ(descriptors[number], "/dev/null") << number;
     EXPECT_EQ(agent.Ask("QUIT").code, "200");
     EXPECT_TRUE(agent.WaitForDaemonEnd());
 }

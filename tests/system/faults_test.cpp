@@ -15,6 +15,7 @@
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
 #include "tests/support/fault_injection.h"
+#include "tests/support/process_info.h"
 
 namespace zot::test {
 namespace {
@@ -54,7 +55,7 @@ class Faults : public testing::Test {
     }
 
     // Of the agent between two requests.
-    size_t Descriptors() const { return OpenDescriptors(agent_->Pid()); }
+    size_t Descriptors() const { return DescriptorsOf(agent_->Pid()).size(); }
 
     void Start() {
         agent_.emplace(options_);
@@ -265,11 +266,8 @@ TEST_F(Faults, DeadNameServersDoNotHoldUpATimeout) {
     }
     for (std::thread& asker : askers) asker.join();
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(3000));
-    std::error_code missing;
-    fs::directory_iterator threads("/proc/" + std::to_string(agent_->Pid()) + "/task", missing);
     // The main thread, those that served the requests and one that was free, and the look-ups.
-    EXPECT_LE(std::distance(threads, fs::directory_iterator()), 1 + 20 + 2 + 16)
-        << "look-ups left behind";
+    EXPECT_LE(ThreadCount(agent_->Pid()), 1 + 20 + 2 + 16) << "look-ups left behind";
     faults_->lookupSeconds.store(0);
     ExpectUnharmed();
 }

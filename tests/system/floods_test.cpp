@@ -20,6 +20,7 @@
 
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
+#include "tests/support/process_info.h"
 
 namespace zot::test {
 namespace {
@@ -91,7 +92,7 @@ TEST(Floods, IdleCrowd) {
     const int crowd = Scaled(500);
     const int requests = Scaled(50);
     double alone = MedianLatency(agent, requests);
-    long before = StatusValue(agent.Pid(), "VmRSS");
+    long before = ResidentKib(agent.Pid());
     std::vector<AgentConnection> idle;
     for (int i = 0; i < crowd; ++i) {
         idle.push_back(agent.Connect());
@@ -103,10 +104,10 @@ TEST(Floods, IdleCrowd) {
     double crowded = MedianLatency(agent, requests);
     Report("%d idle: median %.0f us alone, %.0f us crowded, ratio %.2f, %.1f KiB each\n", crowd,
            alone, crowded, crowded / alone,
-           static_cast<double>(StatusValue(agent.Pid(), "VmRSS") - before) / crowd);
+           static_cast<double>(ResidentKib(agent.Pid()) - before) / crowd);
     if (kMeasurable) {
-        EXPECT_LT(StatusValue(agent.Pid(), "VmRSS") - before, crowd / 2 + 256) << "KiB";
-        EXPECT_LE(StatusValue(agent.Pid(), "Threads"), 6);
+        EXPECT_LT(ResidentKib(agent.Pid()) - before, crowd / 2 + 256) << "KiB";
+        EXPECT_LE(ThreadCount(agent.Pid()), 6);
     }
     double used = ProcessorMs(agent);
     std::this_thread::sleep_for(std::chrono::seconds(2));
@@ -205,7 +206,7 @@ TEST(Floods, ARefusedPeerThatComesBack) {
     }
     Report("%d refused in %.1f s, %ld KiB\n", count,
            std::chrono::duration<double>(steady_clock::now() - start).count(),
-           StatusValue(agent.Pid(), "VmRSS"));
+           ResidentKib(agent.Pid()));
     EXPECT_FALSE(agent.WaitForExit(milliseconds(0)).has_value());
     EXPECT_EQ(Count(agent.Output(), "\t 127.0.0.1\t TCP connection rejected\n"),
               static_cast<size_t>(count));
@@ -216,7 +217,7 @@ TEST(Floods, AnnouncedLengthsOfEverySize) {
     const client::RequestFields good =
         client::MakeRequest(agent.Target().password, kKey, "GetInfo\n\r");
     std::vector<AgentConnection> open;
-    long before = StatusValue(agent.Pid(), "VmRSS");
+    long before = ResidentKib(agent.Pid());
     for (int shift = 0; shift < 32; ++shift) {
         for (uint32_t length : {uint32_t{1} << shift, (uint32_t{1} << shift) - 1}) {
             std::vector<client::RequestFields> packets(4, good);
@@ -233,7 +234,7 @@ TEST(Floods, AnnouncedLengthsOfEverySize) {
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
     // What is announced is not set aside: 256 small buffers, however large it was.
     if (kMeasurable) {
-        EXPECT_LT(StatusValue(agent.Pid(), "VmRSS") - before, 1024);
+        EXPECT_LT(ResidentKib(agent.Pid()) - before, 1024);
     }
     EXPECT_TRUE(agent.IsAlone());
 }

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <string>
 
 #include "tests/support/agent_process.h"
+#include "tests/support/process_info.h"
 
 namespace zot::test {
 namespace {
@@ -72,13 +72,13 @@ TEST(Management, ThePortMovesOrComesBack) {
 TEST(Management, ARestartKeepsArgumentsAndNothingElse) {
     AgentProcess agent;
     pid_t pid = agent.Pid();
-    size_t descriptors = OpenDescriptors(pid);
+    const size_t descriptors = DescriptorsOf(pid).size();
     client::AgentConnection idle = agent.Connect();
     EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
     EXPECT_EQ(UntilClose(idle), "");
     EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
     EXPECT_EQ(agent.Pid(), pid);
-    EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors(pid) == descriptors; }));
+    EXPECT_TRUE(WaitUntil([&] { return DescriptorsOf(pid).size() == descriptors; }));
 
     AgentProcess daemon({.arguments = {"-d"}});
     pid_t before = daemon.Pid();

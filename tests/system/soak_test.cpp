@@ -15,6 +15,7 @@
 
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
+#include "tests/support/process_info.h"
 
 namespace zot::test {
 namespace {
@@ -29,7 +30,7 @@ struct Request {
     std::vector<std::string> params;
 };
 
-// What the process holds, as far as the system tells.
+// What the process holds.
 struct Holdings {
     long memoryKib = 0;
     long threads = 0;
@@ -39,8 +40,7 @@ struct Holdings {
 
 Holdings Look(const AgentProcess& agent) {
     std::filesystem::directory_iterator files(agent.Dir().Path());
-    return {StatusValue(agent.Pid(), "VmRSS"), StatusValue(agent.Pid(), "Threads"),
-            OpenDescriptors(agent.Pid()),
+    return {ResidentKib(agent.Pid()), ThreadCount(agent.Pid()), DescriptorsOf(agent.Pid()).size(),
             static_cast<size_t>(std::distance(files, std::filesystem::directory_iterator()))};
 }
 
@@ -66,9 +66,9 @@ std::vector<Request> Mix(const AgentProcess& agent, const TempDir& data) {
         {"GetFilesList", {data.Path(), "*", "1", "1", "1", "1", "1", "1", "1"}},
         {"TEST-Process", {"0", "zot"}},
         {"GetProcessesList", {}},
-        {"TEST-ExternalPrg", {"/bin/true", "0", "0", "5000"}},
+        {"TEST-ExternalPrg", {"true", "0", "0", "5000"}},
         {"TEST-ShellScript", {"/bin/sh %script% %params%", "echo scriptres:$1", "7", "10", "5"}},
-        {"ACT-ExternalCmd", {"/bin/true", "/", "0", "5000"}},
+        {"ACT-ExternalCmd", {"true", "/", "0", "5000"}},
         {"ACT-Syslog", {"127.0.0.1", "9", "1", "1", "soak"}},
         {"ACT-TCPUDPsend", {"127.0.0.1", "9", "1", "data", "0", "more"}},
     };

@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <climits>
 #include <ctime>
 #include <filesystem>
 #include <limits>
@@ -94,7 +95,7 @@ void MakeChain(const std::string& path, const std::string& name, int levels, mod
 TEST(FolderSize, LevelsWithoutAPathAddNothing) {
     test::TempDir dir;
     MakeChain(dir.Path(), std::string(255, 'd'), 20);
-    auto reachable = static_cast<int64_t>((4095 - dir.Path().size() - 1) / 256);
+    auto reachable = static_cast<int64_t>((PATH_MAX - 1 - dir.Path().size() - 1) / 256);
     EXPECT_EQ(FolderSize(dir.Path(), true), reachable);
 }
 

@@ -210,7 +210,7 @@ class ProductScripts : public ScriptChecks {
     ProductScripts() {
         settings_.procCntScript = kScripts + "zot_proccnt.sh";
         settings_.procListScript = kScripts + "zot_proclist.sh";
-        settings_.cpuUsageScript = kScripts + "linux/zot_cpu.sh";
+        settings_.cpuUsageScript = kScripts + ZOT_CPU_SCRIPT;
     }
     std::string Count(const std::string& name) const {
         return Ask(TestProcess, "\n" + name + "\n\r");
