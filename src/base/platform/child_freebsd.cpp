@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 
@@ -30,6 +31,14 @@ bool HasEnded(pid_t pid) {
     siginfo_t info{};
     int result = waitid(P_PID, pid, &info, WEXITED | WNOHANG | WNOWAIT);
     return result != 0 || info.si_pid == pid;
+}
+
+// NOTE_EXIT is reported once, and before the child can be reaped: what is left of its end takes the
+// kernel a moment.
+void WaitForLastSteps(pid_t pid) {
+    siginfo_t info{};
+    while (waitid(P_PID, pid, &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+    }
 }
 
 std::chrono::nanoseconds TimeUntil(Clock::time_point deadline) {
@@ -70,7 +79,10 @@ bool WaitChild(pid_t pid, int timeoutMs) {
                           static_cast<long>(left.count() % 1000000000)};
         if (watching) {
             struct kevent event {};
-            kevent(queue.Get(), nullptr, 0, &event, 1, &limit);
+            if (kevent(queue.Get(), nullptr, 0, &event, 1, &limit) > 0) {
+                WaitForLastSteps(pid);
+                return true;
+            }
         } else {
             nanosleep(&limit, nullptr);
         }

@@ -76,6 +76,17 @@ TEST_F(RunProcessTest, EveryExitCodeComesAtOnceAndLeavesNothing) {
     EXPECT_TRUE(fs::is_empty(dir_.Path()));
 }
 
+TEST_F(RunProcessTest, ManyEndsAtOnceAreAllNoticed) {
+    auto start = Clock::now();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 200; ++i) {
+        threads.emplace_back([this] { EXPECT_EQ(Run("sh -c 'exit 3'"), "3"); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    // An end that is missed once is seen again when the time limit is over.
+    EXPECT_LT(SecondsSince(start), kLong / 1000);
+}
+
 TEST_F(RunProcessTest, WhatCannotBeExecuted) {
     const std::string missing = "exec error: No such file or directory";
     EXPECT_EQ(Run("/no/such/program"), missing);
