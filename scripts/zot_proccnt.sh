@@ -14,9 +14,15 @@
 LC_ALL=C
 export LC_ALL
 
-# The name travels in the environment: so it is on no command line but that of the script, and awk
-# leaves its backslashes alone.
-ps -A -ww -o pid= -o ppid= -o stat= -o args= | ZOT_NAME="$*" ZOT_SCRIPT="$0" awk '
+name=$*
+# FreeBSD's ps shows each backslash doubled.
+if [ "$(uname)" = FreeBSD ]; then name=$(printf '%s\n' "$name" | sed 's/\\/&&/g'); fi
+
+# In the C locale ps puts other characters in the place of all that are not ASCII; awk is to compare
+# bytes. The name travels in the environment: so it is on no command line but that of the script,
+# and awk leaves its backslashes alone.
+LC_ALL=C.UTF-8 ps -A -ww -o pid= -o ppid= -o stat= -o args= |
+    ZOT_NAME="$name" ZOT_SCRIPT="$0" awk '
     {
         pid = $1
         parent[pid] = $2

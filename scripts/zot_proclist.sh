@@ -10,4 +10,8 @@
 LC_ALL=C
 export LC_ALL
 
-ps -A -ww -o args= | cut -c 1-500
+# FreeBSD's ps shows each backslash doubled.
+as_it_is() { if [ "$(uname)" = FreeBSD ]; then sed 's/\\\\/\\/g'; else cat; fi; }
+
+# In the C locale ps puts other characters in the place of all that are not ASCII.
+LC_ALL=C.UTF-8 ps -A -ww -o args= | as_it_is | cut -b 1-500

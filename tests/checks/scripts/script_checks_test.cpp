@@ -226,7 +226,7 @@ TEST_F(ProductScripts, CountsTextInCommandLines) {
     int code = 0;
     VyString error;
     ASSERT_EQ(RunProcessQuiet(
-                  "sh " + dir_.Write("start", sleeper + " 'one  [x]* $y' & echo $! >" +
+                  "sh " + dir_.Write("start", sleeper + " 'one  [x]* $y é\\b' & echo $! >" +
                                                   (dir_ / "a") + "\n" + sleeper +
                                                   " 'one .' & echo $! >" + (dir_ / "b") + "\n"),
                   {}, dir_.Path(), 9000, code, error),
@@ -235,6 +235,7 @@ TEST_F(ProductScripts, CountsTextInCommandLines) {
     EXPECT_EQ(Count("'" + sleeper + " one'"), "200\n2\n");
     EXPECT_EQ(Count(sleeper + " one ."), "200\n1\n");  // words of one name
     EXPECT_EQ(Count("'" + sleeper + " one  [x]* $y'"), "200\n1\n");
+    EXPECT_EQ(Count("'" + sleeper + " one  [x]* $y é\\b'"), "200\n1\n");
     EXPECT_EQ(Count("'" + sleeper + " one .*'"), "200\n0\n");
     for (const char* name : {"zot_proccnt", "'ZOT_NAME'"}) EXPECT_EQ(Count(name), "200\n0\n");
 
