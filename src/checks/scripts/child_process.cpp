@@ -5,11 +5,15 @@
 // shared memory; the child writes only to this object; and the calling thread goes on when the
 // child has executed its program or has exited. Nothing relies on the sharing, so a fork that
 // copies (as some checkers make of vfork) gives the same result.
+//
+// A child that changes to a directory of the request's choosing comes from fork all the same: the
+// directory may hang, and then the time limit must not hang with it.
 #include "checks/scripts/child_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -59,35 +63,15 @@ std::string SearchPath() {
     return standard;
 }
 
-// The system's error texts, made before the fork: the routines that make them may take locks.
-class ErrorTexts {
-  public:
-    ErrorTexts() {
-        for (int i = 0; i < kCount; ++i) SystemErrorText(i, texts_[i], sizeof texts_[i]);
-    }
-    const char* Of(int errorNumber) const noexcept {
-        return errorNumber >= 0 && errorNumber < kCount ? texts_[errorNumber] : "Unknown error";
-    }
-
-  private:
-    static constexpr int kCount = 136;
-    char texts_[kCount][64];
-};
-
-const ErrorTexts& SystemErrors() {
-    static const ErrorTexts texts;
-    return texts;
-}
-
-// Puts the file on the descriptor; the null device if it cannot be opened, so that no later open
-// of the program lands on a standard stream.
-void OpenStream(const char* path, int flags, int target) noexcept {
-    flags |= O_NOCTTY;
-    int fd = open(path, flags, 0666);
-    if (fd < 0) fd = open(kNullDevice, flags, 0666);
-    if (fd < 0 || fd == target) return;
+// Puts the file on the descriptor; false, with errno, when it cannot be opened. A system without a
+// null device leaves the descriptor closed.
+bool OpenStream(const std::string& path, int flags, int target) noexcept {
+    int fd = open(path.c_str(), flags | O_NOCTTY, 0666);
+    if (fd < 0) return path == kNullDevice;
+    if (fd == target) return true;
     dup2(fd, target);
     close(fd);
+    return true;
 }
 
 // A script that was written a moment ago can still be open for writing in a child that another
@@ -110,6 +94,15 @@ std::string PathOrNull(std::string_view path) {
 }
 
 }  // namespace
+
+SharedNumber::SharedNumber() {
+    void* memory = mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANON, -1, 0);
+    if (memory != MAP_FAILED) number_ = static_cast<volatile int*>(memory);
+}
+
+SharedNumber::~SharedNumber() {
+    if (number_ != nullptr) munmap(const_cast<int*>(number_), sizeof(int));
+}
 
 void MarkerName::Prepare(const ChildOptions& options) {
     prefix_ = 0;
@@ -146,10 +139,7 @@ ChildProcess::ChildProcess(char* const* arguments, const ChildOptions& options,
       workDir_(options.workDir) {
     PrepareEnvironment(options.tmpDir);
     PrepareCandidates();
-    if (onFailure == ExecFailure::kMarked) {
-        marker_.Prepare(options);
-        SystemErrors();  // made now, so that the child finds them ready
-    }
+    if (onFailure == ExecFailure::kMarked) marker_.Prepare(options);
 }
 
 void ChildProcess::PrepareEnvironment(std::string_view tmpDir) {
@@ -183,11 +173,12 @@ void ChildProcess::PrepareCandidates() {
 }
 
 pid_t ChildProcess::Start() {
+    if (execError_.Get() == nullptr) return -1;
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    pid_t pid = vfork();
+    pid_t pid = workDir_.empty() ? vfork() : fork();
     if (pid == 0) RunChild();
     int error = errno;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -200,27 +191,26 @@ void ChildProcess::RunChild() noexcept {
     RestoreDescriptorLimit();
     ResetSignals();
     setsid();
-    OpenStreams();
+    const int streamError = OpenStreams() ? 0 : errno;
     if (!workDir_.empty()) {
         // A directory that does not exist leaves the child where the agent is.
         [[maybe_unused]] int moved = chdir(workDir_.c_str());
     }
     const char* marker = marker_.For(getpid());
     if (marker != nullptr) unlink(marker);
-    int error = Execute();
-    if (marker != nullptr) WriteMarker(error, marker);
+    *execError_.Get() = streamError != 0 ? streamError : Execute();
     _exit(kExecFailed);
 }
 
-void ChildProcess::OpenStreams() const noexcept {
+// False, with errno, when a stream is to be a file that cannot be opened: a program whose output
+// went nowhere would seem to have none.
+bool ChildProcess::OpenStreams() const noexcept {
     constexpr int kWrite = O_WRONLY | O_CREAT | O_TRUNC;
-    OpenStream(stdinPath_.c_str(), O_RDONLY, STDIN_FILENO);
-    OpenStream(stdoutPath_.c_str(), kWrite, STDOUT_FILENO);
-    if (stderrPath_ == stdoutPath_) {
-        dup2(STDOUT_FILENO, STDERR_FILENO);
-    } else {
-        OpenStream(stderrPath_.c_str(), kWrite, STDERR_FILENO);
-    }
+    if (!OpenStream(stdinPath_, O_RDONLY, STDIN_FILENO)) return false;
+    if (!OpenStream(stdoutPath_, kWrite, STDOUT_FILENO)) return false;
+    if (stderrPath_ != stdoutPath_) return OpenStream(stderrPath_, kWrite, STDERR_FILENO);
+    dup2(STDOUT_FILENO, STDERR_FILENO);
+    return true;
 }
 
 // What execvp does, on names prepared before the fork. Returns the error number.
@@ -242,17 +232,6 @@ int ChildProcess::Execute() noexcept {
         }
     }
     return denied ? EACCES : error;
-}
-
-void ChildProcess::WriteMarker(int errorNumber, const char* path) const noexcept {
-    constexpr char kStart[] = "exec error: ";
-    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    if (fd < 0) return;
-    const char* text = SystemErrors().Of(errorNumber);
-    // When nothing can be written the empty file still tells that the exec failed.
-    [[maybe_unused]] bool told =
-        write(fd, kStart, sizeof kStart - 1) > 0 && write(fd, text, std::strlen(text)) > 0;
-    close(fd);
 }
 
 }  // namespace zot

@@ -21,7 +21,23 @@ struct ChildOptions {
     std::string_view stderrPath;
 };
 
-// The path of the file in which a child tells that it could not execute its program.
+// A number, 0 at first, that a child and its parent see in the same place of memory.
+class SharedNumber {
+  public:
+    SharedNumber();
+    ~SharedNumber();
+    SharedNumber(const SharedNumber&) = delete;
+    SharedNumber& operator=(const SharedNumber&) = delete;
+
+    // Null when there is no memory for it.
+    volatile int* Get() const noexcept { return number_; }
+
+  private:
+    volatile int* number_ = nullptr;
+};
+
+// The path of the file in which a program tells why it ended with 255. The agent's own child does
+// without: others who can write the directory know the name.
 class MarkerName {
   public:
     // Prepares all but the process id. With an unusable directory there is no marker.
@@ -46,12 +62,15 @@ class ChildProcess {
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Returns the process id, or -1 with errno. By then the child leads a session and a process
-    // group of its own. It inherits descriptors 0 to 2, the
+    // Returns the process id, or -1 with errno. By then, or, where it has a workDir, soon, the
+    // child leads a session and a process group of its own. It inherits descriptors 0 to 2, the
     // limit of descriptors that the agent was given, and default signal actions. If the program
-    // cannot be executed the child writes the marker (kMarked) and exits with 255.
+    // cannot be executed the child exits with 255.
     pid_t Start();
 
+    // After the end of the child: the errno for which a stream was not opened or the program not
+    // executed, else 0.
+    int ExecError() const noexcept { return *execError_.Get(); }
     const char* MarkerPath(pid_t pid) noexcept { return marker_.For(pid); }
 
   private:
@@ -59,9 +78,8 @@ class ChildProcess {
     void PrepareCandidates();
 
     [[noreturn]] void RunChild() noexcept;
-    void OpenStreams() const noexcept;
+    bool OpenStreams() const noexcept;
     int Execute() noexcept;
-    void WriteMarker(int errorNumber, const char* path) const noexcept;
 
     char* const* arguments_;
     std::vector<char*> environment_;
@@ -69,6 +87,7 @@ class ChildProcess {
     std::vector<std::string> candidates_;  // files to execute, in the order of the search
     std::vector<char*> shellArguments_;    // for a script that names no interpreter
     std::string stdinPath_, stdoutPath_, stderrPath_, workDir_;
+    SharedNumber execError_;
     MarkerName marker_;
 };
 

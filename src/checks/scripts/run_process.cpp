@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "base/loose_ends.h"
 #include "base/owners.h"
 #include "base/peer_watch.h"
+#include "base/platform.h"
 #include "base/platform_child.h"
 #include "checks/scripts/argument_list.h"
 
@@ -58,33 +60,44 @@ class Runner {
 
 // Waits for the end of the child and kills it when the time is up. The clock of the rule
 // "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
-// second for which it holds; a peer that has gone is a reason too. Returns false when the child
-// could not be killed; it is not reaped then.
+// second for which it holds; a peer that has gone is a reason too. A child that even then hangs in
+// the system is answered for as killed and reaped when it can be. Returns false when the child could
+// not be killed; it is not reaped then.
 bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
     auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
     if (timeoutMs == kNoTimeout) deadline = Clock::time_point::max();
     if (child.ReapBefore(deadline, status)) return true;
     WorkFor nobody(nullptr);  // the end of what was killed is waited for in any case
-    do {
-        if (kill(child.Pid(), SIGKILL) != 0) return false;
-        // The child leads a group of its own: what it has started goes with it.
-        kill(-child.Pid(), SIGKILL);
-    } while (!child.ReapBefore(Clock::now() + seconds(1), status));
+    if (kill(child.Pid(), SIGKILL) != 0) return false;
+    // The child leads a group of its own: what it has started goes with it.
+    kill(-child.Pid(), SIGKILL);
+    if (child.ReapBefore(Clock::now() + seconds(1), status)) return true;
+    LeaveRunning(child.Pid());
+    status = SIGKILL;
     return true;
 }
 
-// Looks for the marker that a child leaves when it cannot execute its program. Returns whether
-// there is one; then the reason is in `errorText` and the marker is gone.
+// Looks for the marker that a program leaves to tell why it ended with 255. Returns whether there
+// is one; then the reason is in `errorText` and the marker is gone. One that belongs to somebody
+// else, who has put it there to change the outcome, is none.
 bool TakeMarker(const char* path, VyString& errorText) {
     if (path == nullptr) return false;
     UniqueFd file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!file && errno == ENOENT) return false;
+    struct stat status {};
+    if (file ? fstat(file.Get(), &status) != 0 : lstat(path, &status) != 0) return false;
+    if (status.st_uid != geteuid()) return false;
     char line[254];
     ssize_t length = file ? read(file.Get(), line, sizeof line) : 0;
     unlink(path);
     std::string_view text(line, static_cast<size_t>(std::max<ssize_t>(length, 0)));
     errorText = text.empty() ? "exec error" : text.substr(0, text.find('\n'));
     return true;
+}
+
+void TellExecError(int error, VyString& errorText) {
+    char text[256];
+    SystemErrorText(error, text, sizeof text);
+    errorText = VyString::Concat("exec error: ", text);
 }
 
 }  // namespace
@@ -121,6 +134,10 @@ bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64
     // A program that was not to be waited for and died by a signal counts as exit code 0 here:
     // only the high byte of the status is looked at.
     int code = (status >> 8) & 0xff;
+    if (int error = child.ExecError(); error != 0) {
+        TellExecError(error, errorText);
+        return false;
+    }
     if (code == kExecFailed && TakeMarker(child.MarkerPath(pid), errorText)) return false;
     exitCode = code;
     return true;

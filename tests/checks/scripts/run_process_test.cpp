@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#ifdef __linux__
+#include <sys/mount.h>
+#endif
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -104,6 +107,39 @@ TEST_F(RunProcessTest, WhatCannotBeExecuted) {
     fs::remove(plain);
     EXPECT_TRUE(fs::is_empty(dir_.Path()));
 }
+
+TEST_F(RunProcessTest, NobodyElseTellsTheOutcome) {
+    // The failed exec is told also where no marker can be written.
+    int code = 0;
+    VyString error;
+    EXPECT_FALSE(RunProcessQuiet("/no/such/program", {}, dir_ / "none", kLong, code, error));
+    EXPECT_EQ(error, "exec error: No such file or directory");
+    if (geteuid() != 0) GTEST_SKIP() << "only root can leave what belongs to somebody else";
+    EXPECT_EQ(Run("sh -c 'f=$TMPDIR/tmpSzot-$$.txt; echo x >$f; chown 65534 $f; exit 255'"), "255");
+}
+
+#ifdef __linux__
+TEST_F(RunProcessTest, AWorkingDirectoryThatHangsDoesNotHoldUpTheTimeout) {
+    // A file system whose server never answers.
+    std::string hung = dir_ / "hung";
+    fs::create_directory(hung);
+    UniqueFd server(open("/dev/fuse", O_RDWR | O_CLOEXEC));
+    std::string options =
+        "fd=" + std::to_string(server.Get()) + ",rootmode=40000,user_id=0,group_id=0";
+    if (!server || mount("hung", hung.c_str(), "fuse", MS_NODEV, options.c_str()) != 0) {
+        GTEST_SKIP() << "no such file system can be mounted here";
+    }
+    int code = 0;
+    VyString error;
+    auto start = Clock::now();
+    EXPECT_FALSE(RunProcessQuiet("true", hung, dir_.Path(), 1000, code, error));
+    EXPECT_EQ(error, "abnormal termination");
+    EXPECT_LT(SecondsSince(start), 10);
+    umount2(hung.c_str(), MNT_DETACH);
+    server.Reset();
+    for (ReapFinishedChildren(); !NoChildIsLeft(); ReapFinishedChildren()) poll(nullptr, 0, 5);
+}
+#endif
 
 TEST_F(RunProcessTest, TheChildStartsClean) {
     // Dispositions and mask of the agent's thread, and a descriptor without close-on-exec.
@@ -213,7 +249,7 @@ TEST_F(RunProcessTest, WithoutFreeDescriptors) {
     taken.clear();
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_EQ(killed, "abnormal termination");
-    EXPECT_EQ(marked, "exec error");  // the reason cannot be read
+    EXPECT_EQ(marked, "exec error: No such file or directory");
     EXPECT_TRUE(fs::is_empty(dir_.Path()));
     EXPECT_EQ(result, "555");
     EXPECT_LT(took, 2.9);
