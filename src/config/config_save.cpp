@@ -28,6 +28,8 @@
 namespace zot {
 namespace {
 
+constexpr std::string_view kPasswordNotWhole = "Password does not fit into the configuration file";
+
 // A file under construction: it disappears again unless Keep is called.
 class NewFile {
   public:
@@ -162,7 +164,7 @@ class LineRewriter {
                           settings_.*key->flag ? '1' : '0');
             } else {
                 line_.Cut(static_cast<int32_t>(parts.valueAt));
-                AppendSetting(line_, *key, settings_);
+                AppendValueOf(*key);
             }
         }
         if (line_.At(line_.Length()) != '\n') line_.Append("\r\n");
@@ -177,7 +179,7 @@ class LineRewriter {
             Written(key) = true;
             line_ = key.name;
             line_.Append('=');
-            AppendSetting(line_, key, settings_);
+            AppendValueOf(key);
             line_.Append("\r\n");
             line = line_;
             return true;
@@ -185,13 +187,23 @@ class LineRewriter {
         return false;
     }
 
+    // Whether every line written so far with the password holds all of it.
+    bool PasswordIsWhole() const { return passwordIsWhole_; }
+
   private:
+    void AppendValueOf(const ConfigKey& key) {
+        size_t at = line_.View().size();
+        AppendSetting(line_, key, settings_);
+        if (key.text != &AgentSettings::password) return;
+        passwordIsWhole_ = passwordIsWhole_ && line_.View().substr(at) == settings_.password.View();
+    }
     std::vector<bool>::reference Written(const ConfigKey& key) {
         return written_[static_cast<size_t>(&key - ConfigKeys().data())];
     }
 
     const AgentSettings& settings_;
     VyString line_;
+    bool passwordIsWhole_ = true;
     std::vector<bool> written_ = std::vector<bool>(ConfigKeys().size());
 };
 
@@ -231,8 +243,11 @@ bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettin
                                          settings.loadError);
             return false;
         }
+        AgentSettings before = settings;
         change(settings);
-        return SaveConfig(settings, errorText);
+        bool saved = SaveConfig(settings, errorText);
+        if (errorText == kPasswordNotWhole) settings = std::move(before);
+        return saved;
     });
 }
 
@@ -256,6 +271,11 @@ bool SaveConfig(AgentSettings& settings, VyString& errorText) {
     for (std::string_view line; current.Next(line);) fresh.Append(rewriter.Rewrite(line));
     if (current.Failed()) return Fail(errorText, "Cannot open", path);
     for (std::string_view line; rewriter.NextMissing(line);) fresh.Append(line);
+    if (!rewriter.PasswordIsWhole()) {
+        // The next start would read another one and lock the server out.
+        errorText = kPasswordNotWhole;
+        return false;
+    }
     if (!fresh.Finish(like)) return Fail(errorText, "Cannot create new", fresh.Path());
 
     if (!PutInPlace(fresh.Path().Data(), path, VyString::Concat(path, ".Old").Terminate())) {

@@ -14,7 +14,8 @@ bool SaveConfig(AgentSettings& settings, VyString& errorText);
 
 // Changes the published settings and saves them in one step, under the configuration mutex; the
 // change counts also when the save fails. Refused, with nothing changed, as long as the last load
-// has failed: what is in force then must not take the place of a good file.
+// has failed (what is in force then must not take the place of a good file), and with a password of
+// which the file could not hold all.
 bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
                       VyString& errorText);
 

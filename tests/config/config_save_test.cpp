@@ -1,3 +1,5 @@
+#include "config/config_save.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -12,7 +14,6 @@
 #include <string>
 
 #include "config/config_file.h"
-#include "config/config_save.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -221,6 +222,39 @@ TEST_F(ConfigSave, KilledAtAnyMomentItLeavesAWholeFileInPlace) {
     EXPECT_GT(interrupted, 0) << "no kill hit a save";
     EXPECT_EQ(SaveConfig(settings_, error_), 1);  // whatever was left behind
     EXPECT_EQ(Saved(), whole);
+}
+
+TEST_F(ConfigSave, APasswordThatTheFileCannotHoldChangesNothing) {
+    const std::string content = "port=1\r\npassword=old\r\ncomment=old\r\n";
+    Load(content);
+    SettingsStore store;
+    store.Change([this](AgentSettings& settings) {
+        settings = settings_;
+        settings.loadError.Clear();  // there is no agent in this configuration
+        return true;
+    });
+    auto set = [&](const std::string& password) {
+        return SaveConfigLocked(
+            store,
+            [&](AgentSettings& settings) {
+                settings.password = password;
+                settings.comment = "new";
+            },
+            error_);
+    };
+    const std::string longest(1023 - strlen("password="), 'p');
+    for (const std::string& bad : {longest + "p", std::string("a\0b", 3)}) {
+        EXPECT_FALSE(set(bad));
+        EXPECT_EQ(error_, "Password does not fit into the configuration file");
+        EXPECT_EQ(store.Snapshot()->password, "old");
+        EXPECT_EQ(store.Snapshot()->comment, "old");
+        EXPECT_EQ(Saved(), content);
+        EXPECT_EQ(access(Other(".New").c_str(), F_OK), -1);
+    }
+    EXPECT_TRUE(set(longest));
+    LoadConfig(settings_, error_);
+    EXPECT_EQ(settings_.password, longest);
+    EXPECT_EQ(settings_.comment, "new");
 }
 
 }  // namespace
