@@ -1,6 +1,8 @@
 // zot, the remote monitoring agent: start-up in the order that an operator reads on the terminal.
 
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -77,6 +79,17 @@ bool Detach(zot::UniqueFd& parent) {
     return false;
 }
 
+// Whoever can write there can put files in the way of scripts and upgrades.
+void WarnOfSharedTmpDir(const zot::AgentSettings& settings, zot::Log& log) {
+    zot::VyString path(settings.tmpDir.Empty() ? std::string_view("/") : settings.tmpDir.View());
+    struct stat info {};
+    if (stat(path.Terminate(), &info) != 0) return;
+    const bool own = info.st_uid == geteuid() || info.st_uid == 0;
+    if (own && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0) return;
+    log.WriteLog(zot::LogKind::kFailure, 0, "Others can write to the temporary directory %s\n",
+                 path.Terminate());
+}
+
 // Everything up to the accept loop, which does not return; an exit code when it is not reached.
 int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     PrintBanner();
@@ -127,6 +140,7 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     pidFile.Write(*store.Snapshot(), log);
     handOver.Complete();
     parent.Reset();
+    WarnOfSharedTmpDir(*store.Snapshot(), log);
     log.WriteLogText(zot::LogKind::kStatus, 0, "Listening...\n");
     zot::Listener(services, std::move(socket), pidFile, arguments, descriptorLimit).Run();
 }

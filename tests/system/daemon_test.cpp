@@ -107,6 +107,17 @@ TEST(Daemon, ARequestThatReadsThePidFileDoesNotUnlockIt) {
     }
 }
 
+TEST(Daemon, TellsOfATemporaryDirectoryThatOthersCanWriteTo) {
+    TempDir lent;
+    for (auto [mode, told] : {std::pair(0700, false), {0770, true}, {01777, true}}) {
+        SetMode(lent.Path(), static_cast<unsigned>(mode));
+        AgentProcess agent({.settings = "tmpdir=" + lent.Path() + "\n"});
+        const std::string line =
+            " Others can write to the temporary directory " + lent.Path() + "\n";
+        EXPECT_EQ(agent.Output().find(line) != std::string::npos, told) << mode;
+    }
+}
+
 TEST(Daemon, QuitAnswersThenEndsAndRemovesThePidFile) {
     AgentProcess agent({.arguments = {"-d"}});
     client::Answer answer = agent.Ask("QUIT");
