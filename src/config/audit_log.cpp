@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "config/log.h"
+#include "config/log_file.h"
 
 namespace zot {
 namespace {

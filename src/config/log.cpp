@@ -1,13 +1,9 @@
 #include "config/log.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <limits.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/uio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,14 +12,16 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <span>
 #include <string>
 #include <utility>
 
-#include "base/owners.h"
+#include "base/platform.h"
 #include "base/vystring.h"
+#include "config/log_file.h"
 
 namespace zot {
 namespace {
@@ -129,42 +127,22 @@ std::string_view VerboseLog(const AgentSettings& settings) {
     return settings.verbose ? settings.verboseLogFile.View() : std::string_view();
 }
 
+// The files of a configuration; those that are off are empty.
+using LogPaths = std::array<std::string_view, 3>;
+constexpr size_t kSuccessPath = 0;
+constexpr size_t kFailurePath = 1;
+constexpr size_t kVerbosePath = 2;
+
+LogPaths PathsOf(const AgentSettings& settings) {
+    return {LogOfKind(settings, LogKind::kSuccess), LogOfKind(settings, LogKind::kFailure),
+            VerboseLog(settings)};
+}
+
 // Most agents run without any log for most kinds: such a line costs no clock and no formatting.
 bool IsWanted(const AgentSettings& settings, LogKind kind) {
     if (kind == LogKind::kTrace && !settings.debug) return false;
     return settings.interactive || !LogOfKind(settings, kind).empty() ||
            !VerboseLog(settings).empty();
-}
-
-// The file that a path names: one without a directory stands beside the configuration file. The
-// directory of that brings its "/" along, so the path holds two in a row. False if it is too long.
-bool ResolveLogPath(const AgentSettings& settings, std::string_view path, char (&full)[PATH_MAX]) {
-    std::string_view directory;
-    if (path.find('/') == std::string_view::npos) {
-        std::string_view config(settings.configPath);
-        directory = config.substr(0, config.rfind('/') + 1);
-    }
-    if (directory.size() + path.size() + 2 > sizeof(full)) return false;
-    char* end = std::copy(directory.begin(), directory.end(), full);
-    if (!directory.empty()) *end++ = '/';
-    *std::copy(path.begin(), path.end(), end) = '\0';
-    return true;
-}
-
-// Appends the parts to the file in one write, so that another process that appends cuts no line in
-// two.
-void Append(const AgentSettings& settings, std::string_view path, std::span<const iovec> parts) {
-    char full[PATH_MAX];
-    if (path.empty() || parts.empty() || !ResolveLogPath(settings, path, full)) return;
-    // Neither a named pipe without a reader nor a terminal that is held up may stop the agent.
-    UniqueFd fd(
-        open(full, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0640));
-    struct stat info {};
-    if (!fd || fstat(fd.Get(), &info) != 0) return;
-    if (!S_ISREG(info.st_mode) && !S_ISCHR(info.st_mode)) return;
-    [[maybe_unused]] ssize_t written =
-        parts.size() == 1 ? write(fd.Get(), parts[0].iov_base, parts[0].iov_len)
-                          : writev(fd.Get(), parts.data(), static_cast<int>(parts.size()));
 }
 
 // Parts of a text, where neighbours grow together.
@@ -194,12 +172,6 @@ void AddressToText(uint32_t address, char* buffer, size_t size) {
     char text[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &address, text, sizeof(text));
     *std::copy_n(text, std::min(strlen(text), size - 1), buffer) = '\0';
-}
-
-void AppendLogLine(const AgentSettings& settings, std::string_view path, std::string_view line) {
-    KeepErrno keeper;
-    const iovec whole = {const_cast<char*>(line.data()), line.size()};
-    if (!line.empty()) Append(settings, path, {&whole, 1});
 }
 
 Log::Log(SettingsStore& settings) : settings_(settings) {
@@ -319,7 +291,7 @@ void LogBatch::Write() noexcept {
         for (const Line& line : std::span(lines_).first(settings_->interactive ? count_ : 0)) {
             log_.console_.Write(ConsoleLine(line));
         }
-        WriteFiles(*settings_);
+        log_.TellOfBrokenLogs(*settings_, WriteFiles(*settings_));
     }
     count_ = 0;
     used_ = 0;
@@ -344,20 +316,64 @@ std::string_view LogBatch::ConsoleLine(const Line& line) noexcept {
     return {consoleLine_, text.View().copy(consoleLine_, sizeof consoleLine_)};
 }
 
-void LogBatch::WriteFiles(const AgentSettings& settings) const noexcept {
-    const std::string_view all = VerboseLog(settings);
-    const std::string_view paths[] = {LogOfKind(settings, LogKind::kSuccess),
-                                      LogOfKind(settings, LogKind::kFailure), all};
-    for (size_t at = 0; at < std::size(paths); ++at) {
+LogBatch::Errors LogBatch::WriteFiles(const AgentSettings& settings) const noexcept {
+    const LogPaths paths = PathsOf(settings);
+    const std::string_view all = paths[kVerbosePath];
+    Errors errors;
+    errors.fill(kNotTried);
+    for (size_t at = 0; at < paths.size(); ++at) {
         // Logs that are one file get their lines in the order in which they were made.
-        if (std::find(paths, paths + at, paths[at]) != paths + at) continue;
+        if (std::find(paths.begin(), paths.begin() + at, paths[at]) != paths.begin() + at) continue;
         Parts<2 * kMostLines> parts;
         for (const Line& line : std::span(lines_).first(count_)) {
             const size_t size = std::min<size_t>(line.size, kLongestLine);
             if (LogOfKind(settings, line.kind) == paths[at]) parts.Add(text_ + line.start, size);
             if (all == paths[at]) parts.Add(text_ + line.start, size);
         }
-        Append(settings, paths[at], parts.View());
+        if (paths[at].empty() || parts.View().empty()) continue;
+        errors[at] = AppendToLog(settings, paths[at], parts.View());
+    }
+    return errors;
+}
+
+void Log::TellOfBrokenLogs(const AgentSettings& settings, std::span<const int> errors) noexcept {
+    const LogPaths paths = PathsOf(settings);
+    for (size_t at = 0; at < paths.size(); ++at) {
+        if (errors[at] == LogBatch::kNotTried) continue;
+        // Of each file once, until it was written again.
+        const size_t name = errors[at] == 0 ? 0 : std::hash<std::string_view>()(paths[at]);
+        if (std::exchange(toldOf_[at], name) != name && name != 0) {
+            TellOfBrokenLog(settings, paths[at], errors[at]);
+        }
+    }
+}
+
+// On the first of the other logs that takes it, and on the console.
+void Log::TellOfBrokenLog(const AgentSettings& settings, std::string_view path,
+                          int error) noexcept {
+    char reason[256];
+    SystemErrorText(error, reason, sizeof reason);
+    int32_t utcOffset = 0;
+    LineText line;
+    const size_t timeAt = PutStamp(line, LocalTime(time(nullptr), utcOffset));
+    line.Put(kOwnAddress);
+    for (std::string_view part :
+         {std::string_view("\t Cannot write log "), path, std::string_view(": "),
+          std::string_view(reason), std::string_view("\n")}) {
+        line.Put(part);
+    }
+    if (settings.interactive) {
+        LineText console;
+        console.Put(kConsoleStart);
+        console.Put(line.View().substr(timeAt));
+        console_.Write(console.View());
+    }
+    const std::string_view text = line.View();
+    const iovec whole = {const_cast<char*>(text.data()), text.size()};
+    const LogPaths paths = PathsOf(settings);
+    for (size_t other : {kFailurePath, kVerbosePath, kSuccessPath}) {
+        if (paths[other].empty() || paths[other] == path) continue;
+        if (AppendToLog(settings, paths[other], {&whole, 1}) == 0) return;
     }
 }
 

@@ -3,14 +3,13 @@
 // no reader ever sees half a line.
 #pragma once
 
-#include <sys/uio.h>
-
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <mutex>
+#include <span>
 #include <string_view>
 
 #include "config/console.h"
@@ -55,9 +54,12 @@ class Log {
     friend class LogBatch;
     void WriteLine(SettingsSnapshot settings, LogKind kind, uint32_t clientAddress,
                    std::string_view message);
+    void TellOfBrokenLogs(const AgentSettings& settings, std::span<const int> errors) noexcept;
+    void TellOfBrokenLog(const AgentSettings& settings, std::string_view path, int error) noexcept;
 
     SettingsStore& settings_;
-    std::mutex logMutex_;  // the console and the files: all show the same order
+    std::mutex logMutex_;             // the console and the files: all show the same order
+    std::array<size_t, 3> toldOf_{};  // by log, under logMutex_: the broken file, hashed, or 0
     Console console_;
     // Seconds east of UTC when the last line was written: a signal handler may not ask.
     std::atomic<int32_t> utcOffset_{0};
@@ -92,7 +94,10 @@ class LogBatch {
     void Write() noexcept;
     void WriteFromSignal() noexcept;
     std::string_view ConsoleLine(const Line& line) noexcept;
-    void WriteFiles(const AgentSettings& settings) const noexcept;
+    // By log: kNotTried, or what AppendToLog has returned.
+    static constexpr int kNotTried = -1;
+    using Errors = std::array<int, 3>;
+    Errors WriteFiles(const AgentSettings& settings) const noexcept;
     void Put(std::string_view text) noexcept;
 
     Log& log_;
@@ -110,10 +115,5 @@ class LogBatch {
     char consoleLine_[512];
     size_t used_ = 0;
 };
-
-// Appends one finished line to a file, which is created if needed. A path without "/" is placed
-// beside the configuration file. Gives up silently, also where a write could make the agent wait.
-// Async-signal-safe.
-void AppendLogLine(const AgentSettings& settings, std::string_view path, std::string_view line);
 
 }  // namespace zot

@@ -1,9 +1,11 @@
 #include "config/log.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/owners.h"
+#include "config/log_file.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -138,10 +142,35 @@ TEST_F(LogFile, PathsAndPlacesThatAreNoFiles) {
     std::string fifo = dir_ / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     AppendLogLine(settings, "fifo", "no reader, no waiting");
+    UniqueFd reader(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    AppendLogLine(settings, "fifo", "to a reader\n");
+    char text[64] = "";
+    EXPECT_EQ(read(reader.Get(), text, sizeof text), 12);
+    EXPECT_STREQ(text, "to a reader\n");
     AppendLogLine(settings, "/dev/null", "x");
     AppendLogLine(settings, "beside", "1\n");
     AppendLogLine(settings, "beside", "2\n");
     EXPECT_EQ(Read("beside"), "1\n2\n");
+}
+
+TEST_F(LogFile, ABrokenLogIsToldOnceOnAnother) {
+    Log log(store_);
+    const std::string told = "[now]\t zot\t\t Cannot write log ok: Is a directory\n";
+    mkdir((dir_ / "ok").c_str(), 0700);
+    Set([](AgentSettings& settings) { settings.logSuccess = settings.logFails = true; });
+    log.WriteLogText(LogKind::kSuccess, 0, "1\n");
+    EXPECT_EQ(WithoutTime(Read("bad")), told);
+    log.WriteLogText(LogKind::kSuccess, 0, "2\n");
+    EXPECT_EQ(WithoutTime(Read("bad")), told) << "once";
+    rmdir((dir_ / "ok").c_str());
+    log.WriteLogText(LogKind::kSuccess, 0, "3\n");
+    EXPECT_EQ(WithoutTime(Read("ok")), "[now]\t zot\t\t 3\n");
+    // The log of failures itself is told on the log of successes, where there is no verbose log.
+    mkdir((dir_ / "broken").c_str(), 0700);
+    Set([](AgentSettings& settings) { settings.badLogFile = "broken"; });
+    unlink((dir_ / "ok").c_str());
+    log.WriteLogText(LogKind::kFailure, 0, "4\n");
+    EXPECT_EQ(WithoutTime(Read("ok")), "[now]\t zot\t\t Cannot write log broken: Is a directory\n");
 }
 
 TEST_F(LogFile, LinesOfManyThreadsStayWhole) {
