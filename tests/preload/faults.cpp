@@ -9,6 +9,7 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,7 +17,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+
+extern char* __progname;
 
 namespace {
 
@@ -34,7 +38,11 @@ constinit FaultControl* control = &none;
     if (found.load() == nullptr) found.store(dlsym(RTLD_NEXT, #name)); \
     auto* const real = reinterpret_cast<decltype(&::name)>(found.load());
 
+// Programs that the agent starts inherit the library, but no faults.
+bool IsAgent() { return std::strcmp(__progname, "zot") == 0; }
+
 __attribute__((constructor)) void Attach() {
+    if (!IsAgent()) return;
     const char* path = getenv(zot::test::kFaultControlVariable);
     int fd = path == nullptr ? -1 : openat(AT_FDCWD, path, O_RDWR | O_CLOEXEC);
     if (fd < 0) return;
@@ -116,12 +124,68 @@ void* realloc(void* memory, size_t size) AS_DECLARED(realloc(memory, size)) {
     return Fails(control->memory) ? nullptr : real(memory, size);
 }
 
+int openat(int folder, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    auto mode = static_cast<mode_t>((flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0);
+    va_end(arguments);
+    REAL(openat)
+    return Fails(control->open) ? -1 : real(folder, path, flags, mode);
+}
+
 int open(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
     auto mode = static_cast<mode_t>((flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0);
     va_end(arguments);
-    return Fails(control->open) ? -1 : openat(AT_FDCWD, path, flags, mode);
+    return openat(AT_FDCWD, path, flags, mode);
+}
+
+dirent* readdir(DIR* folder) {
+    REAL(readdir)
+    return Fails(control->list) ? nullptr : real(folder);
+}
+
+int stat(const char* path, struct stat* status) AS_DECLARED(stat(path, status)) {
+    REAL(stat)
+    return Fails(control->look) ? -1 : real(path, status);
+}
+
+int lstat(const char* path, struct stat* status) AS_DECLARED(lstat(path, status)) {
+    REAL(lstat)
+    return Fails(control->look) ? -1 : real(path, status);
+}
+
+int fstatat(int folder, const char* path, struct stat* status, int flags)
+    AS_DECLARED(fstatat(folder, path, status, flags)) {
+    REAL(fstatat)
+    return Fails(control->look) ? -1 : real(folder, path, status, flags);
+}
+
+int fstat(int fd, struct stat* status) AS_DECLARED(fstat(fd, status)) {
+    REAL(fstat)
+    return Fails(control->fstat) ? -1 : real(fd, status);
+}
+
+void* mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset)
+    AS_DECLARED(mmap(address, size, protection, flags, fd, offset)) {
+    REAL(mmap)
+    return Fails(control->map) ? MAP_FAILED : real(address, size, protection, flags, fd, offset);
+}
+
+int fsync(int fd) {
+    REAL(fsync)
+    return Fails(control->sync) ? -1 : real(fd);
+}
+
+int rename(const char* from, const char* to) AS_DECLARED(rename(from, to)) {
+    REAL(rename)
+    return Fails(control->rename) ? -1 : real(from, to);
+}
+
+int pipe2(int* ends, int flags) AS_DECLARED(pipe2(ends, flags)) {
+    REAL(pipe2)
+    return Fails(control->pipe) ? -1 : real(ends, flags);
 }
 
 FILE* fopen(const char* path, const char* mode) {
@@ -137,6 +201,11 @@ DIR* opendir(const char* path) {
 ssize_t read(int fd, void* buffer, size_t size) {
     REAL(read)
     return MayMove(control->read, size) ? real(fd, buffer, size) : -1;
+}
+
+ssize_t pread(int fd, void* buffer, size_t size, off_t offset) {
+    REAL(pread)
+    return MayMove(control->read, size) ? real(fd, buffer, size, offset) : -1;
 }
 
 ssize_t write(int fd, const void* buffer, size_t size) {

@@ -42,8 +42,15 @@ struct FaultControl {
     std::atomic<bool> crashInLocaltime{false};   // the log calls it while it holds its lock
 
     CallFault memory;  // malloc and realloc
-    CallFault open;    // open, fopen and opendir
-    CallFault read;
+    CallFault open;    // open, openat, fopen and opendir
+    CallFault list;    // readdir
+    CallFault look;    // stat, lstat and fstatat
+    CallFault fstat;
+    CallFault map;  // mmap
+    CallFault sync;
+    CallFault rename;
+    CallFault pipe;
+    CallFault read;  // and pread
     CallFault write;
     CallFault fork;  // and vfork
     CallFault thread;

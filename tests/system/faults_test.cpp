@@ -15,6 +15,7 @@
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
 #include "tests/support/fault_injection.h"
+#include "tests/support/loopback.h"
 #include "tests/support/process_info.h"
 
 namespace zot::test {
@@ -142,33 +143,94 @@ TEST_F(Faults, EveryAllocationMayFail) {
     ExpectUnharmed();
 }
 
+// Requests whose answer is known, so that a wrong one shows: each call that they make fails once,
+// one after the other. What is told then is either right or that it failed.
 TEST_F(Faults, EveryCallMayFail) {
-    Start();
+    TempDir lent;
+    fs::create_directories(lent / "tree/below/deep");
+    for (const char* file : {"tree/a", "tree/below/b", "tree/below/deep/c"}) {
+        lent.Write(file, "content of a file\n");
+        fs::permissions(lent / file, fs::perms::all);
+    }
+    const std::string tree = lent / "tree";
+    const std::string log = lent.Write("log", "one\ntwo\n");
+    Loopback listener(SOCK_STREAM, 512);
     const struct {
-        CallFault& fault;
-        std::vector<int> errors;
-    } cases[] = {
-        {faults_->open, {EMFILE, EACCES, EINTR, EIO}},
-        {faults_->read, {EIO, EINTR, kShort}},
-        {faults_->write, {ENOSPC, EIO, EINTR, kShort}},
-        {faults_->fork, {EAGAIN, ENOMEM}},
-        {faults_->poll, {EINTR, ENOMEM}},
-        {faults_->receive, {EINTR, ECONNRESET, kShort}},
-        {faults_->socket, {EMFILE, ENOBUFS}},
-        {faults_->send, {EPIPE, ECONNRESET, ENOBUFS, kShort}},
+        Request request;
+        size_t compared;  // lines of the answer that are the same every time
+    } asked[] = {
+        {{"SetSettings", {"Comment=kept"}}, 9},
+        {{"GetSettings", {}}, 1},
+        {{"TEST-FolderSize", {tree, "1"}}, 9},
+        {{"TEST-CountFiles", {tree, "*", "1", "0", "0"}}, 9},
+        {{"TEST-FileExists", {tree + "/%newestfolder%/b", "", "", "", "", "", "1"}}, 4},
+        {{"TEST-FileHash", {tree + "/a", "1", "0"}}, 9},
+        {{"TEST-FileCompare", {"1", tree + "/a", tree + "/below/b", "0", "0", "1"}}, 9},
+        {{"TEST-TextLog", {log, "two", "4", "4", "1", "0", "1", "0", "1"}}, 9},
+        {{"TEST-ExternalPrg", {"sh -c 'exit 7'", "", "", "9000"}}, 9},
+        {{"TEST-ShellScript", {"sh %script% ", "echo scriptres:1", "0", "9", "3"}}, 9},
+        {{"TEST-TCP", {"localhost", std::to_string(listener.Port()), "9000", "", "0"}}, 0},
     };
-    for (const auto& [fault, errors] : cases) {
-        for (int error : errors) {
-            for (const Request& request : kRequests) {
-                // Now and then only, and then every time for a while.
-                fault.Fail(error, 1, 1);
-                TryAsk(request);
-                fault.Fail(error, 20);
-                TryAsk(request);
-                fault.Stop();
+    const struct {
+        const char* name;
+        CallFault FaultControl::*fault;
+        std::vector<int> errors;
+        bool keepsConnection = true;  // the answer still comes
+    } calls[] = {
+        {"open", &FaultControl::open, {EMFILE, EINTR, EIO}},
+        {"read", &FaultControl::read, {EIO, EINTR, kShort}},
+        {"readdir", &FaultControl::list, {EIO}},
+        {"stat", &FaultControl::look, {EIO, ENOMEM}},
+        {"fstat", &FaultControl::fstat, {EIO}},
+        {"mmap", &FaultControl::map, {ENOMEM}},
+        {"write", &FaultControl::write, {ENOSPC, EIO, EINTR, kShort}},
+        {"fsync", &FaultControl::sync, {EIO}},
+        {"rename", &FaultControl::rename, {EIO}},
+        {"pipe", &FaultControl::pipe, {EMFILE}},
+        {"fork", &FaultControl::fork, {EAGAIN, ENOMEM}},
+        {"socket", &FaultControl::socket, {EMFILE, ENOBUFS}},
+        {"clone", &FaultControl::thread, {EAGAIN}, false},
+        {"poll", &FaultControl::poll, {EINTR, ENOMEM}, false},
+        {"accept", &FaultControl::accept, {ECONNABORTED, EINTR}, false},
+        {"recv", &FaultControl::receive, {EINTR, ECONNRESET, kShort}, false},
+        {"send", &FaultControl::send, {EPIPE, ECONNRESET, ENOBUFS, kShort}, false},
+    };
+    Start();
+    for (const auto& [request, compared] : asked) {
+        client::Answer right = agent_->Ask(request.command, request.params);
+        EXPECT_EQ(right.code, "200") << request.command;
+        right.lines.resize(std::min(right.lines.size(), compared));
+        const std::string config = ReadFile(agent_->ConfigPath());
+        for (const auto& call : calls) {
+            CallFault& fault = (*faults_.operator->()).*call.fault;
+            for (int error : call.errors) {
+                for (int nth = 0; nth < 20; ++nth) {
+                    const std::string what = std::string(request.command) + ", " + call.name +
+                                             " number " + std::to_string(nth) + ", error " +
+                                             std::to_string(error);
+                    const int64_t before = fault.hits.load();
+                    client::Answer answer;
+                    fault.Fail(error, 1, nth);
+                    bool answered =
+                        test::TryAsk(agent_->Target(), request.command, request.params, &answer);
+                    fault.Stop();
+                    EXPECT_TRUE(answered || !call.keepsConnection) << what;
+                    bool failed = answer.code == "300" || answer.code == "301";
+                    if (answered && !failed) {
+                        answer.lines.resize(std::min(answer.lines.size(), compared));
+                        EXPECT_EQ(answer.code, right.code) << what;
+                        EXPECT_EQ(answer.lines, right.lines) << what;
+                    }
+                    EXPECT_EQ(ReadFile(agent_->ConfigPath()), config) << what;
+                    if (fault.hits.load() == before) break;
+                }
             }
         }
-        EXPECT_GT(fault.hits.load(), 0) << &fault - &faults_->memory;
+    }
+    for (const auto& call : calls) {
+        // Nothing that a request needs is made by a pipe.
+        bool used = call.fault != &FaultControl::pipe;
+        EXPECT_EQ(((*faults_.operator->()).*call.fault).hits.load() > 0, used) << call.name;
     }
     ExpectUnharmed();
 }
