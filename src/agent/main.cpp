@@ -17,6 +17,7 @@
 #include "agent/listener.h"
 #include "agent/self_check.h"
 #include "agent/signals.h"
+#include "base/children.h"
 #include "base/descriptor_limit.h"
 #include "base/owners.h"
 #include "base/platform.h"
@@ -140,6 +141,7 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     pidFile.Write(*store.Snapshot(), log);
     handOver.Complete();
     parent.Reset();
+    zot::ExpectForeignChildren();
     WarnOfSharedTmpDir(*store.Snapshot(), log);
     log.WriteLogText(zot::LogKind::kStatus, 0, "Listening...\n");
     zot::Listener(services, std::move(socket), pidFile, arguments, descriptorLimit).Run();

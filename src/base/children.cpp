@@ -1,20 +1,30 @@
 #include "base/children.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 
+#include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <vector>
+
+#include "base/loose_ends.h"
+#include "base/platform_child.h"
 
 namespace zot {
 namespace {
 
-// Children that nobody waits for. Only these are reaped by the main loop: a wait for any child
-// would take the status away from a session that waits for its own.
+// Children that nobody waits for. Of its own children the main loop reaps only these: a wait for
+// any child would take the status away from a session that waits for its own.
 class LeftRunning {
   public:
     void Add(pid_t pid) {
         std::lock_guard<std::mutex> lock(mutex_);
         children_.push_back(pid);
+    }
+    bool Has(pid_t pid) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return std::find(children_.begin(), children_.end(), pid) != children_.end();
     }
     void Reap() {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -29,10 +39,32 @@ class LeftRunning {
 // Never destroyed: sessions leave children while the process ends.
 LeftRunning& leftRunning = *new LeftRunning;
 
+std::atomic<bool> foreignExpected{false};
+
+// Looks at a child that has ended and leaves its status where it is; 0 when there is none, -1 when
+// there is no child at all.
+pid_t PeekAtFinished() {
+    siginfo_t info{};
+    if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) != 0) return -1;
+    return info.si_pid;
+}
+
+// Stops at a child that is not foreign: whoever waits for it takes it away before the next look.
+void ReapForeignChildren() {
+    for (pid_t pid; (pid = PeekAtFinished()) > 0;) {
+        if (leftRunning.Has(pid) || !ReapUnlessWatched(pid)) return;
+    }
+}
+
 }  // namespace
 
 void LeaveRunning(pid_t pid) { leftRunning.Add(pid); }
 
-void ReapFinishedChildren() { leftRunning.Reap(); }
+void ExpectForeignChildren() { foreignExpected = AdoptsOrphans() || PeekAtFinished() >= 0; }
+
+void ReapFinishedChildren() {
+    leftRunning.Reap();
+    if (foreignExpected) ReapForeignChildren();
+}
 
 }  // namespace zot

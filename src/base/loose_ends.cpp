@@ -25,6 +25,7 @@ struct LooseEnds {
     bool ending = false;
     int making = 0;
     std::vector<pid_t> children;  // not reaped yet
+    std::vector<pid_t> detached;  // likewise, of those that go on
     int watched = 0;              // requests that wait for one of them
     std::vector<std::string> files;
 };
@@ -53,15 +54,21 @@ Making::~Making() {
 }
 
 WatchedChild::WatchedChild(pid_t pid, Fate fate) : pid_(pid), fate_(fate) {
-    if (fate_ == Fate::kGoesOn) return;
     Lock lock(looseEndsMutex);
+    if (fate_ == Fate::kGoesOn) {
+        ends.detached.push_back(pid_);
+        return;
+    }
     ends.children.push_back(pid_);
     ++ends.watched;
 }
 
 WatchedChild::~WatchedChild() {
-    if (fate_ == Fate::kGoesOn) return;
     Lock lock(looseEndsMutex);
+    if (fate_ == Fate::kGoesOn) {
+        std::erase(ends.detached, pid_);
+        return;
+    }
     std::erase(ends.children, pid_);
     --ends.watched;
     ends.changed.notify_all();
@@ -79,7 +86,17 @@ bool WatchedChild::Reap(int& status) {
     if (result == 0) return false;
     if (result < 0) status = SIGKILL;
     std::erase(ends.children, pid_);
+    std::erase(ends.detached, pid_);
     return true;
+}
+
+bool ReapUnlessWatched(pid_t pid) {
+    // Under the mutex no child comes up that could get the number of this one.
+    Lock lock(looseEndsMutex);
+    for (const std::vector<pid_t>* known : {&ends.children, &ends.detached}) {
+        if (std::find(known->begin(), known->end(), pid) != known->end()) return false;
+    }
+    return ends.making == 0 && waitpid(pid, nullptr, WNOHANG) == pid;
 }
 
 void RememberFile(std::string_view path) {

@@ -42,6 +42,10 @@ class WatchedChild {
     const Fate fate_;
 };
 
+// Reaps a child that has ended, unless it is one that somebody watches or that is being made. False
+// when it is left alone.
+bool ReapUnlessWatched(pid_t pid);
+
 // A file that goes with the agent.
 // REQUIRES: a Making stands on this thread.
 void RememberFile(std::string_view path);

@@ -11,6 +11,10 @@ namespace zot {
 // Returns true when it has ended.
 bool WaitChild(pid_t pid, int timeoutMs);
 
+// Whether the system makes the orphans among this process's descendants its children: it is the first
+// process, of a container for example, or has asked for them.
+bool AdoptsOrphans();
+
 // Closes every descriptor from `first` on; does nothing, and returns false, where the system cannot
 // do that in one call. Async-signal-safe.
 bool CloseDescriptorsFrom(int first) noexcept;

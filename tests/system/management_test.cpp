@@ -1,6 +1,7 @@
 // Settings, port switching and restart of a running agent.
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <string>
@@ -85,6 +86,16 @@ TEST(Management, ARestartKeepsArgumentsAndNothingElse) {
     EXPECT_EQ(daemon.Ask("ReloadApp").code, "200");
     EXPECT_TRUE(WaitUntil([&] { return daemon.Pid() != 0 && daemon.Pid() != before; }));
     EXPECT_TRUE(WaitUntil([&] { return Answers(daemon.Target()); }));
+}
+
+TEST(Management, ARestartReapsWhatItsPredecessorLeft) {
+    AgentProcess agent;
+    std::string pidFile = agent.Dir() / "child";
+    std::string command = "sh -c 'echo $$ >" + pidFile + "; sleep 3'";
+    EXPECT_EQ(agent.Ask("TEST-ExternalPrg", {command, "", "", "-1"}).code, "200");
+    const pid_t child = std::stoi(ReadFile(pidFile));
+    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
+    EXPECT_TRUE(WaitUntil([child] { return kill(child, 0) != 0; })) << "a process without an end";
 }
 
 TEST(Management, AFailedRestartLeavesTheListenerClosed) {

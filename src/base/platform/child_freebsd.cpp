@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/event.h>
 #include <sys/mman.h>
+#include <sys/procctl.h>
 #include <sys/syscall.h>
 #include <sys/sysctl.h>
 #include <sys/user.h>
@@ -87,6 +88,12 @@ bool WaitChild(pid_t pid, int timeoutMs) {
             nanosleep(&limit, nullptr);
         }
     }
+}
+
+bool AdoptsOrphans() {
+    procctl_reaper_status status{};
+    return getpid() == 1 || (procctl(P_PID, getpid(), PROC_REAP_STATUS, &status) == 0 &&
+                             (status.rs_flags & REAPER_STATUS_OWNED) != 0);
 }
 
 bool CloseDescriptorsFrom(int first) noexcept {

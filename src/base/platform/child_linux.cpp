@@ -84,6 +84,11 @@ bool WaitChild(pid_t pid, int timeoutMs) {
     }
 }
 
+bool AdoptsOrphans() {
+    int asked = 0;
+    return getpid() == 1 || (prctl(PR_GET_CHILD_SUBREAPER, &asked) == 0 && asked != 0);
+}
+
 bool CloseDescriptorsFrom(int first) noexcept {
     return syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0;
 }

@@ -6,11 +6,13 @@
 #include <signal.h>
 #ifdef __linux__
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #endif
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -137,7 +139,22 @@ TEST_F(RunProcessTest, AWorkingDirectoryThatHangsDoesNotHoldUpTheTimeout) {
     EXPECT_LT(SecondsSince(start), 10);
     umount2(hung.c_str(), MNT_DETACH);
     server.Reset();
-    for (ReapFinishedChildren(); !NoChildIsLeft(); ReapFinishedChildren()) poll(nullptr, 0, 5);
+    while (!NoChildIsLeft()) ReapFinishedChildren();
+}
+
+TEST_F(RunProcessTest, OrphansAreReapedButNoStatusIsStolen) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    ExpectForeignChildren();
+    std::atomic<bool> done{false};
+    std::thread mainLoop([&done] {
+        while (!done) ReapFinishedChildren();
+    });
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(Run("sh -c '(true &) ; exit 7'"), "7");
+    done = true;
+    mainLoop.join();
+    while (waitid(P_ALL, 0, nullptr, WEXITED | WNOHANG | WNOWAIT) == 0) ReapFinishedChildren();
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+    ExpectForeignChildren();
 }
 #endif
 
