@@ -8,8 +8,8 @@
 
 #include "client/agent_socket.h"
 #include "client/engine.h"
-#include "client/reply_receiver.h"
 #include "client/name_lookup.h"
+#include "client/reply_receiver.h"
 
 namespace zot::client {
 namespace {

@@ -16,8 +16,8 @@
 
 #include "base/owners.h"
 #include "client/engine.h"
-#include "client/reply_receiver.h"
 #include "client/name_lookup.h"
+#include "client/reply_receiver.h"
 
 namespace zot::client {
 

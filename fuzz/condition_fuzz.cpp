@@ -33,7 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (Unquote(parser.output.ItemView(i)) == "%data%") parser.output.Replace(i, line);
     }
     VyString literalError;
-    if (EvaluateCondition(parser, literalError) != result) std::abort();
+    if (ConditionProgram(parser.output).Evaluate(literalError) != result) std::abort();
     if (literalError != errorText) std::abort();
     return 0;
 }

@@ -9,8 +9,9 @@
 
 #include "checks/logs/line_matcher.h"
 #include "expr/condition.h"
+#include "expr/expression_parser.h"
 #include "expr/find_text.h"
-#include "expr/search.h"
+#include "tests/support/expressions.h"
 
 namespace zot::fuzz {
 
@@ -19,8 +20,8 @@ inline int64_t PlainMatch(std::string_view line, const LogCriterion& criterion) 
         return FindText(line, criterion.text, criterion.caseSensitive, criterion.wholeWord);
     }
     if (criterion.kind == LogCriterion::Kind::kSearch) {
-        return EvaluateSearchText(line, criterion.text, criterion.caseSensitive,
-                                  criterion.wholeWord);
+        return test::EvaluateSearchText(line, criterion.text, criterion.caseSensitive,
+                                        criterion.wholeWord);
     }
     ExpressionParser parser(ConditionOperatorTable);
     std::string_view rest = criterion.text;
@@ -29,7 +30,7 @@ inline int64_t PlainMatch(std::string_view line, const LogCriterion& criterion) 
         if (parser.output[i] == "'%data%'") parser.output.Replace(i, line);
     }
     VyString errorText;
-    return EvaluateCondition(parser, errorText);
+    return ConditionProgram(parser.output).Evaluate(errorText);
 }
 
 struct PlainScan {

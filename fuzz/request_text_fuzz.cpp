@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view rest = text;
     std::string_view line;
     std::string_view before;
-    for (; number < std::min(64, LineCount(text)); ++number) {
+    const auto lines = static_cast<int32_t>(std::count(text.begin(), text.end(), '\n'));
+    for (; number < std::min(64, lines); ++number) {
         std::string_view expected = GetLine(text, number + 1);
         if (expected.data() == before.data()) continue;
         before = expected;
@@ -25,7 +26,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::string_view raw = TrimView(RawLine(text, number + 1));
         if (!raw.empty() && static_cast<signed char>(raw.front()) >= 33) fuzz::Require(raw == line);
     }
-    if (number == LineCount(text)) fuzz::Require(!NextLine(rest, line));
     std::string_view name = RawLine(text, 1);
     std::string_view value = GetValue(text, name);
     fuzz::Require(value == TrimView(value));

@@ -272,8 +272,8 @@ void Front::Wait(Connection& connection) {
 void Front::Reject(Connection& connection) {
     services_.log.WriteLogText(LogKind::kStatus, connection.peer.address,
                                "<-- Invalid QX request received\n");
-    services_.control.auditLog.NoteStranger(*services_.settings.Snapshot(),
-                                            connection.peer.address, MonotonicSeconds());
+    services_.control.auditLog.NoteStranger(*services_.settings.Snapshot(), connection.peer.address,
+                                            MonotonicSeconds());
     Close(connection, services_.log);
 }
 

@@ -146,8 +146,7 @@ void Session::TakeUpgradeBytes(std::string_view bytes) {
         reply.Start("300", errorText);
     }
     services_.control.auditLog.NoteRequest(*services_.settings.Snapshot(), connection_.peer.address,
-                                           "UpgradeCode-end", reply.Code(),
-                                           MonotonicMs() - begun_);
+                                           "UpgradeCode-end", reply.Code(), MonotonicMs() - begun_);
     Send(std::move(reply));
 }
 

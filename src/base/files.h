@@ -25,6 +25,12 @@ inline bool IsRegularFile(const char* path) {
 // is no regular file.
 UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags = 0);
 
+// Whether the path leads to a directory, also through links.
+inline bool IsDirectory(const char* path) {
+    struct stat info {};
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 // A block to read into: set to nothing, since it is written before it is read.
 template <typename Byte>
 std::unique_ptr<Byte[]> ReadBuffer(size_t size) {

@@ -202,21 +202,11 @@ std::string_view VyString::FieldView(int32_t n, char separator) const noexcept {
     return FieldOf(View(), n, separator);
 }
 
-int32_t VyString::LastDelimiter(std::string_view set) const noexcept {
-    return static_cast<int32_t>(OneBased(View().find_last_of(set)));
-}
-
 void VyString::CopyToBuffer(char* buffer, size_t size) const noexcept {
     if (size == 0) return;
     size_t n = std::min(size - 1, static_cast<size_t>(length_));
     if (n > 0) std::memcpy(buffer, data_, n);
     buffer[n] = '\0';
-}
-
-VyString VyString::FormatInt64(int64_t value) {
-    char buffer[35];
-    int n = std::snprintf(buffer, sizeof buffer, "%6lld", static_cast<long long>(value));
-    return std::string_view(buffer, static_cast<size_t>(n));
 }
 
 const char* VyString::Terminate() {

@@ -36,7 +36,6 @@ class VyString {
     int32_t Length() const noexcept { return length_; }
     bool Empty() const noexcept { return length_ == 0; }
     uint32_t Capacity() const noexcept { return capacity_; }
-    bool IsFixed() const noexcept { return fixed_; }
     const char* Data() const noexcept { return data_; }
     char* Data() noexcept { return data_; }
     std::string_view View() const noexcept { return {data_, static_cast<size_t>(length_)}; }
@@ -68,7 +67,6 @@ class VyString {
     // 1-based position of the first occurrence; 0 if absent or if either side is empty.
     int32_t Pos(std::string_view text) const noexcept;
     // Up to `count` bytes from `start`, which is clipped to the text.
-    VyString Copy(int32_t start, int32_t count) const { return CopyView(start, count); }
     std::string_view CopyView(int32_t start, int32_t count) const noexcept;
     // Removes up to `count` bytes from `start`; an out-of-range start is ignored.
     void Delete(int32_t start, int32_t count) noexcept;
@@ -83,14 +81,9 @@ class VyString {
     // nothing.
     VyString ReplaceAll(std::string_view from, std::string_view to, bool caseSensitive) const;
     // The n-th piece (from 1) between occurrences of the separator; empty beyond the last.
-    VyString Field(int32_t n, char separator) const { return FieldView(n, separator); }
     std::string_view FieldView(int32_t n, char separator) const noexcept;
-    // 1-based position of the last byte that belongs to `set`, 0 if none.
-    int32_t LastDelimiter(std::string_view set) const noexcept;
     // Copies at most size - 1 bytes and a NUL. Async-signal-safe.
     void CopyToBuffer(char* buffer, size_t size) const noexcept;
-    // Decimal text, right-aligned in at least six places ("%6lld").
-    static VyString FormatInt64(int64_t value);
     // Makes the buffer NUL-terminated, zeroes what follows the text, and returns it.
     const char* Terminate();
 

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "base/vystring.h"
-#include "config/check_table.h"
+#include "config/check_record.h"
 
 namespace zot {
 namespace {

@@ -1,9 +1,8 @@
-#include "config/check_table.h"
-
 #include "checks/files/file_checks.h"
 #include "checks/logs/log_checks.h"
 #include "checks/net/net_checks.h"
 #include "checks/scripts/script_checks.h"
+#include "config/check_record.h"
 
 namespace zot {
 namespace {

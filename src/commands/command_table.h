@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "commands/dispatcher.h"
-#include "config/check_table.h"
+#include "config/check_record.h"
 #include "config/settings.h"
 #include "protocol/reply.h"
 

@@ -7,7 +7,7 @@
 
 #include "base/escaping.h"
 #include "base/numbers.h"
-#include "config/check_table.h"
+#include "config/check_record.h"
 #include "config/config_save.h"
 #include "protocol/request_text.h"
 

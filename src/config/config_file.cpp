@@ -1,19 +1,14 @@
 #include "config/config_file.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
-#include <limits>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
-#include "base/ascii.h"
 #include "base/files.h"
+#include "base/numbers.h"
 #include "config/config_keys.h"
 #include "config/config_lines.h"
 
@@ -21,18 +16,6 @@ namespace zot {
 namespace {
 
 constexpr int32_t kDefaultTimeout = 4000;  // milliseconds
-
-// Leading blanks, a sign and the digits after it; what is not a number gives 0, what is too large
-// the limit.
-int32_t LeadingNumber(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-    if (text.size() > 1 && text[0] == '+' && IsDigit(text[1])) text.remove_prefix(1);
-    int32_t number = 0;
-    auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (result.ec != std::errc::result_out_of_range) return number;
-    return text.front() == '-' ? std::numeric_limits<int32_t>::min()
-                               : std::numeric_limits<int32_t>::max();
-}
 
 // Entries stand between blanks in the file and between CR LF in memory.
 VyString FilterListFromFile(std::string_view value) {
@@ -59,18 +42,13 @@ void ApplyLine(AgentSettings& settings, std::string_view line) {
             settings.*key->flag = parts.value.starts_with('1');
             break;
         case ConfigKind::kNumber:
-            settings.*key->number = LeadingNumber(parts.value);
+            settings.*key->number = ToInt(parts.value);
             break;
         case ConfigKind::kPort:
             // A port from the command line, from an earlier line or an earlier load stays.
-            if (settings.*key->number == 0) settings.*key->number = LeadingNumber(parts.value);
+            if (settings.*key->number == 0) settings.*key->number = ToInt(parts.value);
             break;
     }
-}
-
-bool IsDirectory(const char* path) {
-    struct stat info {};
-    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 bool Validate(AgentSettings& settings, VyString& errorText) {

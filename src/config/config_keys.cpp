@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/ascii.h"
-#include "config/check_table.h"
+#include "config/check_record.h"
 
 namespace zot {
 namespace {

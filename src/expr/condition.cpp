@@ -83,18 +83,4 @@ bool ConditionProgram::RunSteps(const std::string_view* line, VyString& errorTex
     return Finish(stack_, depth, errorText);
 }
 
-bool EvaluateCondition(const ExpressionParser& parser, VyString& errorText) {
-    errorText.Clear();
-    try {
-        return ConditionProgram(parser.output).Evaluate(errorText);
-    } catch (const std::exception&) {
-        return FailWith(errorText, kConditionEvalError);
-    }
-}
-
-bool EvaluateConditionText(std::string_view expressionText, VyString& errorText) {
-    ExpressionParser parser(ConditionOperatorTable);
-    return ParseExpression(parser, expressionText, false) && EvaluateCondition(parser, errorText);
-}
-
 }  // namespace zot

@@ -49,11 +49,4 @@ class ConditionProgram {
     VyString ignored_;
 };
 
-// Evaluates the output of a parser.
-bool EvaluateCondition(const ExpressionParser& parser, VyString& errorText);
-
-// Parses a condition and evaluates it. False, with `errorText` left as it was, when it does not
-// parse.
-bool EvaluateConditionText(std::string_view expressionText, VyString& errorText);
-
 }  // namespace zot

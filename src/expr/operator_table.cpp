@@ -31,14 +31,4 @@ const OperatorEntry* FindOperator(OperatorTable table, std::string_view token) n
     return nullptr;
 }
 
-int32_t InputPriorityOf(OperatorTable table, std::string_view token) noexcept {
-    const OperatorEntry* entry = FindOperator(table, token);
-    return entry != nullptr ? entry->inputPriority : -1;
-}
-
-int32_t StackPriorityOf(OperatorTable table, std::string_view token) noexcept {
-    const OperatorEntry* entry = FindOperator(table, token);
-    return entry != nullptr ? entry->stackPriority : -1;
-}
-
 }  // namespace zot

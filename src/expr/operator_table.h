@@ -58,8 +58,4 @@ int32_t FindOperatorAt(OperatorTable table, std::string_view text, int64_t posit
 // The row that `token` names in any case of ASCII letters, or null.
 const OperatorEntry* FindOperator(OperatorTable table, std::string_view token) noexcept;
 
-// The priorities of the row that `token` names in any case of ASCII letters; -1 if none.
-int32_t InputPriorityOf(OperatorTable table, std::string_view token) noexcept;
-int32_t StackPriorityOf(OperatorTable table, std::string_view token) noexcept;
-
 }  // namespace zot

@@ -84,16 +84,4 @@ bool SearchProgram::Matches(std::string_view line) {
     return stack_[0] != 0;
 }
 
-bool EvaluateSearch(std::string_view lineText, const ExpressionParser& parser, bool caseSensitive,
-                    bool wholeWord) {
-    return SearchProgram(parser.output, caseSensitive, wholeWord).Matches(lineText);
-}
-
-bool EvaluateSearchText(std::string_view lineText, std::string_view expressionText,
-                        bool caseSensitive, bool wholeWord) {
-    ExpressionParser parser(SearchOperatorTable);
-    return ParseExpression(parser, expressionText, false) &&
-           EvaluateSearch(lineText, parser, caseSensitive, wholeWord);
-}
-
 }  // namespace zot

@@ -41,12 +41,4 @@ class SearchProgram {
     std::vector<char> stack_;
 };
 
-// Evaluates the output of a parser against one line.
-bool EvaluateSearch(std::string_view lineText, const ExpressionParser& parser, bool caseSensitive,
-                    bool wholeWord);
-
-// Parses an expression and evaluates it against one line; false when it does not parse.
-bool EvaluateSearchText(std::string_view lineText, std::string_view expressionText,
-                        bool caseSensitive, bool wholeWord);
-
 }  // namespace zot

@@ -22,7 +22,8 @@ class PacketCipher {
     // where `in` begins but must not overlap it otherwise.
     void Encrypt(std::span<const uint8_t> in, uint8_t* out) const;
     void Decrypt(std::span<const uint8_t> in, uint8_t* out) const;
-    // Decrypts what follows the 16 encrypted bytes at `before`: packets can be opened piece by piece.
+    // Decrypts what follows the 16 encrypted bytes at `before`: packets can be opened piece by
+    // piece.
     void DecryptOn(const uint8_t* before, std::span<const uint8_t> in, uint8_t* out) const;
 
   private:

@@ -28,10 +28,6 @@ bool SkipToLine(std::string_view& text, int32_t n) {
 
 }  // namespace
 
-int32_t LineCount(std::string_view text) {
-    return static_cast<int32_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
 std::string_view RawLine(std::string_view text, int32_t n) {
     return SkipToLine(text, n) ? UpToLineFeed(text) : std::string_view();
 }

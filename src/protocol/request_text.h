@@ -13,9 +13,6 @@
 
 namespace zot {
 
-// The number of line feeds in the text.
-int32_t LineCount(std::string_view text);
-
 // Line n (from 1) untrimmed, without its line feed; empty beyond the last line.
 std::string_view RawLine(std::string_view text, int32_t n);
 

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "tests/support/expressions.h"
+
 namespace zot {
 namespace {
 
@@ -15,7 +17,7 @@ std::string Outcome(bool result, const VyString& errorText) {
 
 std::string Outcome(std::string_view expression) {
     VyString errorText("old");
-    bool result = EvaluateConditionText(expression, errorText);
+    bool result = test::EvaluateConditionText(expression, errorText);
     return Outcome(result, errorText);
 }
 

@@ -9,6 +9,7 @@
 
 #include "base/ascii.h"
 #include "expr/find_text.h"
+#include "tests/support/expressions.h"
 
 namespace zot {
 namespace {
@@ -128,7 +129,8 @@ TEST(Search, JoinsTexts) {
         {"a", "", false, false, false},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(EvaluateSearchText(c.line, c.expression, c.caseSensitive, c.wholeWord), c.matches)
+        EXPECT_EQ(test::EvaluateSearchText(c.line, c.expression, c.caseSensitive, c.wholeWord),
+                  c.matches)
             << c.line << " / " << c.expression;
     }
 }

@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "checks/files/directory.h"
 
@@ -24,12 +23,6 @@ std::string_view DirectoryPart(std::string_view path) noexcept {
 
 std::string_view NamePart(std::string_view path) noexcept {
     return path.substr(static_cast<size_t>(LastCharOf("/", path))).substr(0, kMaxPart);
-}
-
-std::string_view ExtensionOf(std::string_view path) noexcept {
-    auto at = static_cast<size_t>(LastCharOf("./", path));
-    if (at == 0 || path[at - 1] != '.') return {};
-    return path.substr(at - 1, kMaxPart);
 }
 
 VyString WithSlash(std::string_view path) {
@@ -57,19 +50,9 @@ int32_t ShortModificationTime(const struct stat& status) noexcept {
     return static_cast<int32_t>(status.st_mtime);
 }
 
-int32_t ModificationTime(std::string_view path) {
-    struct stat status {};
-    return StatPath(path, status) ? ShortModificationTime(status) : -1;
-}
-
 int64_t FileSize(std::string_view path) {
     struct stat status {};
     return StatPath(path, status) ? status.st_size : -1;
-}
-
-bool RemoveFile(std::string_view path) {
-    VyString terminated(path);
-    return unlink(terminated.Terminate()) == 0;
 }
 
 bool FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime) {

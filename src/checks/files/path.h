@@ -20,8 +20,6 @@ int32_t LastCharOf(std::string_view set, std::string_view text) noexcept;
 std::string_view DirectoryPart(std::string_view path) noexcept;
 // Everything after the last "/", 4095 characters at most.
 std::string_view NamePart(std::string_view path) noexcept;
-// From the last "." of the name on, 4095 characters at most; empty when the name has none.
-std::string_view ExtensionOf(std::string_view path) noexcept;
 // The path with a "/" at its end; an empty path becomes "/".
 VyString WithSlash(std::string_view path);
 
@@ -34,12 +32,8 @@ bool LinkStatPath(std::string_view path, struct stat& status);
 bool MayBeDirectory(std::string_view path);
 // The modification time of a status, as the 32-bit value that time comparisons work with.
 int32_t ShortModificationTime(const struct stat& status) noexcept;
-// The same of the file that the path leads to; -1 on failure.
-int32_t ModificationTime(std::string_view path);
 // Size in bytes of the file that the path leads to; -1 on failure.
 int64_t FileSize(std::string_view path);
-// Unlinks the file; false on failure.
-bool RemoveFile(std::string_view path);
 
 // Size and times of the entry itself: a link is not followed. False, with the values as they
 // were, for an empty path or a missing entry.
