@@ -238,11 +238,12 @@ PacketState Front::Take(Connection& connection, std::string_view bytes, Arrivals
     const bool isFirst = bytes.data() == arrivals.firstPacket.data();
     if (isFirst && connection.intake.Empty()) {
         const PacketState state = CheckPacket(bytes);
+        if (state == PacketState::kTooLarge) return state;
         if (state == PacketState::kComplete) {
             arrivals.first = std::move(connection);
             arrivals.firstSize = bytes.size();
+            return state;
         }
-        if (state != PacketState::kIncomplete) return state;
     }
     const auto password = passwords_.For(*services_.settings.Snapshot());
     const PacketState state = connection.intake.Take(bytes, *password);

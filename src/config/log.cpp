@@ -74,23 +74,22 @@ class LineText {
         Put(separator);
         PutNumber(c);
     }
+    // Puts "[date time]\t " and tells where the time begins.
+    size_t PutStamp(const LineTime& time) {
+        Put("[");
+        PutTriple(time.month, time.day, time.year, "/");
+        Put(" ");
+        const size_t timeAt = length_;
+        PutTriple(time.hour, time.minute, time.second, ":");
+        Put("]\t ");
+        return timeAt;
+    }
     std::string_view View() const { return {text_, length_}; }
 
   private:
     char text_[kLineBuffer];
     size_t length_ = 0;
 };
-
-// Writes "[date time]\t " and tells where the time begins.
-size_t PutStamp(LineText& line, const LineTime& time) {
-    line.Put("[");
-    line.PutTriple(time.month, time.day, time.year, "/");
-    line.Put(" ");
-    const size_t timeAt = line.View().size();
-    line.PutTriple(time.hour, time.minute, time.second, ":");
-    line.Put("]\t ");
-    return timeAt;
-}
 
 // The local time of a moment, and how many seconds it is ahead of UTC.
 LineTime LocalTime(time_t now, int32_t& utcOffset) {
@@ -228,7 +227,7 @@ void Log::WriteFromSignal(const AgentSettings& settings, LogKind kind,
     KeepErrno keeper;
     if (threadBatch != nullptr) threadBatch->WriteFromSignal();
     LineText line;
-    const size_t timeAt = PutStamp(line, TimeAtOffset(utcOffset_.load(std::memory_order_relaxed)));
+    const size_t timeAt = line.PutStamp(TimeAtOffset(utcOffset_.load(std::memory_order_relaxed)));
     line.Put(kOwnAddress);
     line.Put("\t ");
     line.Put(message);
@@ -242,6 +241,7 @@ void Log::WriteFromSignal(const AgentSettings& settings, LogKind kind,
     AppendLogLine(settings, VerboseLog(settings), line.View());
 }
 
+// cppcheck-suppress uninitMemberVar
 LogBatch::LogBatch(Log& log) noexcept : log_(log) { threadBatch = this; }
 
 LogBatch::~LogBatch() {
@@ -250,7 +250,7 @@ LogBatch::~LogBatch() {
 }
 
 void LogBatch::Add(LogKind kind, uint32_t clientAddress, std::string_view message) {
-    if (count_ == lines_.size() || sizeof text_ - used_ < 2 * kLineBuffer) {
+    if (count_ == lines_.size() || sizeof room_.text - used_ < 2 * kLineBuffer) {
         SettingsSnapshot settings = settings_;
         Write();
         settings_ = std::move(settings);
@@ -261,7 +261,7 @@ void LogBatch::Add(LogKind kind, uint32_t clientAddress, std::string_view messag
         address_ = clientAddress;
     }
     const size_t start = used_;
-    Put({stamp_, stampSize_});
+    Put({room_.stamp, stampSize_});
     Put(clientAddress != 0 ? addressText_ : kOwnAddress);
     Put("\t ");
     Put(message);
@@ -274,14 +274,14 @@ void LogBatch::MakeStamp() {
     if (now == second_) return;
     int32_t utcOffset = 0;
     LineText stamp;
-    timeAt_ = PutStamp(stamp, LocalTime(now, utcOffset));
+    timeAt_ = stamp.PutStamp(LocalTime(now, utcOffset));
     log_.utcOffset_.store(utcOffset, std::memory_order_relaxed);
-    stampSize_ = stamp.View().copy(stamp_, sizeof stamp_);
+    stampSize_ = stamp.View().copy(room_.stamp, sizeof room_.stamp);
     second_ = now;
 }
 
 void LogBatch::Put(std::string_view text) noexcept {
-    used_ += text.copy(text_ + used_, sizeof text_ - used_);
+    used_ += text.copy(room_.text + used_, sizeof room_.text - used_);
 }
 
 void LogBatch::Write() noexcept {
@@ -312,8 +312,8 @@ void LogBatch::WriteFromSignal() noexcept {
 std::string_view LogBatch::ConsoleLine(const Line& line) noexcept {
     LineText text;
     text.Put(kConsoleStart);
-    text.Put({text_ + line.start + timeAt_, line.size - timeAt_});
-    return {consoleLine_, text.View().copy(consoleLine_, sizeof consoleLine_)};
+    text.Put({room_.text + line.start + timeAt_, line.size - timeAt_});
+    return {room_.console, text.View().copy(room_.console, sizeof room_.console)};
 }
 
 LogBatch::Errors LogBatch::WriteFiles(const AgentSettings& settings) const noexcept {
@@ -327,8 +327,9 @@ LogBatch::Errors LogBatch::WriteFiles(const AgentSettings& settings) const noexc
         Parts<2 * kMostLines> parts;
         for (const Line& line : std::span(lines_).first(count_)) {
             const size_t size = std::min<size_t>(line.size, kLongestLine);
-            if (LogOfKind(settings, line.kind) == paths[at]) parts.Add(text_ + line.start, size);
-            if (all == paths[at]) parts.Add(text_ + line.start, size);
+            if (LogOfKind(settings, line.kind) == paths[at])
+                parts.Add(room_.text + line.start, size);
+            if (all == paths[at]) parts.Add(room_.text + line.start, size);
         }
         if (paths[at].empty() || parts.View().empty()) continue;
         errors[at] = AppendToLog(settings, paths[at], parts.View());

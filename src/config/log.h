@@ -86,7 +86,15 @@ class LogBatch {
         LogKind kind;
     };
 
+    // Left as it is until it is written to: most batches need little of it.
+    struct Room {
+        char stamp[48];  // "[date time]\t "
+        char text[8192];
+        char console[512];
+    };
+
     struct Lone {};  // a batch of one line, which the thread does not know of
+    // cppcheck-suppress uninitMemberVarPrivate
     LogBatch(Log& log, Lone) noexcept : log_(log), lone_(true) {}
 
     void Add(LogKind kind, uint32_t clientAddress, std::string_view message);
@@ -104,15 +112,13 @@ class LogBatch {
     bool lone_ = false;
     SettingsSnapshot settings_;  // all lines were made under these
     time_t second_ = -1;         // the stamp's
-    char stamp_[48];             // "[date time]\t "
     size_t stampSize_ = 0;
     size_t timeAt_ = 0;  // where the time begins in the stamp
     uint32_t address_ = 0;
     char addressText_[24] = "";
     std::array<Line, kMostLines> lines_;
     size_t count_ = 0;
-    char text_[8192];
-    char consoleLine_[512];
+    Room room_;
     size_t used_ = 0;
 };
 
