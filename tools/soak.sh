@@ -11,4 +11,4 @@ install_tools tests
 [ -f "$build/CMakeCache.txt" ] || cmake -B "$build" >/dev/null
 cmake -B "$build" -DZOT_TESTS=ON >/dev/null
 cmake --build "$build" -j "$(cpu_count)" --target zot_system_tests
-ZOT_FLOOD=${1:-10} "$build/zot_system_tests" --gtest_filter='Floods.*:Faults.*' --gtest_brief=1
+ZOT_FLOOD=${1:-10} "$build/zot_system_tests" --gtest_filter='Floods.*:Crew.*:Faults.*' --gtest_brief=1

@@ -72,6 +72,7 @@ TEST(Crash, ADaemonDetachesAgain) {
 TEST(Crash, WithoutThreadsTheAgentGoesOn) {
     FaultInjection faults;
     AgentProcess agent(WithFaults(faults, "-i"));
+    EXPECT_TRUE(Answers(agent));
     faults->thread.Fail(EAGAIN);
     EXPECT_TRUE(Answers(agent));
     // More long requests at once than there are threads, and none to be had.
