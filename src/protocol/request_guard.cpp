@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
+#include <string_view>
 
 #include "base/byte_order.h"
 #include "base/sha2.h"
+#include "base/vystring.h"
 
 namespace zot {
 namespace {

@@ -7,6 +7,7 @@
 
 #include "base/escaping.h"
 #include "base/numbers.h"
+#include "base/own_connections.h"
 #include "base/owners.h"
 #include "base/sockets.h"
 #include "base/vystring.h"
