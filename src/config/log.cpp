@@ -356,7 +356,7 @@ void Log::TellOfBrokenLog(const AgentSettings& settings, std::string_view path,
     SystemErrorText(error, reason, sizeof reason);
     int32_t utcOffset = 0;
     LineText line;
-    const size_t timeAt = PutStamp(line, LocalTime(time(nullptr), utcOffset));
+    const size_t timeAt = line.PutStamp(LocalTime(time(nullptr), utcOffset));
     line.Put(kOwnAddress);
     for (std::string_view part :
          {std::string_view("\t Cannot write log "), path, std::string_view(": "),
