@@ -116,7 +116,9 @@ int64_t AddSecondPart(SecondPart& second, bool findAll, int64_t result, int64_t&
     status = second.status;
     position = second.position;
     if (further == 0) return result;
-    found = std::move(second.found);
+    // Not the rest of it: `position` may be part of what the caller has in there.
+    found.foundLine = std::move(second.found.foundLine);
+    found.byFirst = second.found.byFirst;
     return further;
 }
 
