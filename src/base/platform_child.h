@@ -11,8 +11,8 @@ namespace zot {
 // Returns true when it has ended.
 bool WaitChild(pid_t pid, int timeoutMs);
 
-// Whether the system makes the orphans among this process's descendants its children: it is the first
-// process, of a container for example, or has asked for them.
+// Whether the system makes the orphans among this process's descendants its children: it is the
+// first process, of a container for example, or has asked for them.
 bool AdoptsOrphans();
 
 // Closes every descriptor from `first` on; does nothing, and returns false, where the system cannot

@@ -61,8 +61,8 @@ class Runner {
 // Waits for the end of the child and kills it when the time is up. The clock of the rule
 // "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
 // second for which it holds; a peer that has gone is a reason too. A child that even then hangs in
-// the system is answered for as killed and reaped when it can be. Returns false when the child could
-// not be killed; it is not reaped then.
+// the system is answered for as killed and reaped when it can be. Returns false when the child
+// could not be killed; it is not reaped then.
 bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
     auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
     if (timeoutMs == kNoTimeout) deadline = Clock::time_point::max();
