@@ -29,7 +29,7 @@ if [ $# -eq 0 ]; then
 fi
 
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gnu++20 -fsyntax-only \
-    -Wall -Wextra -Wshadow -Wconversion -Werror -I src -I .
+    -Wall -Wextra -Wshadow -Wconversion -Werror -I src -I . -DZOT_VERSION='""'
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
