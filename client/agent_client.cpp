@@ -125,6 +125,15 @@ bool AgentConnection::ReceiveUntilClose(const Deadline& deadline, std::string& b
     }
 }
 
+Outcome AskOnce(const Target& target, std::string_view requestText) {
+    Engine engine;
+    Outcome result;
+    engine.Add({.target = target, .text = std::string(requestText)},
+               [&result](Outcome outcome) { result = std::move(outcome); });
+    engine.Run();
+    return result;
+}
+
 bool Ask(const Target& target, std::string_view requestText, Answer& answer, std::string& error) {
     Outcome outcome = AskOnce(target, requestText);
     answer = std::move(outcome.answer);

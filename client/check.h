@@ -13,6 +13,7 @@
 #include "client/agent_client.h"
 #include "client/options.h"
 #include "client/plugin.h"
+#include "client/probe.h"
 
 namespace zot::client {
 
@@ -23,6 +24,7 @@ struct CheckResult {
     // The measured value under its name in the performance data. The data count in `unit`, of
     // which the value's own unit holds `factor`.
     std::optional<double> value;
+    std::optional<double> judged;  // what the ranges judge in its place
     std::string_view label;
     std::string_view unit;
     double factor = 1;
@@ -46,19 +48,32 @@ class CheckRun {
     // One moment for everything that the check does.
     const Deadline& TimeLimit() const { return deadline_; }
 
-    // Asks the agent. Returns 1 with a reply 200 of at least `lineCount` values; otherwise 0 with
-    // the failure in `result`, UNKNOWN, and the code in `answer` if there was a reply at all.
-    // Parameters that would not reach the agent as they are count as failures.
-    int Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
-            Answer& answer, CheckResult& result) const;
+    // Asks the agent. True with a reply 200 of at least `lineCount` values; otherwise false with
+    // the failure in `result`, and the code in `answer` if there was a reply at all. Parameters
+    // that would not reach the agent as they are count as failures.
+    bool Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
+             Answer& answer, CheckResult& result) const;
     // The same, and reads the value at this place of the reply as a number into `result`.
-    int AskForValue(std::string_view command, std::span<const std::string> params, size_t line,
-                    Answer& answer, CheckResult& result) const;
+    bool AskForValue(std::string_view command, std::span<const std::string> params, size_t line,
+                     Answer& answer, CheckResult& result) const;
+    // Asks what the probe wants to know, and reads the first value of its answer as a number into
+    // `result`. False with the failure there.
+    bool Follow(Probe& probe, CheckResult& result) const;
+    // How long the last reply took, and whether it came from the host that we are on.
+    double Seconds() const { return seconds_; }
+    bool SameHost() const { return sameHost_; }
+    // Of the process that asks.
+    std::string OwnCommandLine() const { return call_.environment.commandLine; }
 
   private:
+    bool Exchange(std::string_view command, std::span<const std::string> params, Answer& answer,
+                  CheckResult& result) const;
+
     const Invocation& call_;
     std::span<const std::string> arguments_;
     Deadline deadline_;
+    mutable double seconds_ = 0;
+    mutable bool sameHost_ = false;
 };
 
 struct Check {
@@ -75,7 +90,7 @@ struct Check {
 extern const std::span<const Check> kChecks;
 
 // Reads a value line, which may be padded with blanks. Otherwise UNKNOWN in `result`.
-int ReadNumber(std::string_view line, double& value, CheckResult& result);
+bool ReadNumber(std::string_view line, double& value, CheckResult& result);
 
 void CheckLog(const CheckRun& run, CheckResult& result);
 void CheckScript(const CheckRun& run, CheckResult& result);

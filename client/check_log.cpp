@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +11,7 @@
 #include "base/vystring.h"
 #include "client/agent_client.h"
 #include "client/check.h"
+#include "client/log_scan.h"
 #include "client/log_state.h"
 #include "client/options.h"
 #include "client/plugin.h"
@@ -23,74 +25,48 @@ namespace {
 // Each matching line costs a request, so a log that is full of them is not counted to its end.
 constexpr int kMaxMatches = 1000;
 
-enum class Find { kNext, kLast };
-
-// One reply to TEST-TextLog.
-struct Scan {
-    bool found = false;
-    bool more = false;
-    std::string line;
-};
-
-int64_t Number(const std::string& line) { return ToInt64(TrimView(line)); }
-
 class Scanner {
   public:
     Scanner(const CheckRun& run, ScanPosition& position) : run_(run), position_(position) {}
 
-    // Counts the new matching lines and moves the position behind them. Returns 1, or 0 with the
-    // failure in `result`.
-    int Count(int& matches, bool& all, std::string& lastLine, CheckResult& result);
+    // Counts the new matching lines and moves the position after them. False with the failure in
+    // `result`.
+    bool Count(int& matches, bool& all, std::string& lastLine, CheckResult& result);
 
   private:
-    int Ask(Find find, Scan& scan, CheckResult& result);
+    bool Ask(Find find, Scan& scan, CheckResult& result);
 
     const CheckRun& run_;
     ScanPosition& position_;
 };
 
-int Scanner::Ask(Find find, Scan& scan, CheckResult& result) {
+bool Scanner::Ask(Find find, Scan& scan, CheckResult& result) {
     constexpr size_t kReplyLines = 7;
-    std::vector<std::string> params = {run_.Arguments()[0],
-                                       run_.Arguments()[1],
-                                       std::to_string(position_.position),
-                                       std::to_string(position_.lastSize),
-                                       std::to_string(position_.lastModified),
-                                       "0",
-                                       find == Find::kLast ? "1" : "0",
-                                       "0",
-                                       "0"};
+    auto params = ScanParams(run_.Arguments()[0], run_.Arguments()[1], position_, find);
     Answer answer;
     if (!run_.Ask("TEST-TextLog", params, kReplyLines, answer, result)) {
         bool missing =
             answer.code == "301" && !answer.lines.empty() && answer.lines[0].starts_with("File ");
         if (missing) result.status = kCritical;
-        return 0;
+        return false;
     }
-    scan.found = Number(answer.lines[0]) != 0;
-    scan.line = answer.lines[1];
-    scan.more = answer.lines[2] == "1";
-    position_ = {Number(answer.lines[3]), Number(answer.lines[4]), Number(answer.lines[5])};
-    // A size of 0 would mean to the agent that the log was never scanned, and it would skip the
-    // first lines of a log that was empty. Any other size that is not the true one makes it read.
-    if (position_.lastSize == 0) position_ = {0, 1, 0};
-    return 1;
+    return TakeScan(answer, scan, position_);
 }
 
-int Scanner::Count(int& matches, bool& all, std::string& lastLine, CheckResult& result) {
+bool Scanner::Count(int& matches, bool& all, std::string& lastLine, CheckResult& result) {
     int half = run_.TimeLimit().Remaining() / 2;
     Scan scan;
     do {
-        if (!Ask(Find::kNext, scan, result)) return 0;
-        if (!scan.found) return 1;
+        if (!Ask(Find::kNext, scan, result)) return false;
+        if (!scan.found) return true;
         ++matches;
         lastLine = scan.line;
-        if (!scan.more) return 1;
+        if (!scan.more) return true;
     } while (matches < kMaxMatches && run_.TimeLimit().Remaining() > half);
     all = false;
-    if (!Ask(Find::kLast, scan, result)) return 0;
+    if (!Ask(Find::kLast, scan, result)) return false;
     if (scan.found) lastLine = scan.line;
-    return 1;
+    return true;
 }
 
 }  // namespace
@@ -113,7 +89,10 @@ void CheckLog(const CheckRun& run, CheckResult& result) {
     std::string lastLine;
     // What was counted is forgotten when a later request fails: the next run counts it again.
     if (!Scanner(run, position).Count(matches, all, lastLine, result)) return;
-    if (!state.Save(position, error)) return result.Fail(kUnknown, error);
+    const int64_t now = time(nullptr);
+    LogAlarm alarm = state.Alarm();
+    if (matches > 0) alarm = {now, matches, lastLine};
+    if (!state.Save(position, error, alarm)) return result.Fail(kUnknown, error);
 
     result.value = matches;
     result.label = "matches";
@@ -124,7 +103,15 @@ void CheckLog(const CheckRun& run, CheckResult& result) {
     }
     result.text = Concat({all ? "" : "at least ", Count(matches, "new line", "new lines"),
                           " with '", pattern, "' in ", file});
-    if (matches > 0) result.text += ", the last: " + lastLine;
+    if (matches > 0) {
+        result.text += ", the last: " + lastLine;
+    } else if (alarm.time != 0 && now - alarm.time < int64_t{options.holdMinutes} * 60) {
+        // A monitoring system takes an alarm for real only after some checks.
+        result.judged = static_cast<double>(alarm.matches);
+        result.text +=
+            Concat({", but ", Count(result.judged.value(), "line", "lines"), " ",
+                    FormatSeconds(static_cast<double>(now - alarm.time)), " ago: ", alarm.line});
+    }
 }
 
 }  // namespace zot::client

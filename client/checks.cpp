@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -7,9 +8,12 @@
 #include <vector>
 
 #include "base/ascii.h"
+#include "base/numbers.h"
 #include "client/agent_client.h"
 #include "client/check.h"
 #include "client/plugin.h"
+#include "client/probe.h"
+#include "client/replies.h"
 #include "client/request_packet.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
@@ -48,10 +52,12 @@ void CheckDisk(const CheckRun& run, CheckResult& result) {
 }
 
 void CheckSize(const CheckRun& run, CheckResult& result) {
-    Answer answer;
     const std::string& folder = run.Arguments()[0];
-    Params params = {folder, "1", "0", "0", "0", "0", "0", "1"};
-    if (!run.AskForValue("TEST-FolderSize", params, 0, answer, result)) return;
+    SizeProbe probe(folder);
+    if (!run.Follow(probe, result)) {
+        if (probe.answer.code == kFailed) result.status = kCritical;
+        return;
+    }
     result.label = "size";
     result.unit = "B";
     result.limits = ";0";
@@ -95,8 +101,11 @@ std::string HashAlgorithm(std::string_view expected) {
     if (hex && expected.size() == 32) return "1";
     if (hex && expected.size() == 64) return "2";
     if (hex && expected.size() == 128) return "3";
+    // As the agent writes it: without zeros in front, and no more than 32 bits.
     bool decimal = std::all_of(expected.begin(), expected.end(), IsDigit);
-    return decimal && expected.size() <= kMaxCrcDigits ? "0" : "";
+    bool padded = expected.size() > 1 && expected[0] == '0';
+    bool fits = expected.size() <= kMaxCrcDigits && ToInt64(expected) <= int64_t{UINT32_MAX};
+    return decimal && !padded && fits ? "0" : "";
 }
 
 void CheckHash(const CheckRun& run, CheckResult& result) {
@@ -126,12 +135,34 @@ void CheckHash(const CheckRun& run, CheckResult& result) {
 }
 
 void CheckProcess(const CheckRun& run, CheckResult& result) {
-    Answer answer;
     const std::string& name = run.Arguments()[0];
-    if (!run.AskForValue("TEST-Process", Params{"0", name}, 0, answer, result)) return;
+    ProcessProbe probe(name, run.OwnCommandLine());
+    if (!run.Follow(probe, result)) return;
     result.label = "processes";
     result.limits = ";0";
     result.text = Concat({Count(*result.value, "process ", "processes "), name});
+}
+
+void CheckAgent(const CheckRun& run, CheckResult& result) {
+    Answer answer;
+    std::vector<Record> records;
+    std::string error;
+    if (!run.Ask("GetInfo", Params{}, 1, answer, result)) return;
+    if (!ReadReply("GetInfo", {}, answer, records, error)) return result.Fail(kUnknown, error);
+    const Record& info = records[0];
+    auto count = [&info](std::string_view name) {
+        return FormatDecimal(Number(info, name).value_or(0));
+    };
+    result.value = run.Seconds() * 1000;
+    result.label = "time";
+    result.unit = "ms";
+    result.limits = ";0";
+    result.otherData = Concat({"connections=", count("opened_connections"),
+                               "c active=", count("active_connections"),
+                               " refused=", count("failed_connections"), "c"});
+    result.text = Concat({"zot ", Text(info, "agent_version"), " on ", Text(info, "system"),
+                          " answers in ", FormatDecimal(*result.value, 0), " ms, ",
+                          count("opened_connections"), " connections since its start"});
 }
 
 void CheckCpu(const CheckRun& run, CheckResult& result) {
@@ -167,13 +198,17 @@ constexpr size_t kAnyNumber = 1000;
 
 constexpr Check kTable[] = {
     {"disk", "PATH", 1, 1, true, "", CheckDisk, "use of the file system of PATH, in per cent"},
+    {"agent", "", 0, 0, true, "", CheckAgent,
+     "milliseconds until the agent answers, with its version and connections"},
     {"size", "FOLDER", 1, 1, true, "", CheckSize, "size of the files below FOLDER, in bytes"},
     {"files", "FOLDER MASK", 2, 2, true, "", CheckFiles, "number of files in FOLDER"},
     {"age", "FILE", 1, 1, true, "", CheckAge, "age of FILE in minutes; missing is critical"},
     {"hash", "FILE EXPECTED", 2, 2, false, "", CheckHash,
      "critical if the checksum of FILE is another (no ranges)"},
     {"process", "NAME", 1, 1, true, "1:", CheckProcess,
-     "number of processes, with zotq itself on its own host; without ranges, none is critical"},
+     "number of processes with NAME in their command line, or of the program =NAME; without "
+     "ranges, "
+     "none is critical"},
     {"cpu", "", 0, 0, true, "", CheckCpu, "CPU usage in per cent"},
     {"log", "FILE PATTERN", 2, 2, true, "0", CheckLog,
      "number of new lines with PATTERN; without ranges, one is critical"},

@@ -29,7 +29,7 @@ bool IsShortOfDescriptors(int error) { return error == EMFILE || error == ENFILE
 
 }  // namespace
 
-Engine::Loop::Loop(const Limits& limits) : limits_(limits), buffer_(kChunk) {
+Engine::Loop::Loop(Limits limits) : limits_(limits), buffer_(kChunk) {
     limits_.atOnce = std::max<size_t>(limits_.atOnce, 1);
     limits_.perHost = std::max<size_t>(limits_.perHost, 1);
     if (limits_.sockets == 0) limits_.sockets = SocketsAtOnce();
@@ -377,7 +377,7 @@ void Engine::Loop::Post(std::function<void()> action) {
 }
 
 Engine::Engine() : Engine(Limits{}) {}
-Engine::Engine(const Limits& limits) : loop_(std::make_unique<Loop>(limits)) {}
+Engine::Engine(Limits limits) : loop_(std::make_unique<Loop>(limits)) {}
 Engine::~Engine() = default;
 
 RequestId Engine::Add(Request request, OutcomeHandler handler) {
@@ -391,14 +391,5 @@ void Engine::Run() { loop_->Run(false); }
 void Engine::RunUntilStopped() { loop_->Run(true); }
 void Engine::Stop() { loop_->Stop(); }
 void Engine::Post(std::function<void()> action) { loop_->Post(std::move(action)); }
-
-Outcome AskOnce(const Target& target, std::string_view requestText) {
-    Engine engine;
-    Outcome result;
-    engine.Add({.target = target, .text = std::string(requestText)},
-               [&result](Outcome outcome) { result = std::move(outcome); });
-    engine.Run();
-    return result;
-}
 
 }  // namespace zot::client

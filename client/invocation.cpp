@@ -1,18 +1,20 @@
 #include "client/invocation.h"
 
 #include <ostream>
-#include <vector>
 
-#include "base/escaping.h"
-#include "base/vystring.h"
-#include "client/agent_client.h"
+#include "client/inventory.h"
 #include "client/json.h"
+#include "client/text.h"
 #include "protocol/request_text.h"
 
 namespace zot::client {
 
+void Note(const Console& console, std::string_view message) {
+    console.err << "zotq: " << Visible(message, true) << '\n';
+}
+
 int Fail(const Console& console, std::string_view message, ExitStatus status) {
-    console.err << "zotq: " << message << '\n';
+    Note(console, message);
     return status;
 }
 
@@ -21,22 +23,31 @@ int Finish(const Console& console, int status) {
     return Fail(console, "cannot write to standard output", kNoReply);
 }
 
-int TakePassword(Invocation& call, std::string& error) {
-    return ReadPassword(call.options, call.environment.password, call.options.target.password,
-                        error);
+bool TakePassword(Invocation& call, std::string& error) {
+    const Options& options = call.options;
+    std::string& password = call.options.target.password;
+    if (options.passwordFile.empty()) {
+        password = call.environment.password ? call.environment.password : "";
+        if (!password.empty()) return true;
+        error = "no password: name a file with -P or set ZOT_PASSWORD";
+        return false;
+    }
+    // In a folder there is a file for each host.
+    auto host =
+        Inventory::FromNames(options.target.host, {.passwordFile = options.passwordFile}, error);
+    if (!host || host->Hosts().size() != 1) {
+        if (host) error = "not a name of a host: " + options.target.host;
+        return false;
+    }
+    bool forOthers = false;
+    const std::string& file = host->Hosts()[0].passwordFile;
+    if (!ReadPasswordFile(file, password, forOthers, error)) return false;
+    if (forOthers && !options.plugin) Note(call.console, "others can read " + file);
+    return true;
 }
 
-int AskTarget(Invocation& call, std::string_view requestText, Answer& answer, int& status) {
-    std::string error;
-    if (!TakePassword(call, error)) {
-        status = Fail(call.console, error, kWrongUsage);
-        return 0;
-    }
-    if (!Ask(call.options.target, requestText, answer, error)) {
-        status = Fail(call.console, error, kNoReply);
-        return 0;
-    }
-    return 1;
+std::string Shown(const Console& console, std::string_view text) {
+    return console.terminal ? Visible(text, true) : std::string(text);
 }
 
 int FinishWithReply(const Invocation& call, const Answer& answer) {
@@ -49,7 +60,7 @@ int FinishWithReply(const Invocation& call, const Answer& answer) {
         out << AnswerAsJson(shown) << '\n';
     } else {
         out << shown.code << '\n';
-        for (const std::string& line : shown.lines) out << line << '\n';
+        for (const std::string& line : shown.lines) out << Shown(call.console, line) << '\n';
     }
     return Finish(call.console, answer.code == "200" ? kReplyOk : kReplyOther);
 }

@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include "client/agent_client.h"
 #include "client/options.h"
 #include "client/request_packet.h"
 
@@ -14,10 +13,10 @@ namespace zot::client {
 
 // Of everything but the plugin, which has statuses of its own.
 enum ExitStatus : int {
-    kReplyOk = 0,     // the agent answered 200
-    kReplyOther = 1,  // the agent answered anything else
+    kReplyOk = 0,     // every agent answered 200
+    kReplyOther = 1,  // some agent answered anything else
     kWrongUsage = 2,
-    kNoReply = 3,  // no valid reply came, or it could not be printed
+    kNoReply = 3,  // from some host no valid reply came, or it could not be printed
 };
 
 struct Console {
@@ -25,6 +24,7 @@ struct Console {
     std::ostream& out;
     std::ostream& err;
     bool progress = false;  // somebody watches `err`
+    bool terminal = false;  // `out` is a terminal
 };
 
 // Values of environment variables; null where one is not set.
@@ -32,6 +32,9 @@ struct Environment {
     const char* password = nullptr;   // ZOT_PASSWORD
     const char* stateHome = nullptr;  // XDG_STATE_HOME
     const char* home = nullptr;       // HOME
+    const char* hosts = nullptr;      // ZOT_HOSTS
+    const char* noColor = nullptr;    // NO_COLOR
+    std::string commandLine{};        // of this process, as others see it
 };
 
 struct Invocation {
@@ -40,16 +43,18 @@ struct Invocation {
     const Console& console;
 };
 
+// Tells a person what went wrong, or what to mind, on standard error.
 int Fail(const Console& console, std::string_view message, ExitStatus status);
+void Note(const Console& console, std::string_view message);
 // What standard output did not take (a full disk, say) did not reach the caller.
 int Finish(const Console& console, int status);
 
-// Puts the password into the target. Returns 1, or 0 with the error text.
-int TakePassword(Invocation& call, std::string& error);
-// The target with its password asked for a reply; returns 1, or 0 after telling what went wrong,
-// with the status to end with.
-int AskTarget(Invocation& call, std::string_view requestText, Answer& answer, int& status);
-// Prints a reply as the options want it and ends the run.
+// The password of a single host that no inventory names: from the file, or the environment. False
+// with the error text.
+bool TakePassword(Invocation& call, std::string& error);
+// Prints a reply as it came, and ends the run.
 int FinishWithReply(const Invocation& call, const Answer& answer);
+// The text as it may be printed: on a terminal without control characters.
+std::string Shown(const Console& console, std::string_view text);
 
 }  // namespace zot::client

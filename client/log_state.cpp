@@ -1,8 +1,10 @@
 #include "client/log_state.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -32,8 +34,31 @@ std::string DigestOf(std::string_view identity) {
     return name;
 }
 
-// Creates the directory for state files, by the rules of the XDG base directories. Returns its
-// path, or an empty one with the error text.
+// The home directory of the user's account; empty when there is none.
+std::string AccountHome() {
+    char buffer[16384];
+    passwd entry = {};
+    passwd* found = nullptr;
+    bool known = getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found) == 0 && found;
+    return known ? entry.pw_dir : "";
+}
+
+// A folder that others may have made first must be ours alone.
+bool MakeOwnFolder(const std::string& path) {
+    struct stat status = {};
+    if (mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) return false;
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+bool MakeFolder(const std::string& path) {
+    std::error_code failure;
+    std::filesystem::create_directories(path, failure);
+    return !failure && access(path.c_str(), W_OK) == 0;
+}
+
+// Creates the directory for state files, by the rules of the XDG base directories where there is an
+// environment. Returns its path, or an empty one with the error text.
 std::string StateDirectory(const Environment& environment, std::string& error) {
     auto absolute = [](const char* path) { return path && path[0] == '/'; };
     std::string directory;
@@ -41,14 +66,16 @@ std::string StateDirectory(const Environment& environment, std::string& error) {
         directory = std::string(environment.stateHome) + "/zotq";
     } else if (absolute(environment.home)) {
         directory = std::string(environment.home) + "/.local/state/zotq";
-    } else {
-        error = "no place for the state file: use --state or set HOME";
-        return {};
+    } else if (std::string home = AccountHome(); home.starts_with('/')) {
+        directory = home + "/.local/state/zotq";
+        if (!MakeFolder(directory)) directory.clear();
     }
-    std::error_code failure;
-    std::filesystem::create_directories(directory, failure);
-    if (!failure) return directory;
-    error = "cannot create " + directory + ": " + failure.message();
+    if (!directory.empty() && MakeFolder(directory)) return directory;
+    const bool named = absolute(environment.stateHome) || absolute(environment.home);
+    std::string own = "/var/tmp/zotq-" + std::to_string(geteuid());
+    if (!named && MakeOwnFolder(own)) return own;
+    error = "cannot create a folder for the state file; use --state";
+    if (named) error = "cannot create " + directory + "; use --state";
     return {};
 }
 
@@ -89,6 +116,7 @@ bool LogState::Lock(const Deadline& deadline, std::string& error) {
 
 bool LogState::Read(std::string& error) {
     position_ = {};
+    alarm_ = {};
     struct stat status = {};
     if (stat(path_.c_str(), &status) != 0 && errno == ENOENT) return true;
     std::string content;
@@ -97,7 +125,10 @@ bool LogState::Read(std::string& error) {
     bool known = content.starts_with(kHeading);
     std::istringstream values(known ? content.substr(kHeading.size()) : "");
     values >> identity >> position_.position >> position_.lastSize >> position_.lastModified;
-    if (!values) {
+    bool whole = static_cast<bool>(values);
+    // Not there in a state that an older version wrote.
+    if (values >> alarm_.time >> alarm_.matches) std::getline(values >> std::ws, alarm_.line);
+    if (!whole) {
         error = path_ + " is not a state file, or damaged: remove it to start again";
     } else if (identity != identity_) {
         error = path_ + " is the state of another agent, log or pattern";
@@ -107,11 +138,14 @@ bool LogState::Read(std::string& error) {
     return false;
 }
 
-bool LogState::Save(const ScanPosition& position, std::string& error) const {
+bool LogState::Save(const ScanPosition& position, std::string& error, const LogAlarm& alarm) const {
     std::ostringstream content;
     content << kHeading << identity_ << '\n'
             << position.position << ' ' << position.lastSize << ' ' << position.lastModified
             << '\n';
+    if (alarm.time != 0) {
+        content << alarm.time << ' ' << alarm.matches << ' ' << alarm.line << '\n';
+    }
     return ReplaceFile(path_, content.str(), error);
 }
 

@@ -11,26 +11,31 @@
 #include "base/owners.h"
 #include "client/deadline.h"
 #include "client/invocation.h"
+#include "client/log_scan.h"
 
 namespace zot::client {
 
-// What TEST-TextLog takes and returns; zero for a log that was never scanned.
-struct ScanPosition {
-    int64_t position = 0;
-    int64_t lastSize = 0;
-    int64_t lastModified = 0;
+// What was last found, for as long as an alarm is held.
+struct LogAlarm {
+    int64_t time = 0;  // seconds since 1970; 0 when nothing was found yet
+    int64_t matches = 0;
+    std::string line;
 };
 
 class LogState {
   public:
     // Locks the state of the check that `identity` tells from all others and reads it: in
-    // `stateFile`, or if that is empty in a file of the user's state directory. Waits for another
+    // `stateFile`, or if that is empty in a file of the user's state directory, which needs no
+    // environment: without one it is below the home directory of the user's account or, where
+    // that cannot be written, a folder of the user's own in /var/tmp. Waits for another
     // run until the deadline. False with the error text.
     bool Open(const std::string& stateFile, std::string_view identity,
               const Environment& environment, const Deadline& deadline, std::string& error);
-    bool Save(const ScanPosition& position, std::string& error) const;
+    bool Save(const ScanPosition& position, std::string& error, const LogAlarm& alarm = {}) const;
 
+    const std::string& Path() const { return path_; }
     const ScanPosition& Position() const { return position_; }
+    const LogAlarm& Alarm() const { return alarm_; }
 
   private:
     bool Lock(const Deadline& deadline, std::string& error);
@@ -40,6 +45,7 @@ class LogState {
     std::string identity_;
     UniqueFd lock_;
     ScanPosition position_;
+    LogAlarm alarm_;
 };
 
 }  // namespace zot::client

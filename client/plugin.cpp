@@ -14,6 +14,7 @@
 #include "base/vystring.h"
 #include "client/agent_client.h"
 #include "client/check.h"
+#include "client/engine.h"
 #include "client/options.h"
 #include "client/range.h"
 #include "client/request_packet.h"
@@ -29,7 +30,8 @@ constexpr std::string_view kStatusNames[] = {"OK", "WARNING", "CRITICAL", "UNKNO
 std::string Printable(std::string_view text, bool keepLines) {
     std::string result;
     for (char c : text) {
-        bool control = static_cast<unsigned char>(c) < 32 && !(keepLines && c == '\n');
+        auto byte = static_cast<unsigned char>(c);
+        bool control = (byte < 32 || byte == 127) && !(keepLines && c == '\n');
         if (c == '\r' && keepLines) continue;
         result += c == '|' ? '/' : control ? ' ' : c;
     }
@@ -91,11 +93,12 @@ int RunCheck(const Check& check, Invocation& call) {
     CheckResult result;
     check.run(CheckRun(call), result);
     PluginStatus status = kOk;
+    double judged = result.judged.value_or(result.value.value_or(0));
     if (result.status) {
         status = *result.status;
-    } else if (critical && critical->Alerts(*result.value)) {
+    } else if (critical && critical->Alerts(judged)) {
         status = kCritical;
-    } else if (options.warning && options.warning->Alerts(*result.value)) {
+    } else if (options.warning && options.warning->Alerts(judged)) {
         status = kWarning;
     }
     return Print(call.console, check.name, status, result.text,
@@ -125,8 +128,8 @@ std::string UsageFault(const Check& check, const Options& options) {
     if (std::find(options.words.begin(), options.words.end(), "") != options.words.end()) {
         return "an argument is empty";
     }
-    if (check.run != CheckLog && !options.stateFile.empty()) {
-        return "the check " + std::string(check.name) + " takes no --state";
+    if (check.run != CheckLog && (!options.stateFile.empty() || options.holdMinutes > 0)) {
+        return "the check " + std::string(check.name) + " takes no --state and no --hold";
     }
     if (!check.takesRanges && (options.warning || options.critical)) {
         return "the check " + std::string(check.name) + " takes no -w and -c";
@@ -141,45 +144,76 @@ CheckRun::CheckRun(const Invocation& call)
       arguments_(std::span(call.options.words).subspan(1)),
       deadline_(call.options.target.timeout) {}
 
-int CheckRun::Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
-                  Answer& answer, CheckResult& result) const {
+bool CheckRun::Exchange(std::string_view command, std::span<const std::string> params,
+                        Answer& answer, CheckResult& result) const {
     for (const std::string& param : params) {
         if (FitsRequestLine(param)) continue;
         constexpr size_t kShown = 60;
         result.Fail(kUnknown, "the protocol cannot carry this parameter as it is: " +
                                   param.substr(0, kShown));
-        return 0;
+        return false;
     }
     Target target = call_.options.target;
     target.timeout = std::chrono::milliseconds(deadline_.Remaining());
-    std::string error;
+    Outcome outcome = AskOnce(target, ComposeRequest(command, params));
+    answer = std::move(outcome.answer);
+    seconds_ = outcome.seconds;
+    sameHost_ = outcome.localAddress == target.host || outcome.localAddress == "127.0.0.1";
+    bool replied = outcome.failure == Failure::kNone || outcome.failure == Failure::kAgentCode;
+    if (!replied) {
+        int status = call_.options.unreachable.value_or(kUnknown);
+        result.Fail(static_cast<PluginStatus>(status), outcome.message);
+    }
+    return replied;
+}
+
+bool CheckRun::Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
+                   Answer& answer, CheckResult& result) const {
     answer = {};
-    if (!client::Ask(target, ComposeRequest(command, params), answer, error)) {
-        result.Fail(kUnknown, error);
-    } else if (answer.code != "200") {
+    if (!Exchange(command, params, answer, result)) return false;
+    if (answer.code != "200") {
         result.Fail(kUnknown, "the agent answered " + answer.code);
         if (!answer.lines.empty()) result.text += ": " + answer.lines[0];
     } else if (answer.lines.size() < lineCount) {
         result.Fail(kUnknown, "the agent's reply is too short");
     } else {
-        return 1;
+        return true;
     }
-    return 0;
+    return false;
 }
 
-int CheckRun::AskForValue(std::string_view command, std::span<const std::string> params,
-                          size_t line, Answer& answer, CheckResult& result) const {
+bool CheckRun::AskForValue(std::string_view command, std::span<const std::string> params,
+                           size_t line, Answer& answer, CheckResult& result) const {
     double value = 0;
-    if (!Ask(command, params, line + 1, answer, result)) return 0;
-    if (!ReadNumber(answer.lines[line], value, result)) return 0;
+    if (!Ask(command, params, line + 1, answer, result)) return false;
+    if (!ReadNumber(answer.lines[line], value, result)) return false;
     result.value = value;
-    return 1;
+    return true;
 }
 
-int ReadNumber(std::string_view line, double& value, CheckResult& result) {
-    if (ParseDecimal(TrimView(line), value)) return 1;
+bool CheckRun::Follow(Probe& probe, CheckResult& result) const {
+    while (auto question = probe.Next()) {
+        Answer reply;
+        if (!Exchange(question->command, question->params, reply, result)) return false;
+        probe.SetSameHost(sameHost_);
+        probe.Take(reply);
+    }
+    const Answer& answer = probe.answer;
+    if (answer.code != "200" || answer.lines.empty()) {
+        result.Fail(kUnknown, "the agent answered " + answer.code);
+        if (!answer.lines.empty()) result.text += ": " + answer.lines[0];
+        return false;
+    }
+    double value = 0;
+    if (!ReadNumber(answer.lines[0], value, result)) return false;
+    result.value = value;
+    return true;
+}
+
+bool ReadNumber(std::string_view line, double& value, CheckResult& result) {
+    if (ParseDecimal(TrimView(line), value)) return true;
     result.Fail(kUnknown, "not a number in the agent's reply: " + std::string(line));
-    return 0;
+    return false;
 }
 
 int RunPlugin(Invocation& call) {
@@ -201,13 +235,12 @@ int PluginUsageError(const Console& console, std::string_view message) {
 }
 
 std::string ChecksHelp() {
-    std::string help;
+    std::vector<std::pair<std::string, std::string_view>> rows;
     for (const Check& check : kChecks) {
         std::string left = std::string(check.name) + " " + std::string(check.arguments);
-        help += "  " + left + std::string(left.size() < 27 ? 27 - left.size() : 1, ' ') +
-                std::string(check.help) + "\n";
+        rows.emplace_back(left, check.help);
     }
-    return help;
+    return HelpTable(rows);
 }
 
 }  // namespace zot::client

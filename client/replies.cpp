@@ -8,28 +8,12 @@
 #include "base/numbers.h"
 #include "base/vystring.h"
 #include "client/reply_times.h"
+#include "client/reply_values.h"
 #include "client/settings_reply.h"
 #include "client/text.h"
 
 namespace zot::client {
 namespace {
-
-// How a line, or a parameter of the request, becomes a value.
-enum class Kind {
-    kText,     // as it stands
-    kEscaped,  // with its line breaks back in place
-    kLines,    // the same, as a list
-    kInteger,
-    kDecimal,
-    kFlag,
-    kBytes,
-    kPercent,
-    kMilliseconds,
-    kMinutes,
-    kLocalTime,  // DDMMYYYYhhmmss
-    kAlgorithm,  // the number of a hash
-    kMode,       // the number of a comparison
-};
 
 constexpr int kLine = 0;    // + n: line n of the reply, from 0
 constexpr int kParam = 16;  // + n: parameter n of the request, from 0
@@ -119,93 +103,10 @@ constexpr ReplyFormat kFormats[] = {
     {"UpgradeCode", {}},
 };
 
-constexpr std::string_view kAlgorithms[] = {"crc32", "md5", "sha256", "sha512"};
-constexpr std::string_view kModes[] = {"", "compare", "find_file", "find_text"};
-
 const ReplyFormat* FindFormat(std::string_view command) {
     auto found = std::find_if(std::begin(kFormats), std::end(kFormats),
                               [&](const ReplyFormat& format) { return format.command == command; });
     return found == std::end(kFormats) ? nullptr : found;
-}
-
-std::vector<std::string> Lines(std::string_view text) {
-    std::vector<std::string> lines;
-    for (size_t start = 0; start < text.size();) {
-        size_t end = std::min(text.find('\n', start), text.size());
-        std::string_view line = text.substr(start, end - start);
-        if (line.ends_with('\r')) line.remove_suffix(1);
-        lines.emplace_back(line);
-        start = end + 1;
-    }
-    return lines;
-}
-
-template <size_t n>
-bool TakeWord(std::string_view text, const std::string_view (&words)[n], Value& value) {
-    int64_t number = -1;
-    bool known = ParseInt64(text, number) && number >= 0 && number < int64_t{n};
-    value = std::string(known ? words[number] : text);
-    return true;
-}
-
-bool TakeInteger(std::string_view text, Value& value) {
-    int64_t number = 0;
-    if (!ParseInt64(text, number)) return false;
-    value = number;
-    return true;
-}
-
-bool TakeDecimal(std::string_view text, double factor, Value& value) {
-    double number = 0;
-    if (!ParseDecimal(text, number)) return false;
-    value = number * factor;
-    return true;
-}
-
-bool TakeLocalTime(std::string_view text, Value& value) {
-    value = LocalTimeText(text);
-    return !std::get<std::string>(value).empty();
-}
-
-bool Convert(Kind kind, std::string_view text, Field& field) {
-    std::string_view trimmed = TrimView(text);
-    switch (kind) {
-        case Kind::kText:
-            field.value = std::string(text);
-            return true;
-        case Kind::kEscaped:
-            field.value = std::string(Unescape(text).View());
-            return true;
-        case Kind::kLines:
-            field.value = Lines(Unescape(text).View());
-            return true;
-        case Kind::kInteger:
-            return TakeInteger(trimmed, field.value);
-        case Kind::kDecimal:
-            return TakeDecimal(trimmed, 1, field.value);
-        case Kind::kFlag:
-            field.value = trimmed == "1";
-            return trimmed == "1" || trimmed == "0";
-        case Kind::kBytes:
-            field.unit = Unit::kBytes;
-            return TakeInteger(trimmed, field.value);
-        case Kind::kPercent:
-            field.unit = Unit::kPercent;
-            return TakeDecimal(trimmed, 1, field.value);
-        case Kind::kMilliseconds:
-            field.unit = Unit::kSeconds;
-            return TakeDecimal(trimmed, 0.001, field.value);
-        case Kind::kMinutes:
-            field.unit = Unit::kSeconds;
-            return TakeDecimal(trimmed, 60, field.value);
-        case Kind::kLocalTime:
-            return TakeLocalTime(trimmed, field.value);
-        case Kind::kAlgorithm:
-            return TakeWord(trimmed, kAlgorithms, field.value);
-        case Kind::kMode:
-            return TakeWord(trimmed, kModes, field.value);
-    }
-    return false;
 }
 
 bool ReadColumn(const Column& column, std::span<const std::string> params, const Answer& answer,
@@ -264,7 +165,7 @@ bool ReadProcesses(const Answer& answer, std::vector<Record>& records, std::stri
         error = "the agent's reply is too short: it has no command";
         return false;
     }
-    for (std::string& line : Lines(Unescape(answer.lines[0]).View())) {
+    for (std::string& line : LinesOf(Unescape(answer.lines[0]).View())) {
         records.emplace_back().push_back({"command", std::move(line)});
     }
     return true;
@@ -390,6 +291,13 @@ std::vector<std::string> FieldNames(std::string_view command) {
     if (command == "TEST-UNC") names.insert(names.begin() + 2, "used_percent");
     if (command == "TEST-FileExists") names.insert(names.begin() + 4, "modified_timestamp_seconds");
     if (command == "TEST-FileHash") names.emplace_back("note");
+    return names;
+}
+
+std::vector<std::string_view> CommandNames() {
+    std::vector<std::string_view> names = {"GetInfo", "GetSettings", "GetFilesList",
+                                           "GetProcessesList"};
+    for (const ReplyFormat& format : kFormats) names.push_back(format.command);
     return names;
 }
 

@@ -51,6 +51,9 @@ bool ReadReply(std::string_view command, std::span<const std::string> params, co
 // empty for a command that is not known. Those of settings and information are in it too.
 std::vector<std::string> FieldNames(std::string_view command);
 
+// The commands whose replies are known, and that this system's agents carry out.
+std::vector<std::string_view> CommandNames();
+
 // "folder_size" from "Folder Size", "ok_log_file" from "OkLogFile".
 std::string SnakeCase(std::string_view name);
 

@@ -1,204 +1,146 @@
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <iomanip>
-#include <ostream>
-#include <span>
+#include <iostream>
+#include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
-#include "base/escaping.h"
-#include "base/numbers.h"
-#include "base/vystring.h"
-#include "client/invocation.h"
-#include "client/options.h"
-#include "client/request_packet.h"
+#include "client/agent_client.h"
+#include "client/people.h"
+#include "client/report_printer.h"
+#include "client/report_values.h"
+#include "client/setting_change.h"
+#include "client/settings_listing.h"
+#include "client/settings_reply.h"
 #include "client/subcommands.h"
-#include "commands/remote_settings.h"
-#include "protocol/request_text.h"
 
 namespace zot::client {
 namespace {
 
-constexpr std::string_view kPassword = "Password";
-constexpr std::string_view kHidden = "********";
-
-// A list, and the setting that holds one character for each of its entries, '1' when it is on.
-struct MarkedList {
-    std::string_view entries;
-    std::string_view marks;
-};
-
-constexpr MarkedList kMarkedLists[] = {
-    {"Available tests", "Enabled tests"},
-    {"Available actions", "Enabled actions"},
-    {"IPFilterAddr", "IPFilterMarks"},
-};
-
-struct Row {
-    std::string_view name;
-    std::vector<std::string> values;  // one for each line of the output
-};
-
-std::vector<std::string> SplitLines(std::string_view text) {
-    std::vector<std::string> lines;
-    for (size_t start = 0; start < text.size();) {
-        size_t end = std::min(text.find('\n', start), text.size());
-        std::string_view line = TrimView(text.substr(start, end - start));
-        if (!line.empty()) lines.emplace_back(line);
-        start = end + 1;
-    }
-    return lines;
+bool IsPlain(const Options& options) {
+    return options.output == Output::kDefault && options.fields.empty() && !options.fold &&
+           !options.diff && options.failedFile.empty();
 }
 
-std::vector<Row> MakeRows(const Answer& answer) {
-    std::vector<Row> rows;
-    for (const std::string& line : answer.lines) {
-        size_t equals = line.find('=');
-        if (equals == std::string::npos) continue;
-        Row row = {std::string_view(line).substr(0, equals),
-                   SplitLines(Unescape(std::string_view(line).substr(equals + 1)).View())};
-        if (row.values.empty()) row.values.emplace_back();
-        rows.push_back(std::move(row));
-    }
-    return rows;
-}
-
-// Writes each mark behind its entry and drops the row of the marks. Where they do not fit each
-// other both stay as they are.
-void JoinMarks(std::vector<Row>& rows, const MarkedList& list) {
-    auto named = [&](std::string_view name) {
-        return std::find_if(rows.begin(), rows.end(),
-                            [name](const Row& row) { return row.name == name; });
-    };
-    auto entries = named(list.entries);
-    auto marks = named(list.marks);
-    if (entries == rows.end() || marks == rows.end()) return;
-    const std::string& flags = marks->values[0];
-    if (flags.empty() || flags.size() != entries->values.size()) return;
-    size_t width = 0;
-    for (const std::string& entry : entries->values) width = std::max(width, entry.size());
-    for (size_t i = 0; i < flags.size(); ++i) {
-        entries->values[i].resize(width, ' ');
-        entries->values[i] += flags[i] == '1' ? "  on" : "  off";
-    }
-    rows.erase(marks);
-}
-
-void PrintRows(const std::vector<Row>& rows, std::ostream& out) {
-    size_t width = 0;
-    for (const Row& row : rows) width = std::max(width, row.name.size());
-    for (const Row& row : rows) {
-        std::string_view name = row.name;
-        for (const std::string& value : row.values) {
-            out << std::left << std::setw(static_cast<int>(width)) << name;
-            if (!value.empty()) out << "  " << value;
-            out << '\n';
-            name = "";
-        }
-    }
-}
-
-// Whether `text` is a whole number from `min` on.
-bool IsNumber(std::string_view text, int64_t min, int64_t max) {
-    int64_t value = 0;
-    return ParseInt64(text, value) && value >= min && value <= max;
-}
-
-// What is wrong with a value that the agent would misread without a word; empty when nothing is.
-std::string_view ValueFault(const WireSetting& setting, std::string_view value) {
-    constexpr int64_t kMaxPort = 65535;
-    switch (setting.kind) {
-        case WireKind::kFlag:
-            return value == "0" || value == "1" ? "" : "must be 0 or 1";
-        case WireKind::kNumber:
-            if (setting.name == "Port") return IsNumber(value, 1, kMaxPort) ? "" : "is no port";
-            return IsNumber(value, 0, INT32_MAX) ? "" : "must be a whole number";
-        case WireKind::kText:
-            if (value.find_first_of("\r\n") != std::string_view::npos) return "takes no line break";
-            return setting.name == kPassword && value.empty() ? "must not be empty" : "";
-        case WireKind::kEscapedText:
-            break;
-    }
-    return "";
-}
-
-// The entries of a list are separated by both characters, whichever of them were given.
-std::string WithFullLineBreaks(std::string_view value) {
-    std::string result;
-    for (char c : value) {
-        if (c == '\n' && !result.ends_with('\r')) result += '\r';
-        result += c;
-    }
-    return result;
-}
-
-// Makes the request line of one NAME=VALUE. Returns 1, or 0 with the error text.
-int MakeLine(const std::string& word, std::string& line, std::string& error) {
-    size_t equals = word.find('=');
-    if (equals == std::string::npos) {
-        error = "not NAME=VALUE: " + word;
-        return 0;
-    }
-    std::string_view name = TrimView(std::string_view(word).substr(0, equals));
-    std::string_view value = TrimView(std::string_view(word).substr(equals + 1));
-    const WireSetting* setting = FindWireSetting(name);
-    if (!setting) {
-        error = "no setting with the name " + std::string(name) + "; there are:";
-        const char* separator = " ";
-        for (const WireSetting& known : WireSettings()) {
-            error.append(separator).append(known.name);
-            separator = ", ";
-        }
-        return 0;
-    }
-    std::string_view fault = ValueFault(*setting, value);
-    if (!fault.empty()) {
-        error = std::string(name) + " " + std::string(fault);
-        return 0;
-    }
-    line = std::string(name) + "=";
-    line += setting->kind == WireKind::kEscapedText ? WithFullLineBreaks(value) : value;
-    return 1;
-}
-
-}  // namespace
-
-int ShowSettings(Invocation& call) {
-    if (call.options.words.size() > 1) {
-        return Fail(call.console, "settings takes no parameter", kWrongUsage);
-    }
-    Answer answer;
+// One host's reply of name and value, for people to read.
+int ShowListing(Invocation& call, const char* command) {
+    Choice choice;
     int status = 0;
-    if (!AskTarget(call, ComposeRequest("GetSettings", {}), answer, status)) return status;
+    if (!Prepare(call, FieldNames(command), choice, status)) return status;
+    if (choice.many || !IsPlain(call.options)) return AskQuestions(call, {{command, {}}});
+    Answer answer;
+    std::string error;
+    if (!Ask(choice.hosts[0].target, ComposeRequest(command, {}), answer, error)) {
+        return Fail(call.console, error, kNoReply);
+    }
     if (!call.options.showPassword) {
         for (std::string& line : answer.lines) {
-            if (line.starts_with("Password=")) line = "Password=" + std::string(kHidden);
+            if (line.starts_with("Password=")) line = std::string("Password=") + kHiddenPassword;
         }
     }
     if (answer.code != "200" || call.options.json) return FinishWithReply(call, answer);
-    std::vector<Row> rows = MakeRows(answer);
-    for (const MarkedList& list : kMarkedLists) JoinMarks(rows, list);
-    PrintRows(rows, call.console.out);
+    PrintListing(answer, call.console.out);
     return Finish(call.console, kReplyOk);
 }
 
+// Looks before it changes, where a change could lock out whoever asks or should only be shown.
+class SetTask : public HostTask {
+  public:
+    SetTask(const Options& options, const ChosenHost& host,
+            const std::vector<SettingChange>& changes)
+        : options_(options), host_(host), changes_(changes) {
+        bool access = std::any_of(changes.begin(), changes.end(), [](const SettingChange& change) {
+            return IsAboutAccess(change.name);
+        });
+        step_ = options.dryRun || (access && !options.force) ? Step::kLook : Step::kChange;
+    }
+
+    std::optional<Question> Next() override {
+        if (step_ == Step::kLook) return Question{"GetSettings", {}};
+        if (step_ == Step::kDone) return {};
+        Question question = {"SetSettings", {}};
+        for (const SettingChange& change : changes_) question.params.push_back(change.Line());
+        return question;
+    }
+
+    void Take(const Question& question, Outcome outcome) override {
+        const std::string ownAddress = outcome.localAddress;
+        HostReport report = MakeReport(host_, question, std::move(outcome));
+        const bool looked = step_ == Step::kLook;
+        step_ = Step::kDone;
+        if (looked && report.failure == Failure::kNone) {
+            std::string fault = LockOut(report.answer, changes_, ownAddress);
+            if (!fault.empty() && !options_.force) {
+                report = LocalReport(host_, fault + " (--force does it all the same)");
+            } else if (options_.dryRun) {
+                report.records = Differences(report.answer);
+            } else {
+                step_ = Step::kChange;
+                return;
+            }
+        }
+        reports.push_back(std::move(report));
+    }
+
+  private:
+    enum class Step { kLook, kChange, kDone };
+
+    // What would change, one record for each setting.
+    std::vector<Record> Differences(const Answer& answer) const {
+        const Record now = ReadSettings(answer);
+        std::vector<Record> records;
+        for (const SettingChange& change : changes_) {
+            const Field* field = FindField(now, SnakeCase(change.name));
+            std::string from = field ? PlainText(field->value) : "";
+            std::string to = change.value;
+            std::replace(from.begin(), from.end(), '\n', ' ');
+            for (size_t at; (at = to.find("%0D%0A")) != std::string::npos;) to.replace(at, 6, " ");
+            bool secret = change.name == "Password";
+            if (!secret && from == to) continue;
+            records.push_back({{"setting", change.name},
+                               {"now", from},
+                               {"then", secret ? std::string(kHiddenPassword) : to}});
+        }
+        return records;
+    }
+
+    const Options& options_;
+    const ChosenHost& host_;
+    const std::vector<SettingChange>& changes_;
+    Step step_;
+};
+
+}  // namespace
+
+int AskInfo(Invocation& call) { return ShowListing(call, "GetInfo"); }
+
+int ShowSettings(Invocation& call) { return ShowListing(call, "GetSettings"); }
+
 int ChangeSettings(Invocation& call) {
     const auto& words = call.options.words;
-    if (words.size() < 2) return Fail(call.console, "set needs NAME=VALUE", kWrongUsage);
-    std::vector<std::string> lines;
+    std::vector<SettingChange> changes;
     std::string error;
     for (size_t i = 1; i < words.size(); ++i) {
-        if (!MakeLine(words[i], lines.emplace_back(), error)) {
+        if (!ReadChange(call.console, words[i], changes.emplace_back(), error)) {
             return Fail(call.console, error, kWrongUsage);
         }
     }
-    Answer answer;
+    Choice choice;
     int status = 0;
-    if (!AskTarget(call, ComposeRequest("SetSettings", lines), answer, status)) return status;
-    return FinishWithReply(call, answer);
+    if (!Prepare(call, {"setting", "now", "then"}, choice, status)) return status;
+    ReportPrinter printer(call, choice.many);
+    auto makeTask = [&](const ChosenHost& host) {
+        return std::make_unique<SetTask>(call.options, host, changes);
+    };
+    auto reports = AskHosts(call, choice, makeTask,
+                            [&](const HostReport& report) { printer.Arrived(report); });
+    const HostReport& first = reports[0];
+    bool asItCame = !choice.many && IsPlain(call.options) && IsReply(first.failure) &&
+                    !(call.options.dryRun && first.failure == Failure::kNone);
+    if (asItCame) return FinishWithReply(call, first.answer);
+    if (!choice.many && first.failure == Failure::kLocal) {
+        return Fail(call.console, first.message, kWrongUsage);
+    }
+    return printer.Finish(reports);
 }
 
 }  // namespace zot::client

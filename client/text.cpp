@@ -1,11 +1,11 @@
 #include "client/text.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <iterator>
+#include <vector>
 
 #include "base/ascii.h"
-#include "base/numbers.h"
 #include "protocol/request_text.h"
 
 namespace zot::client {
@@ -61,13 +61,137 @@ bool FindDecimal(std::string_view text, double& value) {
 
 std::string FormatDecimal(double value, int decimals) {
     std::string text = Print(value, decimals);
-    text.erase(text.find_last_not_of('0') + 1);
+    if (decimals > 0) text.erase(text.find_last_not_of('0') + 1);
     if (text.ends_with('.')) text.pop_back();
     return text == "-0" ? "0" : text;
 }
 
 std::string Count(double number, std::string_view one, std::string_view many) {
     return Concat({FormatDecimal(number), " ", number == 1 ? one : many});
+}
+
+size_t CharacterSize(std::string_view text) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char first = byte(0);
+    if (first < 0x80) return 1;
+    size_t size = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || text.size() < size) return 0;
+    for (size_t i = 1; i < size; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) return 0;
+    }
+    unsigned char second = byte(1);
+    bool wrong = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
+                 (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
+    return wrong ? 0 : size;
+}
+
+std::string FormatSeconds(double seconds) {
+    constexpr double kMinute = 60, kHour = 3600, kDay = 86400;
+    double size = std::fabs(seconds);
+    if (size < 1) return FormatDecimal(seconds * 1000, 0) + " ms";
+    if (size < 2 * kMinute) return FormatDecimal(seconds, 1) + " s";
+    if (size < 2 * kHour) return FormatDecimal(seconds / kMinute, 0) + " min";
+    if (size < 2 * kDay) return FormatDecimal(seconds / kHour, 1) + " h";
+    return FormatDecimal(seconds / kDay, 1) + " d";
+}
+
+namespace {
+
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+
+// ASCII controls, and those from U+0080 to U+009F, which some terminals obey too.
+bool IsControl(std::string_view character) {
+    auto first = static_cast<unsigned char>(character[0]);
+    if (character.size() == 1) return first < 32 || first == 127;
+    return character.size() == 2 && first == 0xC2 &&
+           static_cast<unsigned char>(character[1]) < 0xA0;
+}
+
+void AppendVisible(std::string& result, std::string_view character, bool keepLines) {
+    bool kept = keepLines && (character == "\n" || character == "\t");
+    if (kept || !IsControl(character)) {
+        result += character;
+        return;
+    }
+    char escaped[8];
+    snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned char>(character.back()));
+    result += escaped;
+}
+
+}  // namespace
+
+std::string Visible(std::string_view text, bool keepLines) {
+    std::string result;
+    while (!text.empty()) {
+        size_t size = CharacterSize(text);
+        if (size == 0) {
+            result += kReplacement;
+        } else if (!(keepLines && text.starts_with("\r\n"))) {
+            AppendVisible(result, text.substr(0, size), keepLines);
+        }
+        text.remove_prefix(std::max<size_t>(size, 1));
+    }
+    return result;
+}
+
+std::string ValidUtf8(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        size_t size = CharacterSize(text);
+        result += size == 0 ? kReplacement : text.substr(0, size);
+        text.remove_prefix(std::max<size_t>(size, 1));
+    }
+    return result;
+}
+
+size_t Width(std::string_view text) {
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    }));
+}
+
+std::string HelpTable(std::span<const std::pair<std::string, std::string_view>> rows) {
+    constexpr size_t kIndent = 26, kMargin = 80;
+    std::string help;
+    for (const auto& [left, right] : rows) {
+        std::string line = "  " + left;
+        if (line.size() + 2 > kIndent) {
+            help += line + "\n";
+            line.clear();
+        }
+        line.resize(kIndent, ' ');
+        for (std::string_view rest = right; !rest.empty();) {
+            size_t end = std::min(rest.find(' '), rest.size());
+            if (line.size() > kIndent && line.size() + 1 + end > kMargin) {
+                help += line + "\n";
+                line.assign(kIndent, ' ');
+            }
+            if (line.size() > kIndent) line += ' ';
+            line += rest.substr(0, end);
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
+        help += line + "\n";
+    }
+    return help;
+}
+
+size_t Distance(std::string_view a, std::string_view b) {
+    std::vector<std::vector<size_t>> costs(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i) {
+        for (size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                costs[i][j] = i + j;
+                continue;
+            }
+            size_t differs = a[i - 1] == b[j - 1] ? 0 : 1;
+            size_t& cost = costs[i][j];
+            cost =
+                std::min({costs[i - 1][j] + 1, costs[i][j - 1] + 1, costs[i - 1][j - 1] + differs});
+            bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+            if (swapped) cost = std::min(cost, costs[i - 2][j - 2] + 1);
+        }
+    }
+    return costs[a.size()][b.size()];
 }
 
 std::string FormatBytes(double bytes) {

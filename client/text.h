@@ -3,8 +3,10 @@
 #pragma once
 
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace zot::client {
 
@@ -26,6 +28,26 @@ constexpr int kDataDecimals = 6;
 
 // "1 file", "2 files".
 std::string Count(double number, std::string_view one, std::string_view many);
+
+// "3 ms", "2.5 s", "12 min", "3.5 h", "20 d".
+std::string FormatSeconds(double seconds);
+
+// The text as a terminal may show it: control characters as "\\x1B", bytes that are no UTF-8 as
+// U+FFFD. Line ends stay if `keepLines`.
+std::string Visible(std::string_view text, bool keepLines = false);
+// Valid UTF-8: each byte that is not part of a well-formed character becomes U+FFFD.
+std::string ValidUtf8(std::string_view text);
+// The length of the character at the front of a text that is not empty, 0 when it is not
+// well-formed (RFC 3629).
+size_t CharacterSize(std::string_view text);
+// How many places the text takes on a terminal, one for each character.
+size_t Width(std::string_view text);
+
+// Two columns for a help text, the second filled up to the margin.
+std::string HelpTable(std::span<const std::pair<std::string, std::string_view>> rows);
+
+// How many letters have to be changed, added, left out or swapped to make one word of the other.
+size_t Distance(std::string_view a, std::string_view b);
 
 // Bytes with the binary unit that suits them: "512 B", "1.5 GiB".
 std::string FormatBytes(double bytes);

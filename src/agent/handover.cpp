@@ -4,11 +4,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -16,8 +14,6 @@
 
 #include "base/children.h"
 #include "base/files.h"
-#include "base/numbers.h"
-#include "base/vystring.h"
 
 namespace zot {
 
@@ -52,11 +48,9 @@ bool IsVariable(const char* variable) {
 HandOver::HandOver(char** envp) {
     for (char** variable = envp; *variable != nullptr; ++variable) {
         if (!IsVariable(*variable)) continue;
-        const auto value = std::string_view(*variable).substr(kHandOverPrefix.size());
-        int32_t reserve = -1;
-        int32_t guard = -1;
-        ParseInt(FieldOf(value, 1, ':'), reserve);
-        ParseInt(FieldOf(value, 2, ':'), guard);
+        int reserve = -1;
+        int guard = -1;
+        std::sscanf(*variable + kHandOverPrefix.size(), "%d:%d:", &reserve, &guard);
         reserve_ = Inherit(reserve, S_IFSOCK);
         guard_ = Inherit(guard, S_IFIFO);
         expected_ = true;

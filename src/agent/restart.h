@@ -4,7 +4,6 @@
 
 #include "agent/agent_control.h"
 #include "agent/signals.h"
-#include "agent/upgrade.h"
 #include "base/owners.h"
 
 namespace zot {

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>

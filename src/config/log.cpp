@@ -13,7 +13,6 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
-#include <initializer_list>
 #include <iterator>
 #include <memory>
 #include <span>

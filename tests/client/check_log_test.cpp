@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "checks/logs/log_checks.h"
+#include "client/log_state.h"
 #include "client/plugin.h"
 #include "tests/client/fake_agent.h"
 #include "tests/support/temp_dir.h"
@@ -70,6 +71,36 @@ TEST_F(CheckLog, FollowsALogThatIsEmptiedOrStillBeingWritten) {
                                     ", the last: error / ") != std::string::npos;
         EXPECT_EQ(found, *content != '\0');
     }
+}
+
+TEST_F(CheckLog, AnAlarmIsHeldForAWhile) {
+    EXPECT_EQ(Run("|--hold|5").status, kOk);
+    Append(2);
+    EXPECT_EQ(Run("|--hold|5").status, kCritical);
+    ProgramRun held = Run("|--hold|5");
+    EXPECT_EQ(held.status, kCritical);
+    EXPECT_NE(held.out.find("0 new lines with 'error' in " + log_ + ", but 2 lines "),
+              std::string::npos)
+        << held.out;
+    EXPECT_NE(held.out.find(" ago: error 5 | matches=0;;0;0\n"), std::string::npos) << held.out;
+    EXPECT_EQ(Run().status, kOk) << "nothing is held for who does not ask for it";
+}
+
+TEST_F(CheckLog, FindsAPlaceWithoutAnEnvironment) {
+    // A home directory of the account, which tests must not fill, is passed over when it cannot be
+    // had; what is left is a folder of the user's own.
+    Environment none = {kTestPassword};
+    std::string error;
+    LogState state;
+    ASSERT_TRUE(state.Open("", "a test of zotq", none, Deadline(std::chrono::seconds(5)), error))
+        << error;
+    EXPECT_TRUE(state.Save({1, 2, 3}, error)) << error;
+    LogState again;
+    state = LogState();
+    ASSERT_TRUE(again.Open("", "a test of zotq", none, Deadline(std::chrono::seconds(5)), error));
+    EXPECT_EQ(again.Position().lastModified, 3);
+    std::filesystem::remove(again.Path());
+    std::filesystem::remove(again.Path() + ".lock");
 }
 
 TEST_F(CheckLog, VeryManyLinesAreNotCountedToTheEnd) {

@@ -111,12 +111,13 @@ inline std::vector<std::string> Words(const std::string& line) {
 
 struct ProgramRun {
     explicit ProgramRun(std::vector<std::string> words, Environment environment = {kTestPassword},
-                        const std::string& input = "", bool progress = false) {
+                        const std::string& input = "", bool progress = false,
+                        bool terminal = false) {
         std::vector<const char*> arguments;
         for (const std::string& word : words) arguments.push_back(word.c_str());
         std::istringstream in(input);
         std::ostringstream outStream, errStream;
-        status = RunProgram(arguments, environment, {in, outStream, errStream, progress});
+        status = RunProgram(arguments, environment, {in, outStream, errStream, progress, terminal});
         out = outStream.str();
         err = errStream.str();
     }

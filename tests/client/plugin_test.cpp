@@ -17,12 +17,10 @@ struct PluginRun : FakeAgent, ProgramRun {
 TEST(Plugin, EachCheckSendsItsParameters) {
     const std::pair<std::string, const char*> cases[] = {
         {"disk|/var", "TEST-UNC\n/var\n\r"},
-        {"size|/a", "TEST-FolderSize\n/a\n1\n0\n0\n0\n0\n0\n1\n\r"},
         {"files|/a|*.b", "TEST-CountFiles\n/a\n*.b\n0\n0\n0\n0\n0\n0\n0\n0\n1\n\r"},
         {"age|/a", "TEST-FileExists\n/a\n0\n0\n0\n0\n0\n1\n\r"},
         {"hash|/a|" + std::string(32, 'A'), "TEST-FileHash\n/a\n1\n0\n\r"},
         {"hash|/a|873187033", "TEST-FileHash\n/a\n0\n0\n\r"},
-        {"process|sshd", "TEST-Process\n0\nsshd\n\r"},
         {"cpu", "TEST-CPU\n\r"},
     };
     for (const auto& [line, request] : cases) {
@@ -72,6 +70,28 @@ TEST(Plugin, EachCheckJudgesTheReply) {
     }
 }
 
+TEST(Plugin, AFolderThatIsGoneIsCriticalAndNotWalkedAround) {
+    PluginRun gone("301\nno such file or acess denied\n", "size|/a/b");
+    EXPECT_EQ(gone.status, kCritical);
+    EXPECT_EQ(gone.out, "SIZE CRITICAL - the agent answered 301: no such file or folder\n");
+    EXPECT_EQ(gone.Requests().size(), 1U);
+}
+
+TEST(Plugin, TheAgentItselfAndWhatItsSilenceMeans) {
+    PluginRun run(
+        "200\nAgentVersion=1.36\nOpenedConnections=4711\nActiveConnections=1\n"
+        "FailedConnections=2\nRunningOS=Linux 6.1.0 #1\n",
+        "agent");
+    EXPECT_EQ(run.status, kOk) << run.out;
+    EXPECT_TRUE(run.out.starts_with("AGENT OK - zot 1.36 on Linux 6.1 answers in ")) << run.out;
+    EXPECT_NE(run.out.find(";0 connections=4711c active=1 refused=2c\n"), std::string::npos);
+    for (const auto& [state, status] : {std::pair("critical", kCritical), std::pair("ok", kOk)}) {
+        ProgramRun silent({"--plugin", "-p1", "--unreachable", state, "agent"});
+        EXPECT_EQ(silent.status, status) << silent.out;
+        EXPECT_NE(silent.out.find("cannot connect"), std::string::npos);
+    }
+}
+
 TEST(Plugin, TcpLeavesTheAgentTimeToReply) {
     PluginRun good("200\n    12\n\n", "-t|3|tcp|db|5432");
     EXPECT_EQ(good.out, "TCP OK - db port 5432 answers in 12 ms | time=12ms;;;0\n");
@@ -84,25 +104,27 @@ TEST(Plugin, TcpLeavesTheAgentTimeToReply) {
 TEST(Plugin, ScriptShowsItsResultLineAndItsOutput) {
     test::TempDir dir;
     std::string script = dir.Write("s", "#!/bin/sh\necho x\n");
-    PluginRun run("200\nscriptres: queue 7 | x\na%0D%0Ab|c%0D%0A\n",
-                  "-t|20|-c|5|script|" + script + "|a|b");
+    PluginRun run("200\nscriptres: queue 7 | x\nzotq-exit:0%0D%0Aa%0D%0Ab|c%0D%0A\n",
+                  "-t|20|-c|5|script|" + script + "|a b|c\"d");
     EXPECT_EQ(run.status, kCritical);
     EXPECT_EQ(run.out, "SCRIPT CRITICAL - queue 7 / x | result=7;;5\na\nb/c\n");
+    std::string request = run.Requests()[0];
+    EXPECT_NE(request.find("\"%script%\" %params%\n#!/bin/sh%0Aecho x%0A\n\"a b\" 'c\"d'\n"),
+              std::string::npos)
+        << request;
     int seconds = 0, lines = 0;
-    EXPECT_EQ(
-        sscanf(run.Requests()[0].c_str(),
-               "TEST-ShellScript\n\"%%script%%\" %%params%%\n#!/bin/sh%%0Aecho x%%0A\na b\n%d\n%d",
-               &seconds, &lines),
-        2)
-        << run.Requests()[0];
+    size_t numbers = request.find("'c\"d'\n") + 6;
+    EXPECT_EQ(sscanf(request.c_str() + numbers, "%d\n%d", &seconds, &lines), 2);
     EXPECT_TRUE(seconds > 10 && seconds <= 18) << seconds;
-    EXPECT_EQ(lines, 20);
+    EXPECT_EQ(lines, 21);
 
-    PluginRun wordy("200\nfine\n\n", "script|" + script);
-    EXPECT_EQ(wordy.out, "SCRIPT OK - fine\n");
-    EXPECT_TRUE(
-        wordy.Requests()[0].starts_with("TEST-ShellScript\n\"%script%\"\n#!/bin/sh%0Aecho "
-                                        "x%0A\n0\n"));
+    PluginRun wordy("200\nfine\nfine%0D%0A\n", "script|" + script);
+    EXPECT_EQ(wordy.out, "SCRIPT OK - fine\nfine\n") << "from an agent that does not tell the end";
+    PluginRun failed("200\nfine\nzotq-exit:3%0D%0Afine%0D%0A\n", "script|" + script);
+    EXPECT_EQ(failed.status, kCritical);
+    EXPECT_EQ(failed.out, "SCRIPT CRITICAL - fine (the script failed with 3)\nfine\n");
+    PluginRun silent("200\nzotq-exit:0\nzotq-exit:0%0D%0A\n", "script|" + script);
+    EXPECT_EQ(silent.out, "SCRIPT OK - the script printed nothing\n");
     EXPECT_EQ(PluginRun("200\nfine\n\n", "-w1|script|" + script).status, kUnknown);
 }
 
@@ -116,12 +138,19 @@ TEST(Plugin, WhatCannotBeAskedIsUnknownOnStandardOutput) {
     };
     for (const char* line : {"", "nothing", "disk", "disk|", "disk| /var", "disk|/a%0Ab",
                              "disk|\xC3\xA4/b", "cpu|extra", "-w|x|cpu", "-x|cpu", "--json|cpu",
-                             "-w1|hash|/a|12", "hash|/a|12ab", "hash|/a|12345678901"}) {
+                             "-w1|hash|/a|12", "hash|/a|12ab", "hash|/a|12345678901", "hash|/a|00",
+                             "hash|/a|4294967296", "--hold|5|cpu", "--unreachable|bad|cpu"}) {
         expectUnknown(line);
     }
     for (const std::string& path : {dir / "missing", dir.Path(), dir.Write("empty", "\n\n")}) {
         expectUnknown("script|" + path);
     }
+    std::string script = "script|" + dir.Write("good", "#!/bin/sh\n");
+    expectUnknown(script + "|both\"kinds'of quotes");
+    expectUnknown(script + "|" + std::string(601, 'x'));
+    std::string many = script;
+    for (int i = 0; i < 20; ++i) many += "|x";
+    expectUnknown(many);
     EXPECT_EQ(ProgramRun({"--plugin", "cpu"}, {}).status, kUnknown);
     ProgramRun refused({"--plugin", "-p1", "-t1", "cpu"});
     EXPECT_EQ(refused.status, kUnknown);

@@ -7,9 +7,33 @@
 namespace zot::client {
 namespace {
 
-std::string Info(int opened, const char* version) {
-    return "200\nAgentVersion=" + std::string(version) +
+std::string Info(int opened, const char* version, const char* system) {
+    return "200\nAgentVersion=" + std::string(version) + "\nRunningOS=" + system +
            "\nOpenedConnections=" + std::to_string(opened) + "\n\r";
+}
+
+// A script, as far as anybody looks.
+std::string Module(size_t size) {
+    std::string module(size, 'm');
+    return module.replace(0, std::min<size_t>(size, 2), "#!", std::min<size_t>(size, 2));
+}
+
+// A program of today as the linkers of each system make it: an ABI, and the loader that it names.
+std::string Elf(uint8_t abi, const std::string& loader) {
+    std::string file(400, '\0');
+    file.replace(0, 4,
+                 "\x7F"
+                 "ELF");
+    file[4] = 2;  // 64 bits
+    file[7] = static_cast<char>(abi);
+    file[16] = 3;   // shared, as position-independent executables are
+    file[32] = 64;  // the table of programs
+    file[54] = 56;
+    file[56] = 1;
+    file[64] = 3;  // the interpreter
+    file[64 + 8] = static_cast<char>(200);
+    file[64 + 32] = static_cast<char>(loader.size() + 1);
+    return file.replace(200, loader.size(), loader);
 }
 
 // Receives as agents do, 1024 bytes at once, and slower than the client sends.
@@ -20,6 +44,8 @@ class UpgradeAgent {
         std::string begin = "200";  // the answer to the request
         size_t hangUpAfter = SIZE_MAX;
         bool restarts = true;
+        std::string settings = "600\nOperation is not allowed\n\r";
+        const char* system = "Linux 6.1";
         std::string* module = nullptr;  // what came in, to be read when the agent is gone
     };
     explicit UpgradeAgent(Plan plan) : plan_(plan) {}
@@ -28,7 +54,13 @@ class UpgradeAgent {
   private:
     void Answer(int fd, const std::string& key, const std::string& text) {
         ++opened_;
-        if (text == "GetInfo\n\r") return SendReply(fd, key, Info(opened_, version_));
+        if (text == "GetInfo\n\r") return SendReply(fd, key, Info(opened_, version_, plan_.system));
+        if (text == "GetSettings\n\r") return SendReply(fd, key, plan_.settings);
+        if (text.starts_with("TEST-TextLog\n")) {
+            return SendReply(fd, key,
+                             "200\n" + std::string(attempts_ > 0 ? "5" : "0") +
+                                 "\nUpgrade failed\n0\n9\n9\n9\n9\n\r");
+        }
         Transfer(fd, key, text);
     }
     void Transfer(int fd, const std::string& key, const std::string& text) {
@@ -83,7 +115,7 @@ TEST_F(Upgrade, SendsTheModuleAndReportsTheNewAgent) {
     // Sizes around the border of a receive, where the trailer would be split.
     for (size_t size :
          {size_t{101}, size_t{1023}, size_t{1024}, size_t{102400} - 8, size_t{10485759}}) {
-        std::string module(size, 'm');
+        std::string module = Module(size);
         std::string received;
         module[size / 2] = '\0';
         {
@@ -99,7 +131,7 @@ TEST_F(Upgrade, SendsTheModuleAndReportsTheNewAgent) {
 
 TEST_F(Upgrade, RepeatsTheTransferWhenTheTrailerWasSplit) {
     UpgradeAgent agent({.refusals = 1});
-    ProgramRun run = Run(agent, std::string(5000, 'm'), true);
+    ProgramRun run = Run(agent, Module(5000), true);
     EXPECT_EQ(run.status, kReplyOk) << run.err;
     EXPECT_NE(run.err.find("] 100%\n"), std::string::npos);
 }
@@ -119,20 +151,51 @@ TEST_F(Upgrade, TellsWhatWentWrong) {
          ""},
         {{.hangUpAfter = 2000}, kNoReply, "", "the transfer was broken off"},
         {{.restarts = false}, kNoReply, "", "no new agent answers", "-t2"},
+        {{.settings = "200\nLogBadConn=1\nBadLogFile=/log\n\r"},
+         kNoReply,
+         "",
+         "the previous one is back"},
     };
     for (const Case& c : cases) {
         UpgradeAgent agent(c.plan);
-        ProgramRun run = Run(agent, std::string(5000, 'm'), false, c.limit);
+        ProgramRun run = Run(agent, Module(5000), false, c.limit);
         EXPECT_EQ(run.status, c.status);
         EXPECT_EQ(run.out, c.out);
         EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
     }
 }
 
+TEST_F(Upgrade, RefusesWhatTheHostCouldNotRunUnlessForced) {
+    struct Case {
+        std::string module;
+        const char* message;
+    } cases[] = {
+        {std::string(500, 'm'), "neither an ELF executable nor a script"},
+        {Elf(9, "/libexec/ld-elf.so.1"), "built for FreeBSD, and the host runs Linux"},
+        {Elf(0, "/libexec/ld-elf.so.1"), "built for FreeBSD, and the host runs Linux"},
+        {Elf(0, "/lib64/ld-linux-x86-64.so.2"), ""},
+        {Elf(3, ""), ""},
+    };
+    for (const Case& c : cases) {
+        UpgradeAgent agent({});
+        ProgramRun run = Run(agent, c.module);
+        EXPECT_EQ(run.status, *c.message ? kWrongUsage : kReplyOk) << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+        auto requests = agent.Agent().Requests();
+        bool sent = std::any_of(requests.begin(), requests.end(), [](const std::string& text) {
+            return text.starts_with("UpgradeCode");
+        });
+        EXPECT_EQ(sent, *c.message == '\0');
+        ProgramRun forced({agent.Agent().PortOption(), "-t60", "upgrade", "--force",
+                           dir_.Write("module", c.module)});
+        EXPECT_EQ(forced.status, kReplyOk) << forced.err;
+    }
+}
+
 TEST_F(Upgrade, RefusesFilesThatNoAgentTakesBeforeItConnects) {
     UpgradeAgent agent({});
     for (size_t size : {size_t{0}, size_t{100}, size_t{10485760}}) {
-        ProgramRun run = Run(agent, std::string(size, 'm'));
+        ProgramRun run = Run(agent, Module(size));
         EXPECT_EQ(run.status, kWrongUsage) << size;
         EXPECT_NE(run.err.find(" bytes"), std::string::npos) << run.err;
     }

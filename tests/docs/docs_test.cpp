@@ -6,7 +6,9 @@
 #include <map>
 #include <string>
 
+#include "client/check.h"
 #include "client/options.h"
+#include "client/subcommands.h"
 #include "commands/agent_info.h"
 #include "commands/command_table.h"
 #include "commands/remote_settings.h"
@@ -151,23 +153,84 @@ TEST(Docs, CommandPageHasEveryLineOfGetSettings) {
     EXPECT_EQ(Found(std::string(reply.Text().View()), "^([A-Z][A-Za-z ]*)="), documented);
 }
 
-TEST(Docs, ClientPageAndCompletionsHaveEveryOption) {
+// The words of a text, without what mdoc or punctuation adds to them.
+std::string BareWords(const std::string& text) {
+    std::string words;
+    for (const auto& match : Matches(text, "[A-Za-z0-9%/*@=.-]+")) {
+        static const Names kMacros = {".Ar", ".Cm", ".Fl", ".Pq", ".Ql", ".Pa", ".Xr", "Ns",
+                                      "Ar",  "Ql",  "Pa",  "Op",  "Fl",  "Cm",  ".Op"};
+        if (kMacros.count(match[0]) != 0) continue;
+        for (char c : match[0]) {
+            bool letter =
+                (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+            if (letter) words += static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+        }
+    }
+    return words;
+}
+
+// What the page says behind an item: its paragraph.
+std::string ItemText(const std::string& page, const std::string& item) {
+    size_t begin = page.find("\n.It " + item + "\n");
+    EXPECT_NE(begin, std::string::npos) << item;
+    if (begin == std::string::npos) return {};
+    begin += item.size() + 6;
+    size_t end = std::min(page.find("\n.It ", begin), page.find("\n.El", begin));
+    return page.substr(begin, end - begin);
+}
+
+TEST(Docs, ClientPageSaysWhatTheHelpSays) {
     const std::string page = SourceFile("docs/man/zotq.1");
+    for (const client::OptionWords& option : client::kOptionWords) {
+        std::string item = "Fl " + std::string(option.flags.substr(1));
+        if (size_t comma = item.find(",-"); comma != std::string::npos) {
+            item.replace(comma, 2, " , Fl ");
+        }
+        if (!option.argument.empty()) item += " Ar " + std::string(option.argument);
+        // Options of set and of upgrade may share a name, each with its words.
+        std::string wanted = BareWords(std::string(option.help));
+        bool told = BareWords(ItemText(page, item)).starts_with(wanted);
+        size_t second = page.rfind("\n.It " + item + "\n");
+        if (second != std::string::npos) {
+            told = told || BareWords(ItemText(page.substr(second), item)).starts_with(wanted);
+        }
+        EXPECT_TRUE(told) << option.flags << ": " << option.help;
+    }
+    for (const client::Subcommand& row : client::kSubcommands) {
+        std::string item = "\n.It Cm " + std::string(row.name);
+        size_t begin = page.find(item + (row.arguments.empty() ? "\n" : " "));
+        ASSERT_NE(begin, std::string::npos) << row.name;
+        begin = page.find('\n', begin + 1);
+        std::string text = page.substr(begin, page.find("\n.It ", begin) - begin);
+        EXPECT_TRUE(BareWords(text).starts_with(BareWords(std::string(row.help)))) << row.name;
+    }
+}
+
+TEST(Docs, CompletionsHaveEveryOptionAndSubcommand) {
     const std::string bash = SourceFile("packaging/completion/zotq.bash");
     const std::string zsh = SourceFile("packaging/completion/_zotq");
-    Names options = Found(client::OptionsHelp(), "^ *(-[^ ,]+)");
-    options.merge(Found(client::OptionsHelp(), "^ *-[^ ,]+, (--[^ ]+)"));
-    EXPECT_GT(options.size(), 5U);
-    Names documented;
-    for (const auto& line : Matches(page, "^\\.It Fl .*$")) {
-        // mdoc writes the first minus sign itself.
-        for (const std::string& name : Found(line[0], "Fl ([^ ]+)")) documented.insert("-" + name);
+    std::set<std::string> options, offered;
+    for (const client::OptionWords& option : client::kOptionWords) {
+        for (const auto& flag : Matches(std::string(option.flags), "--?[A-Za-z-]+")) {
+            options.insert(flag[0]);
+        }
     }
-    EXPECT_EQ(documented, options);
-    EXPECT_EQ(Found(Section(bash, "_zotq_options='", "'"), "(-[^ \n]+)"), options);
-    Names offered = Found(zsh, "[{'](--?[A-Za-z-]+)[[,]");
-    offered.merge(Found(zsh, ",(--[a-z-]+)\\}"));
+    for (const auto& name : Found(Section(bash, "_zotq_options='", "'"), "(-[^ \n]+)")) {
+        offered.insert(name);
+    }
     EXPECT_EQ(offered, options);
+    offered.clear();
+    for (const auto& name : Found(zsh, "[{',](--?[A-Za-z-]+)[[,=}]")) offered.insert(name);
+    for (const auto& name : Found(zsh, ",(--[a-z-]+)=?\\}")) offered.insert(name);
+    EXPECT_EQ(offered, options);
+
+    Names subcommands, checks;
+    for (const client::Subcommand& row : client::kSubcommands) subcommands.emplace(row.name);
+    for (const client::Check& check : client::kChecks) checks.emplace(check.name);
+    EXPECT_EQ(Found(Section(bash, "_zotq_subcommands='", "'"), "([a-z]+)"), subcommands);
+    EXPECT_EQ(Found(Section(bash, "_zotq_checks='", "'"), "([a-z]+)"), checks);
+    EXPECT_EQ(Found(Section(zsh, "\nsubcommands=(", "\n)"), "'([a-z]+):"), subcommands);
+    EXPECT_EQ(Found(Section(zsh, "\nchecks=(", "\n)"), "'([a-z]+):"), checks);
 }
 
 TEST(Docs, CompletionsHaveEveryCommandAndSetting) {

@@ -1,0 +1,83 @@
+#include "client/rollout_list.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+#include <sstream>
+
+#include "client/local_file.h"
+#include "client/text.h"
+
+namespace zot::client {
+namespace {
+
+constexpr size_t kMaxSize = size_t{64} << 20;
+constexpr const char* kHeading = "# host  state  sha256  time  note\n";
+
+std::string Now() {
+    time_t now = time(nullptr);
+    std::tm parts = {};
+    localtime_r(&now, &parts);
+    char text[32];
+    return {text, strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts)};
+}
+
+}  // namespace
+
+bool RolloutList::Open(const std::string& path, std::string& error) {
+    path_ = path;
+    std::string lockPath = path + ".lock";
+    lock_.Reset(
+        open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!lock_) {
+        error = FileError("create", lockPath, errno);
+        return false;
+    }
+    if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
+        error = "another roll-out keeps its list in " + path;
+        return false;
+    }
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0 && errno == ENOENT) return true;
+    std::string content;
+    if (!ReadWholeFile(path, kMaxSize, content, error)) return false;
+    std::istringstream lines(content);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string host;
+        Entry entry;
+        if (line.starts_with('#') || line.empty()) continue;
+        if (!(words >> host >> entry.state >> entry.digest >> entry.time)) {
+            error = path + " is no list of a roll-out: " + line;
+            return false;
+        }
+        std::getline(words >> std::ws, entry.note);
+        entries_[host] = entry;
+    }
+    return true;
+}
+
+bool RolloutList::HasUpgraded(const std::string& host, const std::string& digest) const {
+    std::lock_guard lock(entriesMutex_);
+    auto entry = entries_.find(host);
+    return entry != entries_.end() && entry->second.state == "upgraded" &&
+           entry->second.digest == digest;
+}
+
+bool RolloutList::Record(const std::string& host, const std::string& state,
+                         const std::string& digest, const std::string& note, std::string& error) {
+    std::lock_guard lock(entriesMutex_);
+    entries_[host] = {state, digest, Now(), Visible(note)};
+    std::string content = kHeading;
+    for (const auto& [name, entry] : entries_) {
+        content += name + " " + entry.state + " " + entry.digest + " " + entry.time;
+        if (!entry.note.empty()) content += " " + entry.note;
+        content += "\n";
+    }
+    return ReplaceFile(path_, content, error);
+}
+
+}  // namespace zot::client

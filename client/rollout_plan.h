@@ -1,0 +1,20 @@
+// The batches of a roll-out.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zot::client {
+
+// How many hosts each batch has, from sizes such as "1,5,20%", of which the last repeats until all
+// hosts are in. A percentage counts of all of them and is at least one host. False with the error
+// text when the sizes make no sense.
+bool PlanBatches(std::string_view sizes, size_t hosts, std::vector<size_t>& batches,
+                 std::string& error);
+
+// "plan: web1 | 1 | 5 | 9, 9, 3  (28 hosts)": the canary, then the sizes; repeated ones together.
+std::string PlanText(const std::string& canary, const std::vector<size_t>& batches, size_t hosts);
+
+}  // namespace zot::client
