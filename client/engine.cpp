@@ -29,7 +29,7 @@ bool IsShortOfDescriptors(int error) { return error == EMFILE || error == ENFILE
 
 }  // namespace
 
-Engine::Loop::Loop(Limits limits) : limits_(limits), buffer_(kChunk) {
+Engine::Loop::Loop(const Limits& limits) : limits_(limits), buffer_(kChunk) {
     limits_.atOnce = std::max<size_t>(limits_.atOnce, 1);
     limits_.perHost = std::max<size_t>(limits_.perHost, 1);
     if (limits_.sockets == 0) limits_.sockets = SocketsAtOnce();
@@ -377,7 +377,7 @@ void Engine::Loop::Post(std::function<void()> action) {
 }
 
 Engine::Engine() : Engine(Limits{}) {}
-Engine::Engine(Limits limits) : loop_(std::make_unique<Loop>(limits)) {}
+Engine::Engine(const Limits& limits) : loop_(std::make_unique<Loop>(limits)) {}
 Engine::~Engine() = default;
 
 RequestId Engine::Add(Request request, OutcomeHandler handler) {

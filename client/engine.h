@@ -59,7 +59,7 @@ class Engine {
     };
 
     Engine();
-    explicit Engine(Limits limits);
+    explicit Engine(const Limits& limits);
     ~Engine();  // forgets what is under way; no handler is called
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;

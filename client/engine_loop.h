@@ -25,7 +25,7 @@ class Engine::Loop {
   public:
     using Clock = Deadline::Clock;
 
-    explicit Loop(Limits limits);
+    explicit Loop(const Limits& limits);
 
     RequestId Add(Request request, OutcomeHandler handler);
     void Cancel(RequestId id);

@@ -51,7 +51,8 @@ bool RolloutList::Open(const std::string& path, std::string& error) {
         Entry entry;
         if (line.starts_with('#') || line.empty()) continue;
         if (!(words >> host >> entry.state >> entry.digest >> entry.time)) {
-            error = path + " is no list of a roll-out: " + line;
+            error = path;
+            error.append(" is no list of a roll-out: ").append(line);
             return false;
         }
         std::getline(words >> std::ws, entry.note);

@@ -10,8 +10,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 
 #include "agent/daemon.h"
 #include "base/clock.h"
@@ -20,8 +22,10 @@
 #include "base/platform_child.h"
 #include "base/resolver.h"
 #include "base/sockets.h"
+#include "base/vystring.h"
 #include "config/config_keys.h"
 #include "config/config_lines.h"
+#include "config/log.h"
 
 namespace zot {
 namespace {

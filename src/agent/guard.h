@@ -19,7 +19,9 @@
 #include "agent/agent_control.h"
 #include "agent/handover.h"
 #include "agent/signals.h"
+#include "agent/upgrade.h"
 #include "base/owners.h"
+#include "config/settings.h"
 
 namespace zot {
 

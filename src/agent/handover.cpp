@@ -4,9 +4,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -14,6 +16,8 @@
 
 #include "base/children.h"
 #include "base/files.h"
+#include "base/numbers.h"
+#include "base/vystring.h"
 
 namespace zot {
 
@@ -48,9 +52,11 @@ bool IsVariable(const char* variable) {
 HandOver::HandOver(char** envp) {
     for (char** variable = envp; *variable != nullptr; ++variable) {
         if (!IsVariable(*variable)) continue;
-        int reserve = -1;
-        int guard = -1;
-        std::sscanf(*variable + kHandOverPrefix.size(), "%d:%d:", &reserve, &guard);
+        const auto value = std::string_view(*variable).substr(kHandOverPrefix.size());
+        int32_t reserve = -1;
+        int32_t guard = -1;
+        ParseInt(FieldOf(value, 1, ':'), reserve);
+        ParseInt(FieldOf(value, 2, ':'), guard);
         reserve_ = Inherit(reserve, S_IFSOCK);
         guard_ = Inherit(guard, S_IFIFO);
         expected_ = true;

@@ -52,7 +52,7 @@ UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText,
 }
 
 Listener::Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile,
-                   StartArguments arguments, int descriptorLimit)
+                   const StartArguments& arguments, int descriptorLimit)
     : services_(services),
       front_(services, readiness_, passwords_, descriptorLimit),
       crew_(services, readiness_, front_, passwords_),

@@ -29,8 +29,8 @@ class Listener {
   public:
     // `socket` listens on the port of the current settings. `descriptorLimit` is the number of
     // descriptors that the process may have, 0 if unknown.
-    Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile, StartArguments arguments,
-             int descriptorLimit);
+    Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile,
+             const StartArguments& arguments, int descriptorLimit);
 
     // Ends with the process.
     [[noreturn]] void Run();

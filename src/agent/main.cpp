@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include "agent/agent_control.h"
@@ -21,6 +22,7 @@
 #include "base/descriptor_limit.h"
 #include "base/owners.h"
 #include "base/platform.h"
+#include "base/sockets.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"
 #include "config/config_file.h"

@@ -8,6 +8,8 @@
 #include "agent/handover.h"
 #include "base/loose_ends.h"
 #include "base/sockets.h"
+#include "base/vystring.h"
+#include "config/settings.h"
 
 namespace zot {
 

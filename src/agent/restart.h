@@ -4,6 +4,7 @@
 
 #include "agent/agent_control.h"
 #include "agent/signals.h"
+#include "agent/upgrade.h"
 #include "base/owners.h"
 
 namespace zot {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "agent/waker.h"
 #include "base/clock.h"
 #include "base/descriptor_limit.h"
 #include "base/vystring.h"

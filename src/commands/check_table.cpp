@@ -1,8 +1,13 @@
+#include <span>
+#include <string_view>
+
 #include "checks/files/file_checks.h"
 #include "checks/logs/log_checks.h"
 #include "checks/net/net_checks.h"
 #include "checks/scripts/script_checks.h"
 #include "config/check_record.h"
+#include "config/config_keys.h"
+#include "config/settings.h"
 
 namespace zot {
 namespace {

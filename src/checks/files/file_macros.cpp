@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "checks/files/directory.h"
 #include "checks/files/directory_iterator.h"
 
 namespace zot {

@@ -18,6 +18,7 @@
 #include "base/files.h"
 #include "base/peer_watch.h"
 #include "base/thread.h"
+#include "base/vystring.h"
 #include "checks/logs/new_lines.h"
 
 namespace zot {

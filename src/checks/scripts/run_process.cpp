@@ -35,6 +35,8 @@ class Runner {
     // Does nothing more when the child cannot be started; then Pid() is -1.
     Runner(ChildProcess& child, WatchedChild::Fate fate) {
         Making making;
+        // Not in the list of initialisers: the loose ends must know first.
+        // cppcheck-suppress useInitializationList
         pid_ = child.Start();
         if (pid_ >= 0) watched_.emplace(pid_, fate);
     }
