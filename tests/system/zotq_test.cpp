@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <memory>
 #include <regex>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "client/upgrade_transfer.h"
 #include "tests/support/agent_process.h"
@@ -102,8 +105,10 @@ TEST(ZotqPlugin, ChecksFilesAndTheSystem) {
         {"-w 2: files " + dir.Path() + " '*.txt'", 1, "FILES WARNING - 1 .*\\| files=1;2:;;0\n"},
         {"-w 5 age '" + dir.Path() + "/%newestfile%'", 0, "AGE OK - .*\\| age=0s;300\n"},
         {"age " + dir.Path() + "/three", 2, "AGE CRITICAL - .*: no such file or acess denied\n"},
-        // The agent, and zotq and perhaps its shell with the name on their own command lines.
-        {"-w 3 process " + agent.ConfigPath(), 0, "PROCESS OK - [23] .*\\| processes=[23];3;;0\n"},
+        // Without a list of processes the agent counts: itself, and perhaps the shell of the test.
+        {"-w 2 process " + agent.ConfigPath(), 0, "PROCESS OK - [12] .*\\| processes=[12];2;;0\n"},
+        {"size " + dir.Path() + "/gone", 2, "SIZE CRITICAL - .*no such file or folder\n"},
+        {"agent", 0, "AGENT OK - zot 1\\.36 on .* \\| time=[0-9.]+ms;;;0 connections=[0-9]+c .*\n"},
         {"hash " + digits + " 873187033", 0, "HASH OK - .* is unchanged\n"},
         {"hash " + digits + " 25F9E794323B453885F5181F1B624D0B", 0, "HASH OK - .*\n"},
         {"hash " + digits + " " + std::string(64, '0'), 2,
@@ -128,6 +133,90 @@ TEST(ZotqPlugin, RunsALocalScriptOverThere) {
     std::string slow = agent.Dir().Write("slow", "#!/bin/sh\nexec sleep 60\n");
     ExpectRun(Zotq(agent, "-t 4 --plugin script " + slow), 3,
               "SCRIPT UNKNOWN - the agent answered 301: Script execution error: .*\n");
+}
+
+TEST(ZotqPlugin, CountsNoProcessOfTheQuestionAndRunsNoName) {
+    AgentProcess agent({.settings = "proccntscript=" ZOT_SOURCE_DIR "/scripts/zot_proccnt.sh\n"
+                                    "proclistscript=" ZOT_SOURCE_DIR "/scripts/zot_proclist.sh\n"});
+    ExpectRun(Zotq(agent, "--plugin process " + agent.ConfigPath()), 0, "PROCESS OK - 1 .*\n");
+    ExpectRun(Zotq(agent, "--plugin process nosuchprocess"), 2, "PROCESS CRITICAL - 0 .*\n");
+    ExpectRun(Zotq(agent, "--plugin process =nosuchprocess"), 2, "PROCESS CRITICAL - 0 .*\n");
+    // By the count of an agent that has no list, too.
+    AgentProcess counting(
+        {.settings = "proccntscript=" ZOT_SOURCE_DIR "/scripts/zot_proccnt.sh\n"});
+    for (const AgentProcess* asked : {&agent, &counting}) {
+        std::string made = asked->Dir() / "made";
+        Zotq(*asked, "--plugin process 'x; touch " + made + "'");
+        EXPECT_FALSE(std::filesystem::exists(made));
+    }
+}
+
+TEST(ZotqPlugin, AScriptThatFailedIsCriticalAndGetsItsArgumentsWhole) {
+    AgentProcess agent;
+    std::string script =
+        agent.Dir().Write("script", "#!/bin/sh\nfor i; do echo \"<$i>\"; done\nexit $1\n");
+    ExpectRun(Zotq(agent, "--plugin script " + script + " 3 'a  b' \"it's\" '\"'"), 2,
+              "SCRIPT CRITICAL - <\"> \\(the script failed with 3\\)\n<3>\n<a  b>\n<it's>\n<\">\n");
+    ExpectRun(Zotq(agent, "script " + script + " 0 'a  b'"), 0, "<0>\n<a  b>\n");
+}
+
+// Hosts that all stand on this one.
+std::string ListOf(const std::vector<std::pair<std::string, const AgentProcess*>>& hosts) {
+    std::string list;
+    for (const auto& [name, agent] : hosts) {
+        list += name + ":" + std::to_string(agent->Port()) + " addr=127.0.0.1 password=" +
+                agent->Dir().Write("password", agent->Target().password) + "\n";
+    }
+    return list;
+}
+
+TEST(ZotqFleet, WaitsForDescriptorsInsteadOfFailing) {
+    AgentProcess agent;
+    TempDir dir;
+    std::vector<std::pair<std::string, const AgentProcess*>> hosts;
+    for (int i = 0; i < 60; ++i) hosts.emplace_back("h" + std::to_string(i), &agent);
+    std::string list = dir.Write("list", ListOf(hosts));
+    std::string command = "sh -c 'ulimit -Hn 40; exec " ZOT_BUILD_DIR "/zotq --hosts " + list +
+                          " --fields status status' 2>&1";
+    FILE* pipe = popen(command.c_str(), "re");
+    ASSERT_TRUE(pipe);
+    int good = 0;
+    char line[256];
+    while (fgets(line, sizeof line, pipe)) good += std::string(line) == "ok\n";
+    EXPECT_EQ(pclose(pipe), 0);
+    EXPECT_EQ(good, 60);
+}
+
+TEST(ZotqFleet, RollsOutInBatchesAndGoesOnWhereItStopped) {
+    TempDir dir;
+    std::vector<std::unique_ptr<AgentProcess>> agents;
+    std::vector<std::pair<std::string, const AgentProcess*>> hosts;
+    for (const char* name : {"web1", "web2", "db1"}) {
+        std::string program = dir / name;
+        std::filesystem::copy(ZOT_BUILD_DIR "/zot", program);
+        bool closed = hosts.size() == 2;
+        agents.push_back(std::make_unique<AgentProcess>(AgentOptions{
+            .arguments = {"-d"},
+            .settings = "zotpath=" + program + (closed ? "\nallowupdates=0\n" : "\n")}));
+        hosts.emplace_back(name, agents.back().get());
+    }
+    std::string module = "#!/bin/sh\nexec " ZOT_BUILD_DIR "/zot \"$@\" # " + std::string(200, '#');
+    std::string file = dir.Write("new", module), list = dir / "rollout";
+    std::string arguments = "--hosts " + dir.Write("list", ListOf(hosts)) +
+                            " upgrade --canary web2 --batch 1 --list " + list + " " + file;
+    ExpectRun(Zotq(*agents[0], arguments + " --dry-run"), 0,
+              "plan: web2 \\| 1, 1  \\(3 hosts\\)\n");
+    ExpectRun(Zotq(*agents[0], arguments), 1,
+              "plan: .*\ncanary   web2  1\\.36 after [0-9.]+ s\nbatch 1  web1  1\\.36 after .* s\n"
+              "batch 2  0/1\n         db1: the agent answered 600: Operation is not allowed\n"
+              "upgraded 2, failed 1 \\(db1\\), untouched 0; list in .*\n");
+    EXPECT_EQ(ReadFile(dir / "web1"), module);
+    EXPECT_NE(ReadFile(dir / "db1"), module);
+    pid_t before = agents[0]->Pid();
+    ExpectRun(Zotq(*agents[0], arguments), 1,
+              "already upgraded with this file: 2 by .*\nplan: 1  \\(1 host\\)\nbatch 1  0/1\n"
+              "         db1: .*\nupgraded 0, failed 1 \\(db1\\), untouched 0; list in .*\n");
+    EXPECT_EQ(agents[0]->Pid(), before) << "nobody is upgraded twice";
 }
 
 }  // namespace
