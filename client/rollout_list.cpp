@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
@@ -27,19 +28,33 @@ std::string Now() {
 
 }  // namespace
 
+RolloutList::~RolloutList() {
+    if (lock_) unlink((path_ + ".lock").c_str());
+}
+
+bool RolloutList::Lock(std::string& error) {
+    std::string path = path_ + ".lock";
+    struct stat status = {};
+    // Again where the holder took the file away with it.
+    do {
+        lock_.Reset(
+            open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+        if (!lock_) {
+            error = FileError("create", path, errno);
+            return false;
+        }
+        if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
+            lock_.Reset();
+            error = "another roll-out keeps its list in " + path_;
+            return false;
+        }
+    } while (fstat(lock_.Get(), &status) == 0 && status.st_nlink == 0);
+    return true;
+}
+
 bool RolloutList::Open(const std::string& path, std::string& error) {
     path_ = path;
-    std::string lockPath = path + ".lock";
-    lock_.Reset(
-        open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!lock_) {
-        error = FileError("create", lockPath, errno);
-        return false;
-    }
-    if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
-        error = "another roll-out keeps its list in " + path;
-        return false;
-    }
+    if (!Lock(error)) return false;
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0 && errno == ENOENT) return true;
     std::string content;

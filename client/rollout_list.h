@@ -12,6 +12,11 @@ namespace zot::client {
 
 class RolloutList {
   public:
+    RolloutList() = default;
+    ~RolloutList();
+    RolloutList(const RolloutList&) = delete;
+    RolloutList& operator=(const RolloutList&) = delete;
+
     // Reads the list, which need not be there yet, and keeps other roll-outs off it. False with the
     // error text.
     bool Open(const std::string& path, std::string& error);
@@ -29,8 +34,10 @@ class RolloutList {
         std::string state, digest, time, note;
     };
 
+    bool Lock(std::string& error);
+
     std::string path_;
-    UniqueFd lock_;
+    UniqueFd lock_;  // on a file of its own, which goes with the roll-out
     mutable std::mutex entriesMutex_;
     std::map<std::string, Entry> entries_;
 };

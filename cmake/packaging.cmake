@@ -53,7 +53,7 @@ find_program(ZOT_SHLIBDEPS dpkg-shlibdeps)
 if(ZOT_SHLIBDEPS)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 else()
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libgcc-s1, libstdc++6")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libc-ares2, libgcc-s1, libstdc++6")
 endif()
 # The configuration itself is none of these files: the first installation writes it, with a password
 # of its own, and no upgrade touches it.

@@ -87,6 +87,23 @@ heading "The agent starts"
 start_agent
 cat "$demo/output"
 
+heading "Questions that people ask"
+expect 0 status
+expect 0 disk / /tmp
+expect 0 -o json disk /
+
+heading "Many hosts at once, one of them down: here two names of this agent"
+printf '%s\n' "$ZOT_PASSWORD" >"$demo/password"
+chmod 600 "$demo/password"
+cat >"$demo/hosts" <<END
+web1:$port addr=127.0.0.1 password=$demo/password groups=web
+web2:$port addr=127.0.0.1 password=$demo/password groups=web
+db1:9 addr=127.0.0.1 password=$demo/password
+END
+expect 3 --hosts "$demo/hosts" status
+expect 0 --hosts "$demo/hosts" -H @web -o ndjson cpu
+expect 0 --hosts "$demo/hosts" -x db1 --fold settings --fields timeout,cpu_usage,allow_updates
+
 heading "What it is and what it offers"
 ask GetInfo
 
@@ -152,13 +169,16 @@ echo "error: a third one" >>"$demo/files/two.log"
 expect 2 --plugin --state "$demo/state" log "$demo/files/two.log" error
 expect 0 --json TEST-FileHash "$demo/files/one.txt" 1 0
 
-heading "A setting is changed: at once, in the file, and read back"
+heading "A setting is changed: at once, in the file, and read back; not one that locks us out"
+expect 0 set --dry-run Timeout=8000
+expect 2 set IPFilterAddr=192.0.2.1
 ask set 'Comment=changed over the network' Timeout=8000
 ask GetInfo >"$demo/info"
 grep -e '^\$' -e Comment "$demo/info"
 grep -e '^comment=' -e '^timeout=' "$demo/zot.cfg" | tr -d '\r' | sed 's/^/    zot.cfg: /'
 
 heading "An upgrade: the new executable comes over the network and replaces the running one"
+expect 0 --hosts "$demo/hosts" -H @web upgrade --dry-run --canary web1 --list "$demo/list" "$build/zot"
 expect 0 upgrade "$build/zot"
 ask GetInfo >"$demo/info"
 grep -e '^\$' -e AgentVersion -e Comment -e OpenedConnections "$demo/info"
