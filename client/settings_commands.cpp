@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "base/escaping.h"
 #include "client/agent_client.h"
 #include "client/people.h"
 #include "client/report_printer.h"
@@ -91,9 +92,10 @@ class SetTask : public HostTask {
         for (const SettingChange& change : changes_) {
             const Field* field = FindField(now, SnakeCase(change.name));
             std::string from = field ? PlainText(field->value) : "";
-            std::string to = change.value;
+            std::string to(Unescape(change.value).View());
+            std::erase(to, '\r');
             std::replace(from.begin(), from.end(), '\n', ' ');
-            for (size_t at; (at = to.find("%0D%0A")) != std::string::npos;) to.replace(at, 6, " ");
+            std::replace(to.begin(), to.end(), '\n', ' ');
             bool secret = change.name == "Password";
             if (!secret && from == to) continue;
             records.push_back({{"setting", change.name},
