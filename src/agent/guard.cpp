@@ -135,6 +135,7 @@ bool UpgradeGuard::Start() {
     oldTakesOver_ = TakesHandOver(program_.c_str());
     CopyArguments();
     if (!KeepOld()) return false;
+    deadline_ = MonotonicMs() + kPatienceMs;
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -237,11 +238,10 @@ void UpgradeGuard::Isolate() noexcept {
 
 // Returns whether the new agent has listened.
 bool UpgradeGuard::AwaitNewAgent() noexcept {
-    const int64_t deadline = MonotonicMs() + kPatienceMs;
     int64_t nextProbe = 0;
     while (stopped == 0) {
         int64_t now = MonotonicMs();
-        if (now >= deadline) return false;
+        if (now >= deadline_) return false;
         const int probeInterval = takesOver_ ? kLongIntervalMs : kProbeIntervalMs;
         pollfd ear = {ear_.Get(), POLLIN, 0};
         int ready = poll(&ear, 1, copied_ ? kProbeIntervalMs : kCopyIntervalMs);

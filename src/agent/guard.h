@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
@@ -70,6 +71,7 @@ class UpgradeGuard {
     std::string pidFile_;  // of the new agent; empty when it will have none
     struct stat old_ {};
     bool hadOld_ = false;
+    int64_t deadline_ = 0;          // on the clock of MonotonicMs
     bool copied_ = false;           // the script has put the new executable in place
     bool takesOver_ = false;        // the new agent takes a hand-over
     sockaddr_in address_{};         // where the new agent will listen
