@@ -178,7 +178,7 @@ grep -e '^\$' -e Comment "$demo/info"
 grep -e '^comment=' -e '^timeout=' "$demo/zot.cfg" | tr -d '\r' | sed 's/^/    zot.cfg: /'
 
 heading "An upgrade: the new executable comes over the network and replaces the running one"
-expect 0 --hosts "$demo/hosts" -H @web upgrade --dry-run --canary web1 --list "$demo/list" "$build/zot"
+expect 0 --hosts "$demo/hosts" -H @web upgrade --dry-run --canary web1 --list "$demo/rollout" "$build/zot"
 expect 0 upgrade "$build/zot"
 ask GetInfo >"$demo/info"
 grep -e '^\$' -e AgentVersion -e Comment -e OpenedConnections "$demo/info"

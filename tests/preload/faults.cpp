@@ -141,6 +141,9 @@ int open(const char* path, int flags, ...) {
     return openat(AT_FDCWD, path, flags, mode);
 }
 
+// What glibc's checked headers make of an open without a mode.
+int __open_2(const char* path, int flags) { return open(path, flags); }
+
 dirent* readdir(DIR* folder) {
     REAL(readdir)
     return Fails(control->list) ? nullptr : real(folder);

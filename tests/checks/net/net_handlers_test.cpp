@@ -56,8 +56,8 @@ TEST(NetHandlers, Refusals) {
     }
     const std::string host = "no-such-host.invalid\n1\n";
     const std::string unresolved = "301\nCannot resolve server name to IP address\n";
-    EXPECT_EQ(Ask(TestTcp, host + "9\n\n1\n\r"), unresolved + "-2\n");
-    EXPECT_EQ(Ask(TestUdp, host + "9\n2\nd\n1\n\r"), unresolved + "-2\n");
+    EXPECT_EQ(Ask(TestTcp, host + "9999\n\n1\n\r"), unresolved + "-2\n");
+    EXPECT_EQ(Ask(TestUdp, host + "9999\n2\nd\n1\n\r"), unresolved + "-2\n");
     EXPECT_EQ(Ask(ActSyslog, host + "4\n2\nx\n\r"), unresolved);
     EXPECT_EQ(Ask(ActTcpUdpSend, host + "0\nd\n0\n\r"), unresolved);
 }
