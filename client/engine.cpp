@@ -22,7 +22,8 @@ constexpr size_t kDescriptorReserve = 32;
 size_t SocketsAtOnce() {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return SIZE_MAX;
-    return std::max<size_t>(limit.rlim_cur, kDescriptorReserve + 1) - kDescriptorReserve;
+    return std::max(static_cast<size_t>(limit.rlim_cur), kDescriptorReserve + 1) -
+           kDescriptorReserve;
 }
 
 bool IsShortOfDescriptors(int error) { return error == EMFILE || error == ENFILE; }
@@ -315,7 +316,7 @@ void Engine::Loop::Poll() {
     }
     size_t ownCount = descriptors_.size();
     resolver_.AppendDescriptors(descriptors_);
-    int ready = poll(descriptors_.data(), descriptors_.size(), WaitMs());
+    int ready = poll(descriptors_.data(), static_cast<nfds_t>(descriptors_.size()), WaitMs());
     if (ready <= 0) return resolver_.Process({});
     if (descriptors_[0].revents != 0) {
         char bytes[64];

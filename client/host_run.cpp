@@ -15,10 +15,11 @@ namespace {
 constexpr size_t kMaxAnswer = size_t{8} << 20;
 
 // Each host takes a descriptor while it is asked.
-void RaiseDescriptorLimit(size_t wanted) {
+void RaiseDescriptorLimit(size_t hosts) {
+    const auto wanted = static_cast<rlim_t>(hosts);
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, wanted);
+    limit.rlim_cur = std::min(limit.rlim_max, wanted);
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 

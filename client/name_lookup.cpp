@@ -135,7 +135,8 @@ std::vector<in_addr> ResolveByDeadline(const std::string& host, const Deadline& 
         }
         std::vector<pollfd> descriptors;
         resolver.AppendDescriptors(descriptors);
-        if (poll(descriptors.data(), descriptors.size(), resolver.WaitLimit(left)) >= 0) {
+        if (poll(descriptors.data(), static_cast<nfds_t>(descriptors.size()),
+                 resolver.WaitLimit(left)) >= 0) {
             resolver.Process(descriptors);
         }
     }

@@ -4,6 +4,8 @@
 #include <sys/mount.h>
 #include <sys/param.h>
 
+#include <initializer_list>
+
 #include "base/platform.h"
 
 extern char** environ;
