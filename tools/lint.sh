@@ -34,5 +34,6 @@ printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gn
 printf '%s\n' "$@" | grep -v '^client/' | xargs -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
-printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" 2>/dev/null
+printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" \
+    --extra-arg=-Wno-unknown-warning-option 2>/dev/null
 echo "clang-format, clang with libc++, include-what-you-use, clang-tidy, cppcheck: clean"
