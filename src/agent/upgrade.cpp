@@ -24,7 +24,7 @@ constexpr int64_t kMinSize = 101;
 constexpr int64_t kMaxSize = 10485759;
 constexpr mode_t kExecutable = 0775;
 
-// Servers and the running agent's operator both rely on these names.
+// Servers, and operators of running agents, rely on these names.
 constexpr char kModuleName[] = "/zot__.upd";
 constexpr char kScriptName[] = "/zotupd__.sh";
 
@@ -41,7 +41,7 @@ constexpr std::string_view kScriptRest =
     "rm -f $newZOT\n"
     "$oldZOT $1 $2 $3 $4 $5 $6\n";
 
-// Creates the file anew and nothing else: a left-over or a planted link of the name goes first.
+// Creates the file anew: removes a left-over file or a planted link of that name first.
 UniqueFd CreateExclusively(VyString& path) {
     unlink(path.Terminate());
     return UniqueFd(
@@ -59,8 +59,8 @@ bool Names(VyString& path, const UniqueFd& file) {
 bool Lock(const UniqueFd& file) { return flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
 
 // Creates the file as CreateExclusively does and locks it, unless another process holds a lock on
-// the one that is there. The lock on the old file is held until the new one is made, so two agents
-// that come at once cannot both succeed.
+// the existing one. The lock on the old file is kept until the new one is made, so two agents that
+// come at once cannot both succeed.
 UniqueFd CreateLocked(VyString& path) {
     UniqueFd old(open(path.Terminate(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (old && Names(path, old) && !Lock(old) && errno == EWOULDBLOCK) return UniqueFd();
@@ -112,13 +112,13 @@ void UpgradeTransfer::Begin(std::string_view params, const AgentSettings& settin
     inProgress_ = true;
     expectedSize_ = ToInt64(GetLine(params, 1));
     if (expectedSize_ < kMinSize || expectedSize_ > kMaxSize) {
-        // The gate is not opened again: that is how servers have always seen it.
+        // The gate stays closed: servers have always seen it so.
         refused_ = true;
         reply.Start("501", "Wrong file parameter(s)");
         return;
     }
     VyString errorText;
-    if (OpenFile(settings, errorText) != 0) {
+    if (OpenFile(settings, errorText)) {
         reply.Start("200");
     } else {
         reply.Start("300", errorText);
@@ -129,77 +129,77 @@ void UpgradeTransfer::Receive(std::string_view data, const PacketCipher& cipher,
                               const AgentSettings& settings, VyString& errorText) {
     errorText.Clear();
     if (refused_) return;
-    if (bytesWritten_ < expectedSize_ && WriteData(data, errorText) == 0) return;
+    if (bytesWritten_ < expectedSize_ && !WriteData(data, errorText)) return;
     if (!data.empty()) Finish(data, cipher, settings, errorText);
 }
 
-int UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText) {
+bool UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText) {
     Making making;
     filePath_ = VyString::Concat(settings.tmpDir, kModuleName);
     file_ = CreateLocked(filePath_);
     if (file_) RememberFile(filePath_);
     digest_.Init();
-    if (file_) return 1;
+    if (file_) return true;
     errorText = "Cannot create temp file";
     filePath_.Clear();
     Release();
-    return 0;
+    return false;
 }
 
 // Writes what belongs to the file and leaves the rest in `data`.
-int UpgradeTransfer::WriteData(std::string_view& data, VyString& errorText) {
+bool UpgradeTransfer::WriteData(std::string_view& data, VyString& errorText) {
     auto missing = static_cast<uint64_t>(expectedSize_ - bytesWritten_);
     std::string_view part = data.substr(0, std::min<uint64_t>(missing, data.size()));
     if (!WriteAll(file_.Get(), part)) {
         errorText = "Write error";
         RemoveFile();
         Release();
-        return 0;
+        return false;
     }
     digest_.Update(part.data(), part.size());
     bytesWritten_ += static_cast<int64_t>(part.size());
     data.remove_prefix(part.size());
-    return 1;
+    return true;
 }
 
-// The file is complete and what follows it came in: the trailer decides.
+// The file is complete, and `trailer` came after it: that decides.
 void UpgradeTransfer::Finish(std::string_view trailer, const PacketCipher& cipher,
                              const AgentSettings& settings, VyString& errorText) {
-    if (Judge(trailer, cipher, settings, errorText) == 0) {
+    if (!Judge(trailer, cipher, settings, errorText)) {
         RemoveFile();
         Release();
         return;
     }
-    // The gate stays closed: another transfer would change the file that the script is to copy.
+    // The gate stays closed: another transfer would change the file that the script will copy.
     inProgress_ = false;
     order_.modulePath = std::move(filePath_);
     order_.module = std::move(file_);
 }
 
-int UpgradeTransfer::Judge(std::string_view trailer, const PacketCipher& cipher,
-                           const AgentSettings& settings, VyString& errorText) {
+bool UpgradeTransfer::Judge(std::string_view trailer, const PacketCipher& cipher,
+                            const AgentSettings& settings, VyString& errorText) {
     bool executable = fchmod(file_.Get(), kExecutable) == 0;
     if (!executable) errorText = "Cannot set exec flag new module";
-    // A module that cannot run must not replace the agent, so only its trailer is still judged.
-    if (CheckTrailer(trailer, cipher, errorText) == 0 || !executable) return 0;
+    // A module that cannot run must not replace the agent, but its trailer is still judged.
+    if (!CheckTrailer(trailer, cipher, errorText) || !executable) return false;
     return WriteScript(settings, errorText);
 }
 
-int UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& cipher,
-                                  VyString& errorText) {
+bool UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher& cipher,
+                                   VyString& errorText) {
     std::array<uint8_t, Md5::kDigestSize> expected;
     std::array<uint8_t, Md5::kDigestSize> sent;
     digest_.Final(expected.data());
     if (trailer.size() == sent.size()) {
         cipher.Decrypt({reinterpret_cast<const uint8_t*>(trailer.data()), trailer.size()},
                        sent.data());
-        if (sent == expected) return 1;
+        if (sent == expected) return true;
     }
     errorText = "Wrong CRC";
-    return 0;
+    return false;
 }
 
-int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
+bool UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
     VyString path = VyString::Concat(settings.tmpDir, kScriptName);
     Making making;
     UniqueFd script;
@@ -210,7 +210,7 @@ int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorT
     if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path))) {
         if (fchmod(script.Get(), kExecutable) == 0) {
             order_.scriptPath = path;
-            return 1;
+            return true;
         }
         errorText = "Cannot set exec flag for script";
     }
@@ -219,7 +219,7 @@ int UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorT
         unlink(path.Terminate());
         ForgetFile(path);
     }
-    return 0;
+    return false;
 }
 
 void UpgradeTransfer::Release() {

@@ -1,8 +1,8 @@
-// Receiving a new executable and preparing the script that puts it in the old one's place.
+// Receives a new executable and prepares the script that puts it in the old one's place.
 //
 // After UpgradeCode was answered with "200", the connection carries the raw bytes of the new
-// executable and then, in one receive, the 16 bytes of their MD5 digest, encrypted under the
-// request's key. When they agree, a shell script is written; the main loop executes it, and it
+// executable and then, in one receive, the 16 bytes of their MD5 digest, encrypted with the
+// request's key. If it matches, a shell script is written. The main loop executes it; the script
 // swaps the files and starts the new agent with the old one's arguments.
 #pragma once
 
@@ -20,10 +20,11 @@
 
 namespace zot {
 
-// One transfer at a time in the whole process, and none between the end of one and the new program.
+// Allows one transfer at a time in the whole process, and none between the end of one and the new
+// program.
 class UpgradeGate {
   public:
-    // Returns false when a transfer or a hand-over holds the gate already.
+    // Returns false when a transfer or a hand-over already holds the gate.
     bool Enter();
     void Leave();
 
@@ -34,31 +35,31 @@ class UpgradeGate {
 
 // A finished transfer: what the main loop needs to put the new executable in place.
 struct UpgradeOrder {
-    VyString scriptPath;  // empty: there is no order
+    VyString scriptPath;  // empty when there is no order
     VyString modulePath;
-    UniqueFd module;  // open because its lock keeps other agents with the same folder away
+    UniqueFd module;  // kept open: its lock keeps away other agents with the same folder
 };
 
 // The transfer of one session.
 class UpgradeTransfer {
   public:
     explicit UpgradeTransfer(UpgradeGate& gate) : gate_(gate) {}
-    // A transfer that was broken off leaves no file behind, but the gate stays closed until the
-    // agent restarts: servers take that for the sign of a failed upgrade.
+    // A transfer that breaks off leaves no file behind, but the gate stays closed until the agent
+    // restarts: that is how servers know a failed upgrade.
     ~UpgradeTransfer();
     UpgradeTransfer(const UpgradeTransfer&) = delete;
     UpgradeTransfer& operator=(const UpgradeTransfer&) = delete;
 
-    // Answers the UpgradeCode request whose first parameter line is the size of the executable in
+    // Answers the UpgradeCode request, whose first parameter line is the size of the executable in
     // bytes.
     void Begin(std::string_view params, const AgentSettings& settings, Reply& reply);
 
-    // Whether further bytes of the connection belong to the transfer. An answer of "501" to the
-    // size leaves this set, and the gate closed.
+    // Whether further bytes of the connection belong to the transfer. After an answer of "501" to
+    // the size this stays true, and the gate closed.
     bool InProgress() const { return inProgress_; }
 
-    // Takes the bytes of one receive. Once InProgress() is false the transfer is over: a success
-    // if `errorText` is empty, and then there is an order and the gate stays closed.
+    // Takes the bytes of one receive. Once InProgress() is false the transfer is over. It succeeded
+    // if `errorText` is empty; then there is an order and the gate stays closed.
     void Receive(std::string_view data, const PacketCipher& cipher, const AgentSettings& settings,
                  VyString& errorText);
 
@@ -66,12 +67,12 @@ class UpgradeTransfer {
     UpgradeOrder TakeOrder() noexcept { return std::move(order_); }
 
   private:
-    int OpenFile(const AgentSettings& settings, VyString& errorText);
-    int WriteData(std::string_view& data, VyString& errorText);
-    int CheckTrailer(std::string_view trailer, const PacketCipher& cipher, VyString& errorText);
-    int WriteScript(const AgentSettings& settings, VyString& errorText);
-    int Judge(std::string_view trailer, const PacketCipher& cipher, const AgentSettings& settings,
-              VyString& errorText);
+    bool OpenFile(const AgentSettings& settings, VyString& errorText);
+    bool WriteData(std::string_view& data, VyString& errorText);
+    bool CheckTrailer(std::string_view trailer, const PacketCipher& cipher, VyString& errorText);
+    bool WriteScript(const AgentSettings& settings, VyString& errorText);
+    bool Judge(std::string_view trailer, const PacketCipher& cipher, const AgentSettings& settings,
+               VyString& errorText);
     void Finish(std::string_view trailer, const PacketCipher& cipher, const AgentSettings& settings,
                 VyString& errorText);
     void Release();
@@ -79,7 +80,7 @@ class UpgradeTransfer {
 
     UpgradeGate& gate_;
     bool inProgress_ = false;
-    bool refused_ = false;  // with "501": nothing of what follows is kept
+    bool refused_ = false;  // with "501": nothing that follows is kept
     int64_t expectedSize_ = 0;
     int64_t bytesWritten_ = 0;
     UniqueFd file_;
