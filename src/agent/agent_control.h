@@ -24,13 +24,13 @@ class AgentControl {
     std::atomic<bool> reloadRequest{false};
     std::atomic<bool> upgradeRequest{false};
     const int64_t startTime = MonotonicSeconds();
-    Waker waker;  // poked when a flag was raised
+    Waker waker;  // woken when a flag is raised
     UpgradeGate upgradeGate;
     RequestGuard requestGuard;
     AuditLog auditLog;
 
-    // Leaves the order to the main loop, and then raises the flag. Needs no memory, since a session
-    // calls it at its very end.
+    // Leaves the order to the main loop and then raises the flag. Needs no memory, because a
+    // session calls it at its very end.
     void RequestUpgrade(UpgradeOrder order) noexcept {
         std::lock_guard<std::mutex> lock(orderMutex_);
         upgradeOrder_ = std::move(order);
@@ -46,7 +46,7 @@ class AgentControl {
     UpgradeOrder upgradeOrder_;
 };
 
-// Everything a session needs of the process it runs in.
+// Everything that a session needs from its process.
 struct AgentServices {
     SettingsStore& settings;
     Log& log;

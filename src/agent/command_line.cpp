@@ -32,7 +32,7 @@ constexpr char kBadPort[] = "Error\nInvalid port number";
     std::exit(kExitUsage);
 }
 
-// The arguments in their fixed order; every option must be followed by something.
+// The arguments in their fixed order; something must follow every option.
 class Arguments {
   public:
     Arguments(int count, char** values) : count_(count), values_(values) { RequireMore(); }

@@ -1,4 +1,4 @@
-// One accepted connection, with what has come in of its packet.
+// One accepted connection, with as much of its packet as has arrived.
 #pragma once
 
 #include <atomic>
@@ -19,7 +19,7 @@ struct Peer {
     uint16_t port = 0;     // host byte order
 };
 
-// Counts as an active connection from its making to its end.
+// Counts as an active connection as long as it lives.
 class ActiveMark {
   public:
     ActiveMark() = default;
@@ -44,11 +44,11 @@ class ActiveMark {
 };
 
 struct Connection {
-    ActiveMark mark;  // goes after the socket: a connection is active until it is closed
+    ActiveMark mark;  // outlives the socket: a connection is active until it is closed
     UniqueFd socket;
     Peer peer;
-    uint64_t tag = 0;         // no two connections have the same; 0 before it first waits
-    int64_t silentSince = 0;  // StartOfWholeSecond() when its last byte came in
+    uint64_t tag = 0;         // never used twice; 0 before the connection first waits
+    int64_t silentSince = 0;  // StartOfWholeSecond() at its last byte
     PacketIntake intake;
 };
 

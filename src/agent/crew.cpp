@@ -25,9 +25,9 @@ constexpr int kIdleMs = 5000;
 
 constexpr int64_t kSeldomMs = 1000;
 constexpr int64_t kOftenMs = 5;
-// After so many looks at a crew that gets nowhere it is helped although nobody asks for anything;
-// and after as many at one that always had a free thread the main thread looks seldom again, since
-// waking it for each busy moment would cost more.
+// A crew that makes no progress gets help after this many looks, even when nobody asks for
+// anything. After as many looks at one that always had a free thread the main thread looks seldom
+// again, because waking it for each busy moment would cost more.
 constexpr int kPatientLooks = 20;
 
 // Enough for the deepest handler and the system's name resolution; many may exist at once.
@@ -93,7 +93,7 @@ void Crew::Work() {
             front_.Handle(*tag, free_.load() == 0, arrivals);
             ServeArrivals(arrivals);
         } catch (const std::exception& error) {
-            // Out of memory, as a rule: this connection is lost, the agent is not.
+            // Usually out of memory: this connection is lost, the agent is not.
             services_.log.WriteLog(LogKind::kFailure, 0, "Session failed: %s\n", error.what());
             arrivals.first = {};
             arrivals.firstSize = 0;
@@ -104,7 +104,7 @@ void Crew::Work() {
     }
 }
 
-// Serves one whole packet, if there is one. Returns false if not.
+// Serves one whole packet; false when there is none.
 bool Crew::ServeQueued() {
     if (queued_.load() == 0) return false;
     Connection connection;
@@ -131,7 +131,7 @@ void Crew::ServeArrivals(Arrivals& arrivals) {
 }
 
 void Crew::Queue(Arrivals& arrivals) {
-    // Whoever serves them writes their next lines.
+    // The threads that serve them write their next lines.
     services_.log.Flush();
     {
         std::lock_guard<std::mutex> lock(queueMutex_);
@@ -159,7 +159,7 @@ void Crew::NoLongerFree() {
     if (!watched_.load() && !watched_.exchange(true)) services_.control.waker.Wake();
 }
 
-// Only one that others stand in for leaves.
+// A thread leaves only when another is free to take its place.
 bool Crew::MayLeave() {
     if (--free_ > 0) {
         int threads = threads_.load();
@@ -181,7 +181,7 @@ int64_t Crew::Watch() {
         if (++calmLooks_ < kPatientLooks) return kOftenMs;
         calmLooks_ = 0;
         watched_.store(false);
-        // A thread that became busy just now may still have seen the watch.
+        // A thread that became busy just now may have seen `watched_` still set.
         if (!nobodyWasFree_.load()) return kSeldomMs;
         watched_.store(true);
         return kOftenMs;

@@ -17,20 +17,20 @@
 namespace zot {
 namespace {
 
-// Longer than a child needs that tries three times to open its port.
+// Longer than a child needs to try three times to open its port.
 constexpr int kDetachPatienceMs = 20000;
 
 }  // namespace
 
 void OpenStandardDescriptors() {
-    // Not close-on-exec: a restarted agent is to find them as this one does.
+    // Not close-on-exec: a restarted agent must find them open too.
     int descriptor = open("/dev/null", O_RDWR);
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDWR);
     if (descriptor >= 0) close(descriptor);
 }
 
 bool Daemonize(UniqueFd& parent) {
-    // What is still buffered would otherwise be written by parent and child.
+    // Otherwise parent and child would both write what is still buffered.
     std::fflush(nullptr);
     // Without a pipe the parent does not wait.
     int ends[2];
@@ -68,8 +68,8 @@ void CloseInheritedDescriptors(std::span<const int> kept) noexcept {
 void PidFile::Write(const AgentSettings& settings, Log& log) {
     if (settings.interactive || settings.pidFile.Empty()) return;
     settings.pidFile.CopyToBuffer(path_, sizeof path_);
-    // Emptied only once it is locked: the file may belong to another agent that is running. Nor may
-    // it lead to somebody's file by a link, or be a device.
+    // The file is emptied only once it is locked, because it may belong to another running agent.
+    // It must not be a link to somebody's file or a device either.
     UniqueFd file(
         open(path_, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
     struct stat status {};

@@ -9,19 +9,19 @@
 
 namespace zot {
 
-// Opens those of standard input, output and error that the agent was started without on
-// "/dev/null". Else the next files and sockets would get their numbers, and what is printed would
-// go there.
+// Opens on "/dev/null" whichever of standard input, output and error the agent was started without.
+// Otherwise the next files and sockets would get their numbers, and whatever is printed would go
+// there.
 void OpenStandardDescriptors();
 
 // Detaches from the terminal: returns true in the detached child, false with errno when fork fails.
-// The parent waits until the child closes `parent`, prints its line and ends with exit code 0:
-// whoever has started the agent can then reach it.
+// The parent waits until the child closes `parent`, prints its line and ends with exit code 0, so
+// that whoever started the agent can reach it from then on.
 bool Daemonize(UniqueFd& parent);
 
-// Closes everything but the standard descriptors and `kept`. A daemon that kept what its starter
-// had open would hold that one's locks and keep its pipes from ending. REQUIRES that the process
-// has opened nothing else that it needs. Async-signal-safe.
+// Closes everything but the standard descriptors and `kept`. Otherwise a daemon would hold its
+// starter's locks and keep its starter's pipes from ending. REQUIRES that the process has opened
+// nothing else that it needs. Async-signal-safe.
 void CloseInheritedDescriptors(std::span<const int> kept) noexcept;
 
 // The locked pid file, kept open for the life of the process because the lock lives with it.

@@ -26,14 +26,14 @@
 namespace zot {
 namespace {
 
-// No connection has it: theirs begin with the first arrival.
+// No connection has this tag: theirs begin with the first arrival.
 constexpr uint64_t kListenerTag = 0;
 
 constexpr int kAddressTextSize = 24;
 constexpr size_t kMostAtOnce = 16;
 constexpr int kSingleAccepts = 8;
 
-// After so many receives in a row a connection goes to the end of the queue.
+// After this many receives in a row a connection goes to the end of the queue.
 constexpr int kMostReceives = 64;
 
 constexpr int64_t kMsPerSecond = 1000;
@@ -49,9 +49,9 @@ Front::Front(AgentServices& services, Readiness& readiness, PasswordKeys& passwo
       descriptorLimit_(descriptorLimit) {}
 
 void Front::Listen(UniqueFd socket) {
-    // A connection that is gone again before accept must not make a thread wait for the next.
+    // A connection that is gone before accept must not make a thread wait for the next one.
     fcntl(socket.Get(), F_SETFL, O_NONBLOCK);
-    // What is accepted inherits it.
+    // Accepted connections inherit it.
     NoticeDeadPeers(socket.Get());
     std::lock_guard<std::mutex> lock(listenMutex_);
     if (socket_) readiness_.Remove(socket_.Get());
@@ -80,19 +80,19 @@ void Front::Handle(uint64_t tag, bool alone, Arrivals& arrivals) {
         try {
             Welcome(one, arrivals);
         } catch (const std::exception& error) {
-            // Out of memory, as a rule: this connection is lost, the others are not.
+            // Usually out of memory: this connection is lost, the others are not.
             services_.log.WriteLog(LogKind::kFailure, peerAddress, "Session failed: %s\n",
                                    error.what());
         }
     }
 }
 
-// The listening socket is armed again before anything is done with what came, so that others
+// Arms the listening socket again before anything is done with the new connections, so that others
 // accept while a handler runs.
 size_t Front::AcceptSome(std::span<Accepted> accepted) {
     std::lock_guard<std::mutex> lock(listenMutex_);
-    // Looking for a second connection in vain costs a call: where there was none the last time, the
-    // next events show whether there is.
+    // Looking for a second connection in vain costs a call: after a time without one, only the next
+    // events show whether there is one again.
     const bool many = accepted.size() > 1 && --singleAccepts_ < 0;
     const size_t most = many ? accepted.size() : 1;
     size_t count = 0;
@@ -116,7 +116,7 @@ bool Front::AcceptOne(Accepted& accepted) {
         if (!MakeRoom(accepted.socket.Get())) paused_.store(true);
         return true;
     }
-    // A peer that has already gone away is its own affair, not a failure of the listener.
+    // A peer that has already gone away is no failure of the listener.
     if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK || IsErrorOfPeer(errno)) {
         return false;
     }
@@ -135,17 +135,18 @@ void Front::Fail(int error) {
     services_.control.waker.Wake();
 }
 
-// The system hands out the lowest free number, so the number of the newest descriptor tells how
-// many are in use at most. Returns false when those of running requests alone leave too few.
+// The system hands out the lowest free number, so all below the newest descriptor are in use.
+// Returns false when running requests alone leave too few.
 bool Front::MakeRoom(int descriptor) {
     if (descriptorLimit_ == 0) return true;
     const long enough = descriptorLimit_ - DescriptorReserve(descriptorLimit_);
     if (descriptor < enough) return true;
     {
         std::lock_guard<std::mutex> lock(refusedMutex_);
-        refused_ = {};  // the first that can go
+        refused_ = {};  // these go first
     }
-    // One place more than is missing: the next connection gets it, and its number shows nothing.
+    // One place more than is missing: the next connection gets that one, and its number then proves
+    // nothing.
     const auto missing = static_cast<size_t>(descriptor - enough + 2);
     return CloseStrangers(missing) == missing || !DescriptorsRunShort();
 }
@@ -156,7 +157,7 @@ bool Front::DescriptorsRunShort() const {
     return lowestFree.Get() >= descriptorLimit_ - DescriptorReserve(descriptorLimit_);
 }
 
-// Returns how many there were.
+// Returns how many were closed.
 size_t Front::CloseStrangers(size_t count) {
     size_t closed = 0;
     for (; closed < count; ++closed) {
@@ -206,7 +207,7 @@ void Front::Refuse(UniqueFd socket, uint32_t peerAddress) {
     oldestRefused_ = (oldestRefused_ + 1) % refused_.size();
 }
 
-// Takes what is there. Afterwards the connection is among the arrivals, waits, or is closed.
+// Takes what is there. Afterwards the connection is among the arrivals, or waiting, or closed.
 void Front::Receive(Connection& connection, Arrivals& arrivals) {
     std::array<char, kReceiveSize> spare;
     auto& buffer = arrivals.firstSize == 0 ? arrivals.firstPacket : spare;
@@ -233,7 +234,7 @@ void Front::Receive(Connection& connection, Arrivals& arrivals) {
     Wait(connection);
 }
 
-// Judges the bytes of one receive. A connection whose packet is complete is among the arrivals.
+// Judges the bytes of one receive. A connection whose packet is complete joins the arrivals.
 PacketState Front::Take(Connection& connection, std::string_view bytes, Arrivals& arrivals) {
     const bool isFirst = bytes.data() == arrivals.firstPacket.data();
     if (isFirst && connection.intake.Empty()) {
@@ -252,7 +253,7 @@ PacketState Front::Take(Connection& connection, std::string_view bytes, Arrivals
 }
 
 void Front::Wait(Connection& connection) {
-    // Whoever goes on with the connection writes its next lines.
+    // The thread that goes on with the connection writes its next lines.
     services_.log.Flush();
     const bool holdsMemory = connection.intake.Held() > 0;
     if (!waiting_.Hold(connection)) {

@@ -1,8 +1,8 @@
 // Lets connections in and receives from them until a packet is whole. Nothing here waits for a
 // peer, and no handler runs here.
 //
-// Strangers are those who have not shown the right password digest. They cost no thread; while
-// descriptors run short the one that came first goes for each that comes.
+// Strangers are peers that have not shown the right password digest. They cost no thread; while
+// descriptors run short, the stranger that came first goes for each new connection.
 #pragma once
 
 #include <array>
@@ -26,14 +26,14 @@ namespace zot {
 // The exit code of an agent that cannot listen, or accept.
 inline constexpr int kExitListen = 4;
 
-// How much one receive takes at most. Servers can observe it: bytes behind a complete packet spoil
-// it only when they come in with the packet's last receive.
+// The most that one receive takes. Servers can observe it: bytes after a complete packet spoil it
+// only when they arrive with the packet's last receive.
 inline constexpr size_t kReceiveSize = 1024;
 
-// The connections that one event has made whole.
+// The connections whose packets one event has completed.
 struct Arrivals {
-    // The first one whose packet came in one piece stays in the buffer, uncopied; none when the
-    // size is 0.
+    // The first connection whose packet came in one piece: its packet stays in the buffer,
+    // uncopied. There is none when the size is 0.
     Connection first;
     size_t firstSize = 0;
     std::array<char, kReceiveSize> firstPacket;
@@ -46,26 +46,27 @@ class Front {
     Front(AgentServices& services, Readiness& readiness, PasswordKeys& passwords,
           int descriptorLimit);
 
-    // Accepts from `socket` from now on; the one before it, if any, is closed then.
+    // Accepts from `socket` from now on; closes the one before it, if any.
     void Listen(UniqueFd socket);
     // Accepts nothing until the next Listen, and hands back the socket, which still listens.
     UniqueFd StopListening();
     bool IsListening() const { return static_cast<bool>(socket_); }
 
-    // Acts on an event of the queue. Called by any number of threads; `alone` says that no other
-    // one is free now, so that more connections than one are this one's.
+    // Acts on an event of the queue. Any number of threads may call it; `alone` says that no other
+    // thread is free now, so that this one accepts more than one connection.
     void Handle(uint64_t tag, bool alone, Arrivals& arrivals);
 
-    // Closes the connections that were silent for too long. The time-out counts in whole seconds
-    // of the clock from the last byte on.
+    // Closes the connections that were silent for too long. The time-out counts in whole seconds of
+    // the clock, from the last byte.
     void Expire();
     // When Expire has something to do, on the clock of MonotonicMs; INT64_MAX for never.
     int64_t NextExpiry() const;
 
-    // Accepts again if a shortage had stopped that. Called when descriptors may have come free.
+    // Accepts again after a shortage, if it has passed. Called when descriptors may have become
+    // free.
     void Resume();
 
-    // Whether accepting has failed for good, which is logged already.
+    // Whether accepting has failed for good, which has been logged.
     bool HasFailed() const { return failed_.load(); }
 
   private:
@@ -100,7 +101,7 @@ class Front {
     std::atomic<bool> paused_{false};
     std::atomic<bool> failed_{false};
 
-    // Refused connections are shut down but stay open for a while; the oldest is closed when its
+    // Refused connections are shut down but stay open for a while. The oldest is closed when its
     // place is needed, so that refused peers cannot use up the descriptors.
     std::mutex refusedMutex_;
     std::array<UniqueFd, 64> refused_;

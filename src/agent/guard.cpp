@@ -30,13 +30,14 @@
 namespace zot {
 namespace {
 
-constexpr char kTitle[] = "zot-upgrade-guard ";  // and the configuration file
+constexpr char kTitle[] = "zot-upgrade-guard ";  // followed by the configuration file
 constexpr char kKeptSuffix[] = ".previous";
 constexpr int64_t kPatienceMs = 30000;
 constexpr timespec kPause = {0, 20L * 1000 * 1000};
 
-// How often the guard looks. The copy is waited for closely, since an agent that takes no hand-over
-// must find its port free a moment later; it is then looked for with connections.
+// How often the guard looks. It watches for the copy closely, because an agent that takes no
+// hand-over must find its port free a moment later. Then it looks for the new agent with
+// connections.
 constexpr int kCopyIntervalMs = 2;
 constexpr int kProbeIntervalMs = 20;
 constexpr int kLongIntervalMs = 1000;
@@ -51,10 +52,10 @@ void SetHandler(int number, void (*handler)(int)) {
     sigaction(number, &action, nullptr);
 }
 
-// What the configuration file says now, which an agent that is started will obey.
+// What the configuration file says now: an agent started next will obey it.
 struct NextStart {
     VyString host, pidFile;
-    int32_t port;  // of the command line, else of the file
+    int32_t port;  // from the command line, else from the file
 };
 
 NextStart ReadNextStart(const AgentSettings& settings, int32_t port) {
@@ -158,7 +159,7 @@ void UpgradeGuard::CallOff() {
     unlink(kept_.c_str());
 }
 
-// The old executable gets a second name; where links are not to be had, a copy does.
+// Gives the old executable a second name, or makes a copy where links are not possible.
 bool UpgradeGuard::KeepOld() {
     struct stat ignored {};
     if (lstat(program_.c_str(), &ignored) != 0) return errno == ENOENT;
@@ -172,7 +173,7 @@ bool UpgradeGuard::KeepOld() {
     return hadOld_ && LockKept();
 }
 
-// False while another guard holds what it has kept; one that is about to end is waited for.
+// False while another guard holds what it has kept; waits for one that is about to end.
 bool UpgradeGuard::LockKept() {
     constexpr int kTries = 50;
     keptLock_.Reset(open(kept_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -188,7 +189,7 @@ bool UpgradeGuard::CopyOld() {
     UniqueFd from(open(program_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     UniqueFd to(open(kept_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!from || !to || !CopyBytes(from.Get(), to.Get())) return false;
-    // Without the right to give files away the copy belongs to the agent's own user.
+    // Without the right to give files away the copy stays the agent user's own.
     [[maybe_unused]] int given = fchown(to.Get(), old_.st_uid, old_.st_gid);
     return fchmod(to.Get(), old_.st_mode & 07777) == 0 && fsync(to.Get()) == 0;
 }
@@ -204,7 +205,8 @@ void UpgradeGuard::CopyArguments() {
     copy(variables, previousVariables_);
 }
 
-// ---- From here on in the guard: a child of a process with threads, so async-signal-safe only.
+// ---- From here on code of the guard: a child of a process with threads, so async-signal-safe
+// only.
 
 void UpgradeGuard::Run() noexcept {
     Isolate();
@@ -221,7 +223,7 @@ void UpgradeGuard::Run() noexcept {
     _exit(0);
 }
 
-// Keeps nothing of the agent but its standard streams and the guard's own descriptors.
+// Keeps nothing of the agent's but the standard streams and the guard's own descriptors.
 void UpgradeGuard::Isolate() noexcept {
     const int own[] = {ear_.Get(), reserve_, keptLock_.Get(), order_.module.Get()};
     CloseInheritedDescriptors(own);
@@ -236,7 +238,7 @@ void UpgradeGuard::Isolate() noexcept {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// Returns whether the new agent has listened.
+// Returns whether the new agent listens.
 bool UpgradeGuard::AwaitNewAgent() noexcept {
     int64_t nextProbe = 0;
     while (stopped == 0) {
@@ -261,8 +263,8 @@ bool UpgradeGuard::AwaitNewAgent() noexcept {
     return false;
 }
 
-// The new executable is in place: it gets the owner and the mode of the old one. An agent that
-// takes no hand-over could not listen beside the reserve.
+// The new executable is in place: it gets the old one's owner and mode. An agent that takes no
+// hand-over could not listen beside the reserve.
 void UpgradeGuard::AfterCopy() noexcept {
     if (copied_) return;
     copied_ = true;
@@ -291,7 +293,7 @@ bool UpgradeGuard::HoldsPidFile() const noexcept {
     return file && fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-// Whether somebody accepts connections where the new agent is to.
+// Whether somebody accepts connections where the new agent should.
 bool UpgradeGuard::Answers() const noexcept {
     constexpr int kAnswerMs = 200;
     UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -303,15 +305,15 @@ bool UpgradeGuard::Answers() const noexcept {
         (errno != EINPROGRESS || poll(&event, 1, kAnswerMs) <= 0)) {
         return false;
     }
-    // With nobody there, the port may by chance have been chosen for this end, which then met
-    // itself.
+    // If nobody listens there, the system may have chosen that very port for this end, which has
+    // then connected to itself.
     sockaddr_in own{};
     socklen_t size = sizeof own;
     if (getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
     if (own.sin_port == address_.sin_port && own.sin_addr.s_addr == address_.sin_addr.s_addr) {
         return false;
     }
-    // The trial at the start of an agent resets what came to it.
+    // An agent that only tries the port at its start resets the connections that it got.
     event.events = POLLIN;
     poll(&event, 1, kAnswerMs);
     int error = 0;
@@ -319,7 +321,7 @@ bool UpgradeGuard::Answers() const noexcept {
     return getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
-// Ends the script and what came of it.
+// Ends the script and everything that it started.
 void UpgradeGuard::EndWhatWasStarted() const noexcept {
     constexpr int kTries = 100;
     for (int i = 0; i < kTries && KillProcessesWith(environment_->Entry()) != 0; ++i) {

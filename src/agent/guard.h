@@ -1,10 +1,10 @@
-// The guard of an upgrade: a process that outlives the agent for as long as it takes the new one to
-// listen. If that does not come about it puts the old executable back and starts it.
+// The guard of an upgrade: a process that outlives the agent until the new one listens. If that
+// does not happen it puts the old executable back and starts it.
 //
-// It knows what happens to the script by a pipe, of which everything that the script starts holds
-// an end: a byte says that the new agent listens, the end of the pipe that nothing is left. An
-// agent from before there were guards says nothing, so its pid file is looked at too, or, where
-// there is none, whether connections are accepted.
+// It learns what happens to the script from a pipe, of which everything that the script starts
+// holds an end: a byte says that the new agent listens, the end of the pipe that nothing is left.
+// An agent too old to know of guards says nothing, so the guard also looks at its pid file or,
+// where there is none, tries to connect.
 #pragma once
 
 #include <netinet/in.h>
@@ -29,14 +29,14 @@ namespace zot {
 class UpgradeGuard {
   public:
     // `module` is what the script will install; `reserve` holds the agent's port, if it could be
-    // had.
+    // reserved.
     UpgradeGuard(AgentServices& services, const StartArguments& arguments, UpgradeOrder& order,
                  const UniqueFd& reserve);
     UpgradeGuard(const UpgradeGuard&) = delete;
     UpgradeGuard& operator=(const UpgradeGuard&) = delete;
 
     // Keeps the old executable under another name and starts the guard. Returns false when that
-    // cannot be done; an upgrade would be without a way back then.
+    // fails: the upgrade would have no way back.
     bool Start();
     // The environment for the script.
     char** Environment() { return environment_->Variables(); }
@@ -64,25 +64,25 @@ class UpgradeGuard {
     SettingsSnapshot settings_;
     StartArguments arguments_;
     UpgradeOrder& order_;
-    const int reserve_;  // its number; -1: there is none
+    const int reserve_;  // its number; -1 for none
     bool holdsReserve_ = false;
 
     std::string program_, kept_, module_, script_, title_;
-    std::string pidFile_;  // of the new agent; empty when it will have none
+    std::string pidFile_;  // of the new agent; empty if it will have none
     struct stat old_ {};
     bool hadOld_ = false;
     int64_t deadline_ = 0;          // on the clock of MonotonicMs
     bool copied_ = false;           // the script has put the new executable in place
     bool takesOver_ = false;        // the new agent takes a hand-over
     sockaddr_in address_{};         // where the new agent will listen
-    sockaddr_in reserveAddress_{};  // where the old one did
+    sockaddr_in reserveAddress_{};  // where the old one listened
     UniqueFd keptLock_;
     UniqueFd ear_;
     UniqueFd mouth_;
     std::optional<HandOverEnvironment> environment_;  // for the script
 
-    // What the previous agent would be started with: copies, since the title of the guard takes
-    // the place of the originals.
+    // What the previous agent would be started with. These are copies, because the guard's title
+    // overwrites the originals.
     bool oldTakesOver_ = false;
     std::deque<std::string> texts_;
     std::vector<char*> previousArguments_;

@@ -21,13 +21,13 @@
 
 namespace zot {
 
-// Found in every program that takes a hand-over, also by those that look at it as a file.
+// Part of every program that takes a hand-over, and so found in its file too.
 extern const char kHandOverMark[];
 const char kHandOverMark[] = "zot takes over: 1";
 
 namespace {
 
-// Enough for a guard to remove a file and to end.
+// Enough for a guard to remove a file and end.
 constexpr int kGuardPatienceMs = 1000;
 
 bool IsKind(int descriptor, mode_t kind) {
@@ -35,7 +35,7 @@ bool IsKind(int descriptor, mode_t kind) {
     return fstat(descriptor, &info) == 0 && (info.st_mode & S_IFMT) == kind;
 }
 
-// The descriptor, if there still is one of this kind. A program in between that knew nothing of
+// The descriptor, if it is still open and of this kind. A program in between that did not know of
 // hand-overs may have passed on the variable alone.
 UniqueFd Inherit(int descriptor, mode_t kind) {
     if (descriptor <= STDERR_FILENO || !IsKind(descriptor, kind)) return UniqueFd();
@@ -99,7 +99,7 @@ bool TakesHandOver(const char* path) {
     UniqueFd file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file || !IsKind(file.Get(), S_IFREG)) return false;
     auto buffer = ReadBuffer<char>(kBlock);
-    size_t kept = 0;  // of the block before, as much as may be the start of the mark
+    size_t kept = 0;  // the end of the block before, which may be the start of the mark
     for (;;) {
         ssize_t count = read(file.Get(), buffer.get() + kept, kBlock - kept);
         if (count <= 0) return false;

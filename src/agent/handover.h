@@ -1,5 +1,5 @@
-// What one program of the agent hands to the next across an exec: the claim to the port, and word
-// to the guard of an upgrade. It travels as one variable of the environment that names descriptors.
+// What one program of the agent hands to the next across an exec: the claim to the port, and a line
+// to the guard of an upgrade. One variable of the environment names the descriptors.
 #pragma once
 
 #include <array>
@@ -13,18 +13,18 @@ namespace zot {
 // What this program was handed, if anything.
 class HandOver {
   public:
-    // Takes the variable out of `envp`, which execve has filled: nobody else is to see it.
+    // Takes the variable out of `envp`, which execve filled: nobody else is meant to see it.
     explicit HandOver(char** envp);
 
-    // Whether the port may be reserved for this program, so that it must be opened beside the
+    // Whether the port may be reserved for this program, which must then open it beside the
     // reserve.
     bool Expected() const { return expected_; }
 
-    // What was handed over and must stay open until then; -1 for what was not.
+    // The descriptors that must stay open until then; -1 for those that were not handed over.
     std::array<int, 2> Descriptors() const { return {reserve_.Get(), guard_.Get()}; }
 
-    // The agent listens: gives up the reserve, and tells the guard and waits until it is gone, so
-    // that whoever is served finds the upgrade done.
+    // The agent listens: gives up the reserve, tells the guard and waits until it is gone, so that
+    // the upgrade is done before anybody is served.
     void Complete() noexcept;
 
   private:
@@ -34,13 +34,13 @@ class HandOver {
 };
 
 // The environment for the next program: `envp` and the variable that names the descriptors, -1 for
-// none. They must be open beyond exec when it comes to it.
+// none. They must be open beyond the exec.
 class HandOverEnvironment {
   public:
     HandOverEnvironment(char** envp, int reserve, int guard);
 
     char** Variables() { return variables_.data(); }
-    // "NAME=VALUE", not the same for any two hand-overs.
+    // "NAME=VALUE", different for every hand-over.
     const char* Entry() const { return entry_.c_str(); }
 
   private:
@@ -51,8 +51,7 @@ class HandOverEnvironment {
 // Lets the next program have the descriptor. Async-signal-safe.
 void LeaveOpen(int descriptor) noexcept;
 
-// Whether the program in the file takes what is handed to it. One that does not must find its port
-// free.
+// Whether the program in the file takes a hand-over. One that does not must find its port free.
 bool TakesHandOver(const char* path);
 
 }  // namespace zot

@@ -36,7 +36,7 @@ constexpr timespec kShortPause = {0, 10L * 1000 * 1000};
 }  // namespace
 
 UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText, PortUse use) {
-    // Port 0 would succeed on a port that nobody knows, a larger one on its low 16 bits.
+    // Port 0 would succeed on some unknown port, a larger one on its low 16 bits.
     if (settings.port < 1 || settings.port > kMaxPort) {
         errorText = "Invalid port number";
         return UniqueFd();
@@ -110,7 +110,7 @@ void Listener::HandleRequests() {
     if (failedPort_) ReturnToOpenPort();
 }
 
-// Never waits for a request that changes the settings; the next pass tries again.
+// Never waits for a request that is changing the settings; the next pass tries again.
 void Listener::ReloadConfig() {
     VyString errorText;
     std::optional<bool> loaded = TryLoadConfig(services_.settings, errorText);
@@ -120,8 +120,8 @@ void Listener::ReloadConfig() {
     services_.log.WriteLog(LogKind::kFailure, 0, "Reload failed: %s\n", reason.Terminate());
 }
 
-// When this fails the listening socket stays closed: the server sees that the agent is not what was
-// asked for, until a change of the port opens a new socket.
+// If this fails the listening socket stays closed: the server sees that the agent did not do what
+// it was asked, until a change of the port opens a new socket.
 void Listener::Restart() {
     services_.log.WriteLogText(LogKind::kStatus, 0, "Reload request received. Executing..\n");
     pidFile_.Remove();
@@ -129,7 +129,7 @@ void Listener::Restart() {
     services_.log.WriteLogText(LogKind::kFailure, 0, "Error: cannot start new instance\n");
 }
 
-// Unlike after a restart that fails, nothing is wrong with the agent's own program: it goes on.
+// Unlike after a failed restart, nothing is wrong with the agent's own program, so it goes on.
 void Listener::Upgrade() {
     services_.log.WriteLogText(LogKind::kStatus, 0, "Upgrade request received. Executing..\n");
     UpgradeOrder order = services_.control.TakeUpgradeOrder();
@@ -144,7 +144,7 @@ void Listener::Upgrade() {
     services_.control.upgradeGate.Leave();
 }
 
-// Opens the port again. What hinders that is tried again with the next pass.
+// Opens the port again. If that fails the next pass tries again.
 void Listener::Reopen() {
     AgentSettings settings = *services_.settings.Snapshot();
     settings.port = openPort_;
@@ -191,9 +191,9 @@ void Listener::ReturnToOpenPort() {
     log.WriteLogText(LogKind::kFailure, 0, "Return to original port\n");
 }
 
-// Puts the port back into the settings and into the file, or the next start would fail with it. A
-// port that was set meanwhile is tried next. False, and nothing done, while a request changes the
-// settings, which the main thread does not wait for.
+// Puts the port back into the settings and into the file, or the next start would fail with it. If
+// the port has been changed again meanwhile, that one is tried next. Does nothing and returns false
+// while a request is changing the settings: the main thread does not wait for it.
 bool Listener::RestorePort() {
     auto restore = [this](AgentSettings& changed) {
         if (changed.port == *failedPort_) changed.port = openPort_;

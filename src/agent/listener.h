@@ -1,4 +1,4 @@
-// The main thread's last step: opens the listening socket, and acts on what was requested of the
+// The main thread's last step: opens the listening socket, and carries out what is asked of the
 // process.
 #pragma once
 
@@ -19,7 +19,7 @@
 
 namespace zot {
 
-// Opens the listening socket for the host and port of the settings: up to three attempts, one
+// Opens the listening socket for the host and port of the settings: up to three attempts, with one
 // second of sleep after each failure. Returns no descriptor and `errorText` when all fail, or at
 // once for a port outside 1 to 65535.
 UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText,
@@ -32,7 +32,7 @@ class Listener {
     Listener(AgentServices& services, UniqueFd socket, PidFile& pidFile,
              const StartArguments& arguments, int descriptorLimit);
 
-    // Ends with the process.
+    // Ends only with the process.
     [[noreturn]] void Run();
 
   private:
@@ -53,11 +53,11 @@ class Listener {
     Crew crew_;
     int32_t openPort_;
     std::optional<int32_t>
-        failedPort_;          // one that could not be opened and still stands in the settings
+        failedPort_;          // one that could not be opened and is still in the settings
     bool reloadDue_ = false;  // a hang-up came
     PidFile& pidFile_;
     StartArguments arguments_;
-    bool mustReopen_ = false;  // after an upgrade that did not come about
+    bool mustReopen_ = false;  // after an upgrade that failed
     UniqueFd reserve_;         // holds the port until then
 };
 

@@ -59,7 +59,7 @@ bool LoadSettings(zot::SettingsStore& store) {
     return loaded;
 }
 
-// Shows on the terminal that a port is in use, before the agent detaches from it.
+// Shows on the terminal that a port is in use, before the agent detaches from the terminal.
 bool TryListening(const zot::AgentSettings& settings, zot::PortUse use) {
     std::printf("Sock testing .. ");
     zot::VyString errorText;
@@ -82,7 +82,7 @@ bool Detach(zot::UniqueFd& parent) {
     return false;
 }
 
-// Whoever can write there can put files in the way of scripts and upgrades.
+// Anybody who can write there can put files in the way of scripts and upgrades.
 void WarnOfSharedTmpDir(const zot::AgentSettings& settings, zot::Log& log) {
     zot::VyString path(settings.tmpDir.Empty() ? std::string_view("/") : settings.tmpDir.View());
     struct stat info {};
@@ -93,7 +93,8 @@ void WarnOfSharedTmpDir(const zot::AgentSettings& settings, zot::Log& log) {
                  path.Terminate());
 }
 
-// Everything up to the accept loop, which does not return; an exit code when it is not reached.
+// Everything up to the accept loop, which does not return. Returns an exit code when something
+// fails before that.
 int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     PrintBanner();
     std::printf("Command line checking .. ");
@@ -155,7 +156,7 @@ int main(int argc, char** argv, char** envp) {
     zot::OpenStandardDescriptors();
     zot::SetUsualSignals();
     zot::LimitFreedMemory();
-    // A line at a time, also into a pipe: a reader sees each line when it is complete.
+    // Line by line, even into a pipe, so that a reader sees each line as soon as it is complete.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     try {
         zot::HandOver handOver(envp);

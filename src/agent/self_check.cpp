@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kExitCipher = 3;
 constexpr char kKeyText[] = "test cipherkey";
-// With its terminating NUL this is one whole block.
+// With its terminating NUL this is exactly one block.
 constexpr char kPlainText[] = "503718264930571";
 constexpr size_t kTextLength = sizeof kPlainText - 1;
 static_assert(sizeof kPlainText == kTwofishBlockSize);

@@ -7,7 +7,7 @@ namespace zot {
 // line each. A failure ends the process with exit code 3.
 void RunCipherChecks();
 
-// The widths of the fields that hold file sizes, for the debugging mode.
+// Prints the widths of the fields that hold file sizes, for debugging mode.
 void PrintSizes();
 
 }  // namespace zot

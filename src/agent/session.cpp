@@ -30,13 +30,13 @@
 namespace zot {
 namespace {
 
-// How long a peer may take nothing of its reply, in milliseconds: where silence is allowed for
-// ever, and at least. The time-out may be as short as it likes for those who say nothing; a reader
-// on a slow line is none of them.
+// How long, in milliseconds, a peer may take nothing of its reply: where the time-out allows
+// silence for ever, and at least. A short time-out is meant for peers that say nothing, not for a
+// reader on a slow line.
 constexpr int32_t kSendTimeout = 60000;
 constexpr int32_t kLeastSendTimeout = 5000;
 
-// A reply of this size always finds room in the buffers of a new connection.
+// A reply of this size always fits into the buffers of a new connection.
 constexpr size_t kSmallReply = 4096;
 
 bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
@@ -94,7 +94,7 @@ void Session::ServeOpened(Opener open) {
         settings.reset();
         if (upgrade_.InProgress()) ReceiveUpgrade();
     } catch (const std::exception& error) {
-        // Out of memory, as a rule: this connection is lost, the agent is not.
+        // Usually out of memory: this connection is lost, the agent is not.
         log.WriteLog(LogKind::kFailure, peerAddress, "Session failed: %s\n", error.what());
     }
 }
@@ -153,7 +153,7 @@ void Session::TakeUpgradeBytes(std::string_view bytes) {
 void Session::Send(Reply reply) {
     const VyString sealed = SealReply(std::move(reply), *request_.cipher);
     const std::string_view bytes = sealed;
-    // The end of the connection travels with a reply that is the last.
+    // The last reply carries the end of the connection with it.
     const int end = upgrade_.InProgress() ? 0 : MoreFollowsFlag();
     if (bytes.size() > kSmallReply) {
         services_.log.Flush();
@@ -163,14 +163,14 @@ void Session::Send(Reply reply) {
     }
 }
 
-// A short send is not taken up again.
+// A short send is not continued.
 bool Session::SendNow(std::string_view bytes, int flags) {
     return send(connection_.socket.Get(), bytes.data(), bytes.size(),
                 flags | MSG_NOSIGNAL | MSG_DONTWAIT) >= 0;
 }
 
-// Goes on while the peer reads, however slowly; but one that takes nothing for the length of the
-// time-out is not waited for.
+// Goes on while the peer reads, however slowly, but gives up on one that takes nothing for the
+// length of the time-out.
 void Session::SendAtLength(std::string_view bytes) {
     int32_t timeout = services_.settings.Snapshot()->timeout;
     timeout = timeout < 1 ? kSendTimeout : std::max(timeout, kLeastSendTimeout);
@@ -184,8 +184,7 @@ void Session::SendAtLength(std::string_view bytes) {
             continue;
         }
         if (!WouldBlock(errno) || lastTry) return;
-        // The system reports room only when there is a good deal of it; some may have come free
-        // nevertheless.
+        // The system reports room only when there is plenty; a little may have become free even so.
         pollfd descriptor = {socket, POLLOUT, 0};
         lastTry = poll(&descriptor, 1, timeout) <= 0;
     }

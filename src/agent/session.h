@@ -1,7 +1,7 @@
-// One request, from its whole packet on: it is opened, answered, and the connection closes.
+// One request, once its packet is whole: open it, answer it, close the connection.
 //
-// The session knows sockets and bytes; what the bytes mean is decided by the packet codec and the
-// dispatcher.
+// The session knows sockets and bytes; the packet codec and the dispatcher decide what the bytes
+// mean.
 #pragma once
 
 #include <cstdint>
@@ -23,15 +23,16 @@ class Crew;
 
 class Session : private ProcessControl {
   public:
-    // `crew` is told when the thread will be busy for long.
+    // `crew` hears when the thread will be busy for long.
     Session(AgentServices& services, Crew& crew, PasswordKeys& passwords, Connection connection);
-    // Closes the connection. What its request asked of the process (to end, to restart) is passed
-    // on after that.
+    // Closes the connection, and only then passes on what its request asked of the process (to end,
+    // to restart).
     ~Session() override;
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Serve the connection to its end: with the packet that came in with it, or with this one.
+    // Serve the connection to its end: with the packet that the connection has collected, or with
+    // this one.
     void Serve();
     void Serve(std::span<char> packet);
 

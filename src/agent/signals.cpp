@@ -20,7 +20,7 @@ constexpr int64_t kMinUptime = 181;
 
 std::atomic<bool> hangup{false};
 
-// Everything the crash handler touches, set before the handler is installed.
+// Everything that the crash handler touches, set before the handler is installed.
 struct CrashContext {
     AgentServices* services = nullptr;
     PidFile* pidFile = nullptr;
@@ -49,7 +49,7 @@ void SetHandler(int signalNumber, void (*handler)(int), int flags) {
 }
 
 // Runs on whichever thread faulted, with any lock held anywhere: no lock, no allocation, no stdio.
-// Returning would repeat the fault, so the new image is started from here.
+// Returning would repeat the fault, so this starts the new image itself.
 void OnSegmentationFault(int signalNumber) {
     AgentServices& services = *crash.services;
     const AgentSettings& settings = services.settings.ForCrashHandler();
@@ -59,7 +59,7 @@ void OnSegmentationFault(int signalNumber) {
         log.WriteFromSignal(settings, LogKind::kFailure, "Segmentation fault!!\n");
         return;
     }
-    // A second thread that faults now waits until the new image has swept it away.
+    // A second thread that faults now waits here until the new image replaces the process.
     if (restarting.exchange(true)) {
         for (;;) pause();
     }
@@ -116,8 +116,8 @@ void InstallCrashHandler(AgentServices& services, PidFile& pidFile, StartArgumen
 void ExecuteImage(const char* path, char** argv, char** envp) noexcept {
     constexpr int kBusyTries = 1500;
     constexpr timespec kBusyPause = {0, 2L * 1000 * 1000};
-    // The new image inherits the mask: it must neither block the fault signal nor the hang-up. The
-    // limit it finds is the one that it hands on to its own children.
+    // The new image inherits the mask, which must block neither the fault signal nor the hang-up.
+    // The descriptor limit it finds is what it passes on to its own children.
     sigset_t none;
     sigset_t before;
     sigemptyset(&none);

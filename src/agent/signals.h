@@ -11,43 +11,43 @@
 
 namespace zot {
 
-// What this process was started with; a new image of it gets the very same.
+// What this process was started with; a new image of it gets exactly the same.
 struct StartArguments {
     char** argv;
     char** envp;
-    int32_t port;  // of the command line, 0 without one
+    int32_t port;  // from the command line, 0 without one
 };
 
-// Sets what the agent relies on, whatever its starter left: no signal is held back, and a child
-// that ends keeps its status until it is asked for.
+// Sets what the agent relies on, whatever its starter left: no signal is blocked, and a child that
+// ends keeps its status until the agent asks for it.
 void SetUsualSignals();
 
-// A write to a peer that has gone, or beyond the limit of a file's size, fails and no more.
+// Writing to a peer that has gone, or beyond the limit of a file's size, fails and does no more.
 void IgnoreWriteSignals();
 
-// SIGTERM, and SIGINT unless the starter has it ignored, ask the agent to end as QUIT does.
-// `control` must live as long as the process.
+// SIGTERM, and SIGINT unless the starter ignored it, ask the agent to end as QUIT does. `control`
+// must live as long as the process.
 void InstallTerminateHandler(AgentControl& control);
 
-// From here on a hang-up is held back in the calling thread and in all that it starts, and noted
-// only where a wait lets it in (ppoll with an empty mask): it interrupts nothing else.
+// From here on a hang-up is blocked in the calling thread and in every thread that it starts, and
+// noted only where a wait lets it in (ppoll with an empty mask). So it interrupts nothing else.
 void InstallHangupHandler();
-// Whether a hang-up came in since the last call.
+// Whether a hang-up has arrived since the last call.
 bool TakeHangup();
 
 // An agent that crashes right after its start would crash again: true only from an uptime of 181
-// seconds on. Both times are in seconds.
+// seconds. Both times are in seconds.
 bool RestartsAfterCrash(int64_t startTime, int64_t now);
 
 // Makes a segmentation fault in any thread replace the process by a new image of the agent, or
 // end it when RestartsAfterCrash says no. All arguments must live as long as the process.
 void InstallCrashHandler(AgentServices& services, PidFile& pidFile, StartArguments arguments);
 
-// Replaces the process by the file at `path`, with no signal held back. A file that is still being
-// written is waited for, up to three seconds. Returns only when it fails. Async-signal-safe.
+// Replaces the process by the file at `path`, with no signal blocked. Waits up to three seconds for
+// a file that is still being written. Returns only on failure. Async-signal-safe.
 void ExecuteImage(const char* path, char** argv, char** envp) noexcept;
 
-// A stack for the crash handler of one thread, since the fault may be that its own has run out.
+// A stack for the crash handler of one thread: the fault may be that its own stack has run out.
 class AlternateStack {
   public:
     AlternateStack();

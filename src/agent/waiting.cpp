@@ -18,7 +18,7 @@ bool Waiting::Hold(Connection& connection) {
     const bool isNew = connection.tag == 0;
     if (isNew) {
         connection.tag = uint64_t{++arrivals_} << 32 | static_cast<uint32_t>(descriptor);
-        Unlink(byArrival_, descriptor);  // whoever had this descriptor before
+        Unlink(byArrival_, descriptor);  // a former owner of this descriptor
         place.tag = connection.tag;
     }
     const bool armed = isNew ? readiness_.Add(descriptor, connection.tag)
@@ -59,7 +59,7 @@ std::optional<Connection> Waiting::TakeOldestStranger() {
     while (byArrival_.first >= 0) {
         const int first = byArrival_.first;
         Unlink(byArrival_, first);
-        // One that a thread is receiving from just now gets its turn back with its next wait.
+        // One that a thread is receiving from right now gets its turn back when it waits again.
         if (At(first).waits) return TakeFromQueue(first);
     }
     return std::nullopt;
@@ -112,7 +112,7 @@ Connection Waiting::Take(int descriptor) {
     return std::move(place.connection);
 }
 
-// For one whose event has not come, and need not come any more.
+// For a connection whose event has not come and is no longer needed.
 Connection Waiting::TakeFromQueue(int descriptor) {
     readiness_.Remove(descriptor);
     return Take(descriptor);

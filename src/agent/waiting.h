@@ -1,8 +1,8 @@
 // The connections whose packet is not whole yet, armed in the event queue.
 //
-// A connection belongs to this list or to the one thread that has taken it out: every way out, an
-// event, the time-out, a shortage, goes through the same mutex, so that no two threads ever have
-// the same connection.
+// A connection belongs to this list or to the one thread that has taken it out. Every way out (an
+// event, the time-out, a shortage) goes through the same mutex, so two threads never have the same
+// connection.
 #pragma once
 
 #include <cstddef>
@@ -18,31 +18,30 @@ namespace zot {
 
 class Waiting {
   public:
-    // What all the packets that are on their way may take of memory.
+    // How much memory all unfinished packets may take together.
     static constexpr size_t kMostHeld = size_t{64} << 20;
 
     explicit Waiting(Readiness& readiness) : readiness_(readiness) {}
 
-    // Lets the connection wait for its next bytes. Returns false, and leaves it to the caller, when
-    // the system does not take it.
+    // Lets the connection wait for its next bytes. If the system refuses, returns false and leaves
+    // the connection with the caller.
     bool Hold(Connection& connection);
 
-    // Each takes a connection out, nothing when there is none.
-    // The one whose event this is; an event that is older than the connection's end is for nobody.
+    // Each takes a connection out; nothing when there is none.
     std::optional<Connection> TakeReady(uint64_t tag);
-    // The one that has been silent for longest, if it was silent at this time.
+    // The one that has been silent for longest, if it was already silent at this time.
     std::optional<Connection> TakeSilentSince(int64_t time);
     // The stranger that came first.
     std::optional<Connection> TakeOldestStranger();
     // The one that holds most, if all together hold too much.
     std::optional<Connection> TakeGreediest();
 
-    // Since when the most silent one is; INT64_MAX when nobody waits.
+    // Since when the longest silent one has been silent; INT64_MAX when nobody waits.
     int64_t LongestSilence() const;
 
   private:
-    // Places are indexed by descriptor. A place is linked by arrival from its connection's first
-    // wait on, also while it is taken out, so that it gets its old turn back.
+    // Places are indexed by descriptor. From its connection's first wait a place stays linked by
+    // arrival, even while it is taken out, so that the connection gets its old turn back.
     struct Links {
         int before = -1;
         int after = -1;

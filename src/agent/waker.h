@@ -10,9 +10,9 @@ class Waker {
     Waker();
     // Makes Descriptor() readable. Callable from any thread, and from signal handlers.
     void Wake() noexcept;
-    // Takes back every wake-up so far.
+    // Clears all wake-ups so far.
     void Drain() noexcept;
-    // For poll; -1 when no pipe could be made: the loop then looks once a second only.
+    // For poll; -1 when no pipe could be made: the loop then looks only once a second.
     int Descriptor() const noexcept { return readEnd_.Get(); }
 
   private:

@@ -14,7 +14,7 @@
 namespace zot {
 namespace {
 
-// Children that nobody waits for. Of its own children the main loop reaps only these: a wait for
+// Children that nobody waits for. The main loop reaps only these of its own children: waiting for
 // any child would take the status away from a session that waits for its own.
 class LeftRunning {
   public:
@@ -36,20 +36,21 @@ class LeftRunning {
     std::vector<pid_t> children_;
 };
 
-// Never destroyed: sessions leave children while the process ends.
+// Never destroyed: sessions still leave children here while the process ends.
 LeftRunning& leftRunning = *new LeftRunning;
 
 std::atomic<bool> foreignExpected{false};
 
-// Looks at a child that has ended and leaves its status where it is; 0 when there is none, -1 when
-// there is no child at all.
+// Looks at a child that has ended without taking its status; 0 when none has, -1 when there are no
+// children.
 pid_t PeekAtFinished() {
     siginfo_t info{};
     if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) != 0) return -1;
     return info.si_pid;
 }
 
-// Stops at a child that is not foreign: whoever waits for it takes it away before the next look.
+// Stops at a child that is not foreign: the session that waits for it takes it away before the next
+// look.
 void ReapForeignChildren() {
     for (pid_t pid; (pid = PeekAtFinished()) > 0;) {
         if (leftRunning.Has(pid) || !ReapUnlessWatched(pid)) return;

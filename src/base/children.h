@@ -7,18 +7,18 @@
 
 namespace zot {
 
-// The variable that one program of the agent leaves for the next. It is not for children.
+// The variable by which one program of the agent hands over to the next. Children do not get it.
 inline constexpr std::string_view kHandOverPrefix = "ZOT_HANDOVER=";
 
 // Leaves a running child to ReapFinishedChildren.
 void LeaveRunning(pid_t pid);
 
-// Has ReapFinishedChildren look for children that the agent did not start, if there can be any:
-// those of the image before a restart, and orphans that the system gives to this process.
+// Makes ReapFinishedChildren look for children that the agent did not start, where there can be
+// any: those of the program before a restart, and orphans that the system gives to this process.
 void ExpectForeignChildren();
 
-// Reaps the children that were left running and have ended since, and foreign ones. Called by the
-// main loop once a second.
+// Reaps the children that were left running and have ended since, and foreign ones. The main loop
+// calls it once a second.
 void ReapFinishedChildren();
 
 }  // namespace zot

@@ -9,8 +9,8 @@ namespace zot {
 int64_t MonotonicMs();
 int64_t MonotonicSeconds();
 
-// The moment (on the clock of MonotonicMs) at which the wall clock began the second that it shows
-// now: time-outs that count whole seconds start there.
+// The moment, on the clock of MonotonicMs, at which the wall clock began the second it shows now.
+// Time-outs that count whole seconds start there.
 int64_t StartOfWholeSecond();
 
 }  // namespace zot

@@ -6,7 +6,7 @@
 namespace zot {
 namespace {
 
-// The system takes a lease away by itself after some time, usually 45 seconds.
+// The system breaks a lease by itself after a while, usually 45 seconds.
 constexpr int kLeaseTries = 6000;
 constexpr int kLeaseIntervalMs = 10;
 
@@ -17,11 +17,12 @@ int OpenAtOnce(const char* path, int flags) {
 }  // namespace
 
 UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags) {
-    // To open a tape or the reading end of a pipe already does something to it.
+    // Merely opening a tape, or the reading end of a pipe, already does something to it.
     if (!IsRegularFile(path)) return UniqueFd();
     UniqueFd fd(OpenAtOnce(path, flags));
-    // The holder of a write lease, usually a file server, is asked for it by the first try. To
-    // wait in the call would also mean to wait for whoever put a fifo in the file's place.
+    // The first try asks the holder of a write lease, usually a file server, to give it up. A
+    // blocking open would wait for that too, but also for ever on a fifo that has taken the file's
+    // place.
     for (int i = 0; !fd && errno == EWOULDBLOCK && i < kLeaseTries; ++i) {
         poll(nullptr, 0, kLeaseIntervalMs);
         fd.Reset(OpenAtOnce(path, flags));

@@ -1,4 +1,4 @@
-// What several modules do with files.
+// File helpers that several modules share.
 #pragma once
 
 #include <sys/stat.h>
@@ -19,10 +19,9 @@ inline bool IsRegularFile(const char* path) {
     return stat(path, &info) == 0 && S_ISREG(info.st_mode);
 }
 
-// Opens a regular file for reading, without waiting for anybody at the other end of a fifo or a
-// device that stands in its place; only for a lease that another process has on it. `status`
-// becomes its status, `flags` are added to those of open. No descriptor when it cannot be opened or
-// is no regular file.
+// Opens a regular file for reading. Never waits for the other end of a fifo or for a device in its
+// place, only for a lease that another process holds. Fills `status`; adds `flags` to those of
+// open. Returns no descriptor when the file cannot be opened or is not a regular one.
 UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags = 0);
 
 // Whether the path leads to a directory, also through links.
@@ -31,13 +30,13 @@ inline bool IsDirectory(const char* path) {
     return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// A block to read into: set to nothing, since it is written before it is read.
+// A block to read into, left uninitialised because it is written before it is read.
 template <typename Byte>
 std::unique_ptr<Byte[]> ReadBuffer(size_t size) {
     return std::unique_ptr<Byte[]>(new Byte[size]);
 }
 
-// Writes the whole text to the descriptor, which must block; false, with errno, when it cannot.
+// Writes the whole text to the descriptor, which must be blocking; false, with errno, on failure.
 inline bool WriteAll(int fd, std::string_view text) {
     while (!text.empty()) {
         ssize_t written = write(fd, text.data(), text.size());

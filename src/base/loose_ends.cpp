@@ -16,7 +16,7 @@
 namespace zot {
 namespace {
 
-// How long the end of the agent waits for threads that are making something or clearing up.
+// How long the end of the agent waits for threads that are creating something or cleaning up.
 constexpr std::chrono::seconds kPatience{1};
 
 std::mutex looseEndsMutex;
@@ -26,12 +26,12 @@ struct LooseEnds {
     bool ending = false;
     int making = 0;
     std::vector<pid_t> children;  // not reaped yet
-    std::vector<pid_t> detached;  // likewise, of those that go on
-    int watched = 0;              // requests that wait for one of them
+    std::vector<pid_t> detached;  // the same, of those that go on
+    int watched = 0;              // requests waiting for one of them
     std::vector<std::string> files;
 };
 
-// Never destroyed: sessions use it while the process ends.
+// Never destroyed: sessions still use it while the process ends.
 LooseEnds& ends = *new LooseEnds;
 
 using Lock = std::unique_lock<std::mutex>;
@@ -77,8 +77,8 @@ WatchedChild::~WatchedChild() {
 }
 
 bool WatchedChild::Reap(int& status) {
-    // Under the mutex: the number of a child that was reaped may belong to another process when
-    // the end of the agent kills.
+    // Under the mutex: once a child is reaped its number may belong to another process, which the
+    // end of the agent must not kill.
     Lock lock(looseEndsMutex);
     pid_t result;
     do {
@@ -92,7 +92,7 @@ bool WatchedChild::Reap(int& status) {
 }
 
 bool ReapUnlessWatched(pid_t pid) {
-    // Under the mutex no child comes up that could get the number of this one.
+    // Under the mutex, so that no new child can get this one's number.
     Lock lock(looseEndsMutex);
     for (const std::vector<pid_t>* known : {&ends.children, &ends.detached}) {
         if (std::find(known->begin(), known->end(), pid) != known->end()) return false;

@@ -1,5 +1,5 @@
-// Decimal numbers in texts: requests, configuration values and the command line are read by the
-// same rules.
+// Decimal numbers in text: requests, configuration values and the command line all follow these
+// rules.
 #pragma once
 
 #include <cstdint>
@@ -7,14 +7,14 @@
 
 namespace zot {
 
-// Plain conversions: leading digits count, text that is no number gives 0, numbers too large for
-// the type give its limit.
+// Plain conversions: leading digits count, text that is not a number gives 0, and a number too
+// large for the type gives its limit.
 int32_t ToInt(std::string_view text);
 int64_t ToInt64(std::string_view text);
 double ToDouble(std::string_view text);
 
 // Checked conversions: true only when the whole text is an optional sign and decimal digits;
-// otherwise `value` stays as it is. Numbers too large for the type give its limit.
+// otherwise `value` keeps what it had. A number too large for the type gives its limit.
 bool ParseInt(std::string_view text, int32_t& value);
 bool ParseInt64(std::string_view text, int64_t& value);
 

@@ -13,14 +13,14 @@
 namespace zot {
 namespace {
 
-// Connections to the agent's own port that are closed but perhaps not served yet. More cannot wait:
-// it is above the longest queue of a listening socket. One that was reset in that queue stays until
-// others push it out.
+// How many connections to the agent's own port can be closed but not yet served: this is above the
+// longest queue of a listening socket. One that was reset in that queue stays until others push it
+// out.
 constexpr ptrdiff_t kMostClosed = 1024;
 
 struct Connection {
     uint64_t id;
-    uint32_t address;  // its own end
+    uint32_t address;  // of the agent's end
     uint16_t port;
     uint16_t toPort;
     bool open = true;
@@ -80,20 +80,20 @@ class OwnConnections {
     }
 
   private:
-    std::mutex ownMutex_;  // what follows
+    std::mutex ownMutex_;  // guards what follows
     std::vector<Connection> connections_;
     std::vector<uint16_t> listeningPorts_;
     uint64_t lastId_ = 0;
-    std::atomic<size_t> count_{0};  // of the connections: there are none as a rule
+    std::atomic<size_t> count_{0};  // of the connections, usually 0
 };
 
-// Never destroyed: sessions connect while the process ends.
+// Never destroyed: sessions still connect while the process ends.
 OwnConnections& ownConnections = *new OwnConnections;
 
 }  // namespace
 
 void OutgoingSocket::Reset(int fd) noexcept {
-    // Still known as its own while it is closed.
+    // Still known as the agent's own while it is being closed.
     uint64_t id = std::exchange(id_, 0);
     fd_.Reset(fd);
     if (id != 0) ownConnections.Close(id);

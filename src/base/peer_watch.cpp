@@ -14,7 +14,7 @@ thread_local size_t workSinceLook = 0;
 
 bool PeerWatch::IsGone() noexcept {
     if (gone_.load(std::memory_order_relaxed)) return true;
-    // Without any event asked for, poll tells only of errors and of the end of both directions.
+    // With no event asked for, poll reports only errors and the end of both directions.
     pollfd connection{socket_, 0, 0};
     if (poll(&connection, 1, 0) <= 0) return false;
     gone_.store(true, std::memory_order_relaxed);
@@ -31,7 +31,7 @@ bool WorksInVain(size_t work) noexcept {
     if (currentPeer == nullptr) return false;
     workSinceLook += work;
     if (workSinceLook < kLookNow) return false;
-    // Once the peer has gone every call tells so: each loop on the way out ends too.
+    // Once the peer is gone every call says so, which ends each loop on the way out.
     if (currentPeer->IsGone()) return true;
     workSinceLook = 0;
     return false;

@@ -1,8 +1,8 @@
-// Whether the peer for whom a thread works is still there to take the answer.
+// Whether the peer that a thread works for is still there to take the answer.
 //
-// Work that can be long counts what it does with WorksInVain, which looks at the connection now and
-// then. Gone is a peer whose connection was reset or whose keep-alive failed; one that has only
-// ended its sending side still waits for its answer, perhaps for hours.
+// Long work counts what it does with WorksInVain, which looks at the connection now and then. A
+// peer is gone when its connection was reset or its keep-alive failed. One that has only ended its
+// sending side still waits for its answer, perhaps for hours.
 #pragma once
 
 #include <atomic>
@@ -10,16 +10,16 @@
 
 namespace zot {
 
-// The connection to one peer, looked at by every thread that works for it.
+// The connection to one peer, watched by every thread that works for it.
 class PeerWatch {
   public:
     explicit PeerWatch(int socket) noexcept : socket_(socket) {}
     PeerWatch(const PeerWatch&) = delete;
     PeerWatch& operator=(const PeerWatch&) = delete;
 
-    // Asks the system, with one call, until the peer has gone once.
+    // Asks the system, with one call, until the peer was once found gone.
     bool IsGone() noexcept;
-    // Whether it was found gone; asks nobody.
+    // Whether it was found gone; makes no call.
     bool WasGone() const noexcept { return gone_.load(std::memory_order_relaxed); }
 
   private:
@@ -27,7 +27,7 @@ class PeerWatch {
     std::atomic<bool> gone_{false};
 };
 
-// Makes the calling thread work for a peer, or for none (nullptr), as long as the object lives.
+// Makes the calling thread work for a peer, or for nobody (nullptr), as long as the object lives.
 class WorkFor {
   public:
     explicit WorkFor(PeerWatch* peer) noexcept;
@@ -35,21 +35,21 @@ class WorkFor {
     WorkFor(const WorkFor&) = delete;
     WorkFor& operator=(const WorkFor&) = delete;
 
-    // For whom the calling thread works; nullptr for nobody. A thread that helps works for the
-    // same.
+    // The peer that the calling thread works for; nullptr for none. A helper thread works for the
+    // same one.
     static PeerWatch* Current() noexcept;
 
   private:
     PeerWatch* before_;
 };
 
-// What else than a byte costs, for WorksInVain: a directory entry that is looked at, and what is
-// worth a look at the connection by itself.
+// What WorksInVain counts besides bytes: a directory entry, and work that is worth a look at the
+// connection by itself.
 inline constexpr size_t kEntryWork = 1024;
 inline constexpr size_t kLookNow = size_t{4} << 20;
 
-// Counts work, in bytes; after every few MiB true when the peer has gone and the work should end.
-// Never true in a thread that works for nobody.
+// Counts work, in bytes. Every few MiB it looks, and returns true when the peer has gone and the
+// work should end. Never true in a thread that works for nobody.
 bool WorksInVain(size_t work = kLookNow) noexcept;
 
 }  // namespace zot

@@ -19,20 +19,19 @@ bool SystemErrorText(int errorNumber, char* buffer, size_t size);
 // `available` (what the agent may use) can be negative where a reserve is in use.
 bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& available);
 
-// Has the memory that large requests needed go back to the system once they are answered. To be
-// called before the first thread.
+// Makes the C library return the memory of large requests to the system once they are answered.
+// Call before the first thread starts.
 void LimitFreedMemory();
 
-// Whether accept fails with this error for what a peer or its network did: the next connection may
-// be as good as any.
+// Whether accept failed because of a peer or its network: the next connection may well be fine.
 bool IsErrorOfPeer(int acceptError);
 
-// The flag of send that says that more follows at once, be it the end, so that one segment can
+// The flag of send that says that more follows at once, if only the end, so that one segment can
 // carry both; 0 where there is none.
 int MoreFollowsFlag();
 
 // Whether the open file's content is made up while it is read, as under /proc: such a file may have
-// no end, whatever size it tells.
+// no end, whatever its size says.
 bool IsMadeUpFile(int fd);
 
 // The process environment as execve takes it.

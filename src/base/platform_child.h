@@ -1,5 +1,5 @@
-// The part of the system seam that child processes need: noticing the end of a child at once, and
-// leaving behind what a child must not inherit.
+// The part of the system seam that concerns child processes: noticing at once when a child ends,
+// and keeping from it what it must not inherit.
 #pragma once
 
 #include <sys/types.h>
@@ -11,25 +11,25 @@ namespace zot {
 // Returns true when it has ended.
 bool WaitChild(pid_t pid, int timeoutMs);
 
-// Whether the system makes the orphans among this process's descendants its children: it is the
-// first process, of a container for example, or has asked for them.
+// Whether the system makes orphaned descendants children of this process: it is the first process,
+// of a container for example, or has asked for them.
 bool AdoptsOrphans();
 
 // Closes every descriptor from `first` on; does nothing, and returns false, where the system cannot
 // do that in one call. Async-signal-safe.
 bool CloseDescriptorsFrom(int first) noexcept;
 
-// Shows `title` in lists of processes in place of the command line. Takes the memory of the
-// arguments, and of the environment where they are too short for it. Async-signal-safe.
+// Shows `title` instead of the command line in lists of processes. Uses the memory of the
+// arguments, and that of the environment where they are too short. Async-signal-safe.
 void SetProcessTitle(char** argv, char** envp, const char* title) noexcept;
 
 // Kills every process that was started with `entry` ("NAME=VALUE") in its environment, except this
-// one. Returns how many it found, -1 when the processes cannot be told. Async-signal-safe.
+// one. Returns how many it found, -1 when the processes cannot be listed. Async-signal-safe.
 int KillProcessesWith(const char* entry) noexcept;
 
 // Gives the classic signals (numbers 1 to 31) their default actions and unblocks all signals. For a
-// child that may still share its memory with its parent: touches nothing of the process but the
-// kernel's view of it. Async-signal-safe.
+// child that may still share its parent's memory: changes only the kernel's view of the process.
+// Async-signal-safe.
 void ResetSignals() noexcept;
 
 }  // namespace zot

@@ -53,7 +53,7 @@ int32_t TimedOut(VyString& errorText) {
     return kNetTimeout;
 }
 
-// The look-ups that run now. Never destroyed: they outlive the end of main.
+// The look-ups that are running. Never destroyed: they outlive the end of main.
 struct Running {
     std::mutex countMutex;
     std::condition_variable changed;
@@ -75,12 +75,13 @@ struct Running {
 };
 Running& running = *new Running;
 
-// One look-up on a thread of its own, shared with whoever waits for it.
+// One look-up on a thread of its own, shared with the one that waits for it.
 class Query {
   public:
     explicit Query(VyString name) : name_(std::move(name)) { name_.Terminate(); }
 
-    // Starts the look-up; false when there is no thread for it. REQUIRES that it has entered.
+    // Starts the look-up; false when there is no thread for it. REQUIRES a place from
+    // Running::Enter.
     static bool Start(const std::shared_ptr<Query>& query);
     // Waits for the end of the look-up; false when the deadline passes first.
     bool Wait(Deadline deadline) {
@@ -130,7 +131,7 @@ bool Query::Start(const std::shared_ptr<Query>& query) {
     pthread_t thread;
     bool started = pthread_create(&thread, &attributes, run, own.get()) == 0;
     pthread_attr_destroy(&attributes);
-    if (started) static_cast<void>(own.release());  // the thread's now
+    if (started) static_cast<void>(own.release());  // the thread owns it now
     return started;
 }
 

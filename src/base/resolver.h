@@ -1,5 +1,5 @@
-// Turning host names into IPv4 addresses, within a time limit that the system's resolver does not
-// know.
+// Turns host names into IPv4 addresses within a time limit, which the system's resolver does not
+// have.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,9 @@
 
 namespace zot {
 
-// So many look-ups with a limit run at once. One whose limit has passed runs on until the system's
-// resolver gives up, usually 20 seconds where name servers are dead; further ones then wait for
-// it within their own limits.
+// How many look-ups with a limit run at once. One whose limit has passed runs on until the system's
+// resolver gives up, usually after 20 seconds where name servers are dead; others wait for its
+// place within their own limits.
 inline constexpr int kMaxLookups = 16;
 
 // Turns a name or a dotted address into an IPv4 address in network byte order. A dotted address

@@ -24,7 +24,7 @@ constexpr int kListenBacklog = 512;
 constexpr size_t kHostNameSize = 254;
 constexpr size_t kSystemTextSize = 1024;
 
-// How often a wait looks whether anybody still wants its outcome.
+// How often a wait checks that somebody still wants its outcome.
 constexpr int64_t kLookEveryMs = 5000;
 
 using Clock = std::chrono::steady_clock;
@@ -51,7 +51,7 @@ int32_t TimedOut(VyString& errorText) {
     return kNetTimeout;
 }
 
-// getaddrinfo for IPv4 streams; its own error code, 0 on success.
+// getaddrinfo for IPv4 streams. Returns its error code, 0 on success.
 int Lookup(const char* node, const char* service, int flags, AddressList& list) {
     addrinfo hints{};
     hints.ai_family = AF_INET;
@@ -63,8 +63,8 @@ int Lookup(const char* node, const char* service, int flags, AddressList& list) 
     return result;
 }
 
-// Dead name servers must not hold up a request longer than it says, nor one that says nothing
-// longer than a dead peer.
+// Dead name servers must hold up a request no longer than its own limit or, where it has none, no
+// longer than a dead peer would.
 int32_t ResolveService(std::string_view host, int32_t port, int64_t timeoutMs, sockaddr_in& address,
                        VyString& errorText) {
     address = {};
@@ -83,8 +83,8 @@ ssize_t RetryInterrupted(Call call) {
     return result;
 }
 
-// Waits until the socket is ready for `events`. Returns above 0 when it is, 0 when the time is up,
-// below 0 with errno set on failure; a negative time is a failure, as select has it.
+// Waits until the socket is ready for `events`. Returns above 0 when it is, 0 on time-out, below 0
+// with errno on failure; a negative time is a failure, as it is for select.
 int WaitFor(int socket, short events, int64_t timeoutMs) {
     if (timeoutMs < 0) {
         errno = EINVAL;
@@ -106,7 +106,7 @@ bool IsConnecting(int connectError) {
         case EINPROGRESS:
         case EALREADY:
         case EISCONN:
-        case EINTR:  // the connection goes on without the call
+        case EINTR:  // connecting goes on without the call
             return true;
         default:
             return false;
@@ -125,8 +125,8 @@ int32_t FinishConnect(int socket, int connectError, int32_t timeoutMs, VyString&
         return Fail(kNetConnectFailed, errno, errorText);
     }
     if (socketError == 0 && size == sizeof socketError) return kNetOk;
-    // The text is errno's, which connect set ("Operation now in progress"), and not that of the
-    // socket's error: servers know a refused connection by this text.
+    // The text belongs to the errno of connect ("Operation now in progress"), not to the socket's
+    // own error: servers know a refused connection by this text.
     return Fail(kNetConnectFailed, connectError != 0 ? connectError : socketError, errorText);
 }
 
@@ -179,8 +179,8 @@ int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
     if (WaitFor(socket.Get(), POLLIN, timeoutMs) <= 0) {
         return TimedOut(errorText);
     }
-    // A datagram with a bad checksum is dropped only here, after it was announced; a blocking call
-    // would then wait without limit.
+    // A datagram with a bad checksum is announced and then dropped here; a blocking call would wait
+    // without limit.
     ssize_t count = RetryInterrupted([&] {
         return recv(socket.Get(), receiveBuffer.data(), receiveBuffer.size(), MSG_DONTWAIT);
     });
@@ -227,13 +227,13 @@ int32_t TcpSend(int socket, std::string_view data, int32_t timeoutMs, VyString& 
         if (ready == 0 && sent == 0) return TimedOut(errorText);
         if (ready <= 0) break;
     }
-    // A part that arrived counts as sent, whatever became of the rest.
+    // A part that was sent counts, whatever became of the rest.
     return sent > 0 ? static_cast<int32_t>(sent) : Fail(kNetSendFailed, errno, errorText);
 }
 
 void TcpFinish(int socket, int32_t timeoutMs) {
-    // To close a connection on which something was not read yet resets it, and a peer that is reset
-    // may lose what it has not read itself.
+    // Closing a connection with unread data resets it, and a peer that is reset may lose what it
+    // has not read yet.
     if (shutdown(socket, SHUT_WR) != 0) return;
     const Clock::time_point deadline = Clock::now() + milliseconds(timeoutMs);
     char unread[4096];
@@ -308,8 +308,8 @@ UniqueFd OpenListener(std::string_view node, std::string_view service, VyString&
     return UniqueFd();
 }
 
-// Against other users it is the lack of SO_REUSEADDR that holds the address. Binding needs it all
-// the same, because of connections that are still open or were a moment ago.
+// What keeps other users off the address is the lack of SO_REUSEADDR. Binding needs the option all
+// the same, because of connections that are open or were a moment ago.
 UniqueFd ReserveAddress(const sockaddr_in& address) noexcept {
     UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!socket) return socket;

@@ -30,15 +30,15 @@ enum NetResult : int32_t {
     kNetConnectFailed = -6,
 };
 
-// How long a TCP peer is waited for where a request does not limit it.
+// How long to wait for a TCP peer where a request sets no limit.
 inline constexpr int32_t kDefaultTcpTimeoutMs = 120000;
 
 // The IPv4 address, in network byte order, that this machine's own name resolves to; 0 if none.
 uint32_t LocalHostAddress();
 
 // Resolves the host within `timeoutMs` (0 or less: kDefaultTcpTimeoutMs) and creates a datagram
-// socket that is bound and connected to nothing, so that refusals by the peer's machine are not
-// reported. Only the low 16 bits of the port count.
+// socket. It is neither bound nor connected, so refusals by the peer's machine are not reported.
+// Only the low 16 bits of the port count.
 // Returns 1, 0 on time-out, kNetResolveFailed or kNetSocketFailed.
 int32_t UdpOpen(UniqueFd& socket, sockaddr_in& address, std::string_view host, int32_t port,
                 int64_t timeoutMs, VyString& errorText);
@@ -47,41 +47,41 @@ int32_t UdpOpen(UniqueFd& socket, sockaddr_in& address, std::string_view host, i
 int32_t UdpSend(int socket, const sockaddr_in& address, std::string_view data, VyString& errorText);
 
 // Sends `sendData`, if any, as one datagram and, if `receiveBuffer` has room, waits up to
-// `timeoutSeconds` for one datagram, of which what does not fit is lost. Returns the number of
-// bytes received, or of bytes sent when nothing was to be received; 0 comes without a text when
-// the answer was an empty datagram, and as a time-out at once when `timeoutSeconds` is negative.
+// `timeoutSeconds` for one datagram; what does not fit is lost. Returns the number of bytes
+// received, or sent when there is nothing to receive. 0 without a text means an empty datagram; a
+// negative `timeoutSeconds` times out at once.
 int32_t UdpRequest(std::string_view host, int32_t port, int32_t timeoutSeconds,
                    std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText);
 
-// Resolves the host and connects within `timeoutMs` in all; 0 leaves the limit to the system, a
-// negative one is an error of the wait. Only the low 16 bits of the port count. Returns 1, 0 on
+// Resolves the host and connects within `timeoutMs` in all; 0 leaves the limit to the system, and a
+// negative value fails in the wait. Only the low 16 bits of the port count. Returns 1, 0 on
 // time-out, or an error code. The socket is handed back whatever the result; on success it is
 // non-blocking unless `timeoutMs` was 0.
 int32_t TcpConnect(OutgoingSocket& socket, std::string_view host, int32_t port, int32_t timeoutMs,
                    VyString& errorText);
 
-// Sends the data to the end, waiting up to `timeoutMs` whenever the peer does not take more.
-// Returns the number of bytes sent if there were any, else 0 on time-out or kNetSendFailed.
+// Sends all the data, waiting up to `timeoutMs` each time the peer takes no more. Returns the
+// number of bytes sent if there were any, else 0 on time-out or kNetSendFailed.
 int32_t TcpSend(int socket, std::string_view data, int32_t timeoutMs, VyString& errorText);
 
-// Ends the sending on a connection and waits, up to `timeoutMs`, until the peer has ended its own;
-// what it still says is dropped. To be called before closing, else the peer may lose data that it
-// has not read.
+// Ends the sending side of a connection and waits, up to `timeoutMs`, for the peer to end its own;
+// what the peer still sends is dropped. Call before closing, else the peer may lose data it has not
+// read.
 void TcpFinish(int socket, int32_t timeoutMs);
 
 // Connects, sends `sendData`, if any, with one call and, if `receiveBuffer` has room, waits for the
 // first bytes of the answer. The connection and the answer each have `timeoutMs`. Returns the
-// number of bytes received (0 without a text when the peer closed first), or 1 when nothing was to
-// be received.
+// number of bytes received (0 without a text when the peer closed first), or 1 when there is
+// nothing to receive.
 int32_t TcpExchange(std::string_view host, int32_t port, int32_t timeoutMs,
                     std::string_view sendData, std::span<char> receiveBuffer, VyString& errorText);
 
-// Has the system notice a peer whose machine is gone: after 20 seconds of silence it asks every 10
-// seconds, and gives the connection up after three questions without an answer. Connections
-// accepted from a listening socket inherit it.
+// Makes the system notice a peer whose machine is gone: after 20 seconds of silence it asks every
+// 10 seconds, and gives the connection up after three unanswered questions. Accepted connections
+// inherit this from the listening socket.
 void NoticeDeadPeers(int socket);
 
-// Whether a reserve may hold the port that is to be opened.
+// Whether a reserve may hold the port.
 enum class PortUse { kFree, kReserved };
 
 // Opens a listening TCP socket on a local address (a name or dotted; empty means all) and a port
@@ -89,11 +89,11 @@ enum class PortUse { kFree, kReserved };
 UniqueFd OpenListener(std::string_view node, std::string_view service, VyString& errorText,
                       PortUse use = PortUse::kFree);
 
-// Holds an address against other users while nobody listens on it: connections are refused, and
-// only this user can open it, with PortUse::kReserved. Returns the holding socket, or an empty
-// owner. Async-signal-safe.
+// Keeps an address from other users while nobody listens on it: connections are refused, and only
+// this user can open it, with PortUse::kReserved. Returns the reserving socket, or an empty owner.
+// Async-signal-safe.
 UniqueFd ReserveAddress(const sockaddr_in& address) noexcept;
-// The same for the address of a socket that listens; it must be closed then.
+// The same for the address of a listening socket, which must be closed afterwards.
 UniqueFd ReservePort(int listener) noexcept;
 
 }  // namespace zot

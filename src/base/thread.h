@@ -1,5 +1,5 @@
-// Starting a thread with a small stack: the system's usual one reserves megabytes that no thread of
-// the agent needs.
+// Starts threads with a small stack: the system's default reserves megabytes that no thread of the
+// agent needs.
 #pragma once
 
 #include <pthread.h>

@@ -20,8 +20,8 @@ struct TwofishSchedule {
     uint32_t sBox[4][256];  // by byte of the word, lowest first
 };
 
-// Marks the cipher as usable and runs its self-test. Must run once, before any thread prepares a
-// key; afterwards any number of threads may use the cipher. A failed test ends the process.
+// Enables the cipher and runs its self-test. Must run once, before any thread prepares a key; after
+// that any number of threads may use the cipher. A failed test ends the process.
 void TwofishInitialise();
 
 // A prepared key. Wipes itself.

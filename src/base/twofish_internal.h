@@ -1,5 +1,5 @@
-// The inside of Twofish: the round for the modes of operation that unroll it themselves, and the
-// self-test with its parts replaceable, so that each of its failures can be provoked.
+// The inside of Twofish: the round, for modes of operation that unroll it themselves, and the
+// self-test with replaceable parts, so that a test can provoke each of its failures.
 #pragma once
 
 #include <bit>

@@ -16,7 +16,7 @@ namespace zot {
 namespace {
 
 constexpr size_t kGrowthStep = 128;
-// Lengths are 32-bit; what a request for the longest text rounds up to must still fit.
+// Lengths are 32-bit; the rounded-up capacity of the longest text must still fit.
 constexpr size_t kMaxCapacity = std::numeric_limits<int32_t>::max() - kGrowthStep;
 
 size_t GrownCapacity(size_t n) { return n / kGrowthStep * kGrowthStep + kGrowthStep; }

@@ -8,7 +8,7 @@ namespace zot {
 
 inline void WipeMemory(void* memory, size_t size) {
     memset(memory, 0, size);
-    // Tells the compiler that the zeros are looked at.
+    // Tells the compiler that somebody looks at the zeros.
     __asm__ __volatile__("" : : "r"(memory) : "memory");
 }
 

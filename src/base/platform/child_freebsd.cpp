@@ -34,8 +34,8 @@ bool HasEnded(pid_t pid) {
     return result != 0 || info.si_pid == pid;
 }
 
-// NOTE_EXIT is reported once, and before the child can be reaped: what is left of its end takes the
-// kernel a moment.
+// NOTE_EXIT is reported once, and a moment before the child can be reaped: the kernel is not done
+// with it yet.
 void WaitForLastSteps(pid_t pid) {
     siginfo_t info{};
     while (waitid(P_PID, pid, &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
@@ -46,7 +46,7 @@ std::chrono::nanoseconds TimeUntil(Clock::time_point deadline) {
     return std::max<std::chrono::nanoseconds>(deadline - Clock::now(), {});
 }
 
-// Whether the environment of a process, which are texts that end in NUL, has this entry.
+// Whether the environment of a process, a list of texts that end in NUL, has this entry.
 bool EnvironmentHolds(pid_t pid, const char* entry) noexcept {
     static char environment[256 * 1024];  // no process has more
     int query[] = {CTL_KERN, KERN_PROC, KERN_PROC_ENV, pid};
@@ -67,8 +67,8 @@ bool WaitChild(pid_t pid, int timeoutMs) {
     UniqueFd queue(kqueue());
     struct kevent watch {};
     EV_SET(&watch, static_cast<uintptr_t>(pid), EVFILT_PROC, EV_ADD, NOTE_EXIT, 0, nullptr);
-    // A child that has ended already cannot always be watched, and a process out of descriptors
-    // has no queue; then the child is asked for at short intervals.
+    // A child that has already ended cannot always be watched, and a process out of descriptors
+    // gets no queue; then this asks for the child at short intervals.
     bool watching = queue && kevent(queue.Get(), &watch, 1, nullptr, 0, nullptr) == 0;
     for (;;) {
         if (HasEnded(pid)) return true;
@@ -107,7 +107,7 @@ int KillProcessesWith(const char* entry) noexcept {
     int query[] = {CTL_KERN, KERN_PROC, KERN_PROC_PROC, 0};
     size_t size = 0;
     if (sysctl(query, 3, nullptr, &size, nullptr, 0) != 0) return -1;
-    size += size / 4;  // processes may have come meanwhile
+    size += size / 4;  // more may have started since
     const size_t mapped = size;
     void* memory = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_ANON | MAP_PRIVATE, -1, 0);
     if (memory == MAP_FAILED) return -1;
@@ -131,7 +131,7 @@ void ResetSignals() noexcept {
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;
     // The thread library's sigaction keeps the handlers in a table, which a child of vfork shares
-    // with the agent; the system call knows only the child.
+    // with the agent; the system call affects only the child.
     for (int i = 1; i < kClassicSignals; ++i) syscall(SYS_sigaction, i, &standard, nullptr);
     sigset_t none;
     sigemptyset(&none);

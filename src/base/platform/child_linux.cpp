@@ -34,14 +34,14 @@ int MillisecondsUntil(Clock::time_point deadline) {
     return static_cast<int>(std::max<int64_t>(left.count(), 0));
 }
 
-// The number that a folder of /proc is named by; 0 for other names.
+// The process that a folder of /proc is named after; 0 for other names.
 pid_t ProcessNumber(const char* name) noexcept {
     pid_t pid = 0;
     for (; *name >= '0' && *name <= '9'; ++name) pid = pid * 10 + (*name - '0');
     return *name == '\0' ? pid : 0;
 }
 
-// Whether the environment of a process, which are texts that end in NUL, has this entry.
+// Whether the environment of a process, a list of texts that end in NUL, has this entry.
 bool EnvironmentHolds(int proc, const char* pid, const char* entry) noexcept {
     char path[32] = "";
     strncat(path, pid, 15);
@@ -73,8 +73,8 @@ bool WaitChild(pid_t pid, int timeoutMs) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     UniqueFd handle(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     pollfd waited = {handle.Get(), POLLIN, 0};
-    // An old kernel, a sandbox or a process out of descriptors gives no handle; then the child is
-    // asked for at short intervals.
+    // An old kernel, a sandbox or a process out of descriptors gives no handle; then this asks for
+    // the child at short intervals.
     constexpr int kLongestInterval = 8;
     for (int interval = 1;; interval = std::min(2 * interval, kLongestInterval)) {
         int left = MillisecondsUntil(deadline);
@@ -94,8 +94,8 @@ bool CloseDescriptorsFrom(int first) noexcept {
 }
 
 void SetProcessTitle(char** argv, char** envp, const char* title) noexcept {
-    // The kernel shows the memory of the arguments, and reads on into the environment behind it
-    // when the last byte of the arguments is not NUL.
+    // The kernel shows the memory of the arguments, and reads on into the environment after it when
+    // the last byte of the arguments is not NUL.
     char* start = argv[0];
     char* end = start;
     for (; *argv != nullptr; ++argv) {
@@ -114,7 +114,7 @@ void SetProcessTitle(char** argv, char** envp, const char* title) noexcept {
 }
 
 int KillProcessesWith(const char* entry) noexcept {
-    // The library's own reading of folders allocates.
+    // The C library's way of reading folders allocates memory.
     struct Record {
         uint64_t inode;
         int64_t offset;

@@ -54,7 +54,7 @@ constexpr int kBitsPerStep = 4 * 128;
     }
     a = Fold(Fold(Fold(a, nearFactors, b), nearFactors, c), nearFactors, d);
     for (; size >= 16; data += 16, size -= 16) a = Fold(a, nearFactors, Load(data));
-    // The 16 bytes left stand for all that came before them.
+    // The 16 bytes left stand for everything before them.
     uint8_t folded[16];
     _mm_storeu_si128(reinterpret_cast<__m128i*>(folded), a);
     return Crc32Portable(Crc32Portable(0, folded, sizeof(folded)), data, size);

@@ -26,12 +26,13 @@ bool Change(int queue, const struct kevent& change) noexcept {
     return result == 0;
 }
 
-// Tags travel as the pointer that the system keeps for each event, which is as wide here.
+// Tags travel in the pointer that the system keeps for each event, which is just as wide here.
 static_assert(sizeof(void*) == sizeof(uint64_t));
 
 bool Arm(int queue, int descriptor, uint64_t tag) noexcept {
     struct kevent change;
-    // One event, then disabled until armed again. Adding what is there already changes its tag.
+    // One event, then disabled until armed again. Adding a descriptor that is already there changes
+    // its tag.
     EV_SET(&change, static_cast<uintptr_t>(descriptor), EVFILT_READ,
            EV_ADD | EV_ENABLE | EV_DISPATCH, 0, 0, reinterpret_cast<void*>(tag));
     return Change(queue, change);

@@ -34,7 +34,7 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
     return true;
 }
 
-// The allocator gives unused pages back by itself after some seconds.
+// The allocator returns unused pages by itself after some seconds.
 void LimitFreedMemory() {}
 
 bool IsErrorOfPeer(int acceptError) {

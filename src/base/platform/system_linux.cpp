@@ -45,9 +45,9 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
 
 void LimitFreedMemory() {
 #ifdef __GLIBC__
-    // By default the allocator takes the first large blocks that are freed for a sign of more to
-    // come, and from then on keeps up to 64 MiB in each of its arenas. Set once, both values stay.
-    // Blocks below the first one are the buffers of everyday requests.
+    // By default the allocator takes the first large blocks that are freed as a sign of more to
+    // come, and from then on keeps up to 64 MiB in each of its arenas. Once set, both values stay.
+    // Everyday requests only need blocks below the first one.
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     mallopt(M_TRIM_THRESHOLD, 2 << 20);
 #endif
@@ -58,7 +58,7 @@ bool IsErrorOfPeer(int acceptError) {
         case ECONNABORTED:
         case EPROTO:
         case EPERM:  // a rule of the system's packet filter
-        // What is pending on a new connection is reported here.
+        // Errors that are pending on a new connection are reported here.
         case ENETDOWN:
         case ENOPROTOOPT:
         case EHOSTDOWN:
