@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "base/owners.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 
 namespace zot {
 namespace {

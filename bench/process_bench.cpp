@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "checks/scripts/script_checks.h"
 
 namespace {

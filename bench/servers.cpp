@@ -17,7 +17,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 
 namespace zot::bench {
 namespace {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "base/owners.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "checks/logs/log_scanner.h"
 #include "fuzz/plain_log_scan.h"
 #include "ratio.h"

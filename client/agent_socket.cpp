@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "client/name_lookup.h"
 
 namespace zot::client {

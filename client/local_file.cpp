@@ -71,9 +71,7 @@ bool ReadFirstLine(const std::string& path, std::string& line, std::string& erro
 
 bool ReplaceFile(const std::string& path, std::string_view content, std::string& error) {
     std::string temporary = path + ".new";
-    unlink(temporary.c_str());  // left over from a run that was killed
-    UniqueFd file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                       S_IRUSR | S_IWUSR));
+    UniqueFd file = CreateAnew(temporary.c_str());  // a killed run may have left one
     if (!file) {
         error = FileError("create", temporary, errno);
         return false;

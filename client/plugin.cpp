@@ -108,8 +108,7 @@ int RunCheck(const Check& check, Invocation& call) {
 // The agent trims a line, skips an empty one and reads "%0D" and "%0A" as line breaks.
 bool FitsRequestLine(std::string_view text) {
     VyString line = Escape(text);
-    return text.find("%0A") == std::string_view::npos &&
-           text.find("%0D") == std::string_view::npos && GetLine(line.View(), 1) == line.View();
+    return Unescape(text) == text && GetLine(line.View(), 1) == line.View();
 }
 
 const Check* FindCheck(std::string_view name) {

@@ -4,7 +4,7 @@
 #include <span>
 
 #include "base/ascii.h"
-#include "protocol/zot_const.h"
+#include "protocol/length_codec.h"
 
 namespace zot::client {
 namespace {

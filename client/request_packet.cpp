@@ -7,9 +7,9 @@
 #include "base/ascii.h"
 #include "base/md5.h"
 #include "base/twofish.h"
+#include "protocol/length_codec.h"
 #include "protocol/packet_cipher.h"
 #include "protocol/request_text.h"
-#include "protocol/zot_const.h"
 
 namespace zot::client {
 namespace {

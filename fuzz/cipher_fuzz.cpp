@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "base/ciplib.h"
+#include "base/sha1.h"
 #include "base/twofish.h"
 #include "fuzz/scratch.h"
 #include "protocol/packet_cipher.h"

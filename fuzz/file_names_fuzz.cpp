@@ -47,12 +47,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::Require(found.Empty() || LinkStatPath(found, status));
 
     FindRecord record;
-    int result = FindFirst(DirectoryPart(path), mask, kFindAll, record);
-    for (int entries = 0; result == 0; ++entries) {
+    bool more = FindFirst(DirectoryPart(path), mask, kFindAll, record);
+    for (int entries = 0; more; ++entries) {
         fuzz::Require(entries < 100 && std::strlen(record.name) < sizeof record.name);
         fuzz::Require((record.attributes & kAttrLink) == 0);
-        result = FindNext(record);
+        more = FindNext(record);
     }
-    FindClose(record);
     return 0;
 }

@@ -1,7 +1,5 @@
 #include "agent/crew.h"
 
-#include <pthread.h>
-
 #include <array>
 #include <exception>
 #include <optional>
@@ -13,7 +11,8 @@
 #include "agent/signals.h"
 #include "agent/waker.h"
 #include "base/clock.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
+#include "base/thread.h"
 #include "base/wipe.h"
 #include "config/log.h"
 
@@ -29,20 +28,6 @@ constexpr int64_t kOftenMs = 5;
 // anything. After as many looks at one that always had a free thread the main thread looks seldom
 // again, because waking it for each busy moment would cost more.
 constexpr int kPatientLooks = 20;
-
-// Enough for the deepest handler and the system's name resolution; many may exist at once.
-constexpr size_t kStackSize = size_t{256} * 1024;
-
-int StartDetachedThread(void* (*entry)(void*), void* argument) {
-    pthread_attr_t attributes;
-    if (int error = pthread_attr_init(&attributes); error != 0) return error;
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_attr_setstacksize(&attributes, kStackSize);
-    pthread_t thread;
-    int error = pthread_create(&thread, &attributes, entry, argument);
-    pthread_attr_destroy(&attributes);
-    return error;
-}
 
 }  // namespace
 

@@ -19,7 +19,7 @@
 #include "agent/agent_control.h"
 #include "agent/connection.h"
 #include "agent/front.h"
-#include "base/readiness.h"
+#include "base/platform/readiness.h"
 #include "protocol/packet.h"
 
 namespace zot {

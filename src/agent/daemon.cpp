@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "base/held_lock.h"
-#include "base/platform_child.h"
+#include "base/platform/child.h"
 #include "base/vystring.h"
 
 namespace zot {

@@ -14,7 +14,7 @@
 #include "agent/waker.h"
 #include "base/clock.h"
 #include "base/descriptor_reserve.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/sockets.h"
 #include "commands/agent_info.h"
 #include "config/audit_log.h"

@@ -18,7 +18,7 @@
 #include "agent/connection.h"
 #include "agent/waiting.h"
 #include "base/owners.h"
-#include "base/readiness.h"
+#include "base/platform/readiness.h"
 #include "protocol/packet.h"
 
 namespace zot {

@@ -19,7 +19,7 @@
 #include "base/clock.h"
 #include "base/files.h"
 #include "base/numbers.h"
-#include "base/platform_child.h"
+#include "base/platform/child.h"
 #include "base/resolver.h"
 #include "base/sockets.h"
 #include "base/vystring.h"
@@ -187,7 +187,7 @@ bool UpgradeGuard::LockKept() {
 
 bool UpgradeGuard::CopyOld() {
     UniqueFd from(open(program_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    UniqueFd to(open(kept_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    UniqueFd to = CreateExclusively(kept_.c_str());
     if (!from || !to || !CopyBytes(from.Get(), to.Get())) return false;
     // Without the right to give files away the copy stays the agent user's own.
     [[maybe_unused]] int given = fchown(to.Get(), old_.st_uid, old_.st_gid);

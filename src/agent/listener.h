@@ -11,7 +11,7 @@
 #include "agent/front.h"
 #include "agent/signals.h"
 #include "base/owners.h"
-#include "base/readiness.h"
+#include "base/platform/readiness.h"
 #include "base/sockets.h"
 #include "base/vystring.h"
 #include "config/settings.h"

@@ -21,7 +21,7 @@
 #include "base/children.h"
 #include "base/descriptor_limit.h"
 #include "base/owners.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/sockets.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"

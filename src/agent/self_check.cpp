@@ -9,7 +9,7 @@
 #include <cstring>
 #include <span>
 
-#include "base/ciplib.h"
+#include "base/sha1.h"
 #include "base/twofish.h"
 #include "protocol/packet_cipher.h"
 

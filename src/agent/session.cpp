@@ -18,7 +18,7 @@
 #include "base/clock.h"
 #include "base/owners.h"
 #include "base/peer_watch.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"
 #include "config/audit_log.h"

@@ -41,13 +41,6 @@ constexpr std::string_view kScriptRest =
     "rm -f $newZOT\n"
     "$oldZOT $1 $2 $3 $4 $5 $6\n";
 
-// Creates the file anew: removes a left-over file or a planted link of that name first.
-UniqueFd CreateExclusively(VyString& path) {
-    unlink(path.Terminate());
-    return UniqueFd(
-        open(path.Terminate(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-}
-
 // Whether the path still leads to the open file.
 bool Names(VyString& path, const UniqueFd& file) {
     struct stat named {};
@@ -58,13 +51,13 @@ bool Names(VyString& path, const UniqueFd& file) {
 
 bool Lock(const UniqueFd& file) { return flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
 
-// Creates the file as CreateExclusively does and locks it, unless another process holds a lock on
+// Creates the file anew and locks it, unless another process holds a lock on
 // the existing one. The lock on the old file is kept until the new one is made, so two agents that
 // come at once cannot both succeed.
 UniqueFd CreateLocked(VyString& path) {
     UniqueFd old(open(path.Terminate(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (old && Names(path, old) && !Lock(old) && errno == EWOULDBLOCK) return UniqueFd();
-    UniqueFd file = CreateExclusively(path);
+    UniqueFd file = CreateAnew(path.Terminate());
     if (file && Lock(file) && Names(path, file)) return file;
     return UniqueFd();
 }
@@ -204,7 +197,7 @@ bool UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& error
     Making making;
     UniqueFd script;
     if (IsPlainName(settings.agentPath) && IsPlainName(path) && Names(filePath_, file_)) {
-        script = CreateExclusively(path);
+        script = CreateAnew(path.Terminate());
         if (script) RememberFile(path);
     }
     if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path))) {

@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "agent/connection.h"
-#include "base/readiness.h"
+#include "base/platform/readiness.h"
 
 namespace zot {
 

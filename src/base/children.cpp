@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/loose_ends.h"
-#include "base/platform_child.h"
+#include "base/platform/child.h"
 
 namespace zot {
 namespace {

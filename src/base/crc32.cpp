@@ -3,7 +3,7 @@
 #include <array>
 
 #include "base/byte_order.h"
-#include "base/platform/hash_cpu.h"
+#include "base/platform/hash.h"
 
 namespace zot {
 namespace {

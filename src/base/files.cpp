@@ -31,4 +31,13 @@ UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags) {
     return fd;
 }
 
+UniqueFd CreateExclusively(const char* path) {
+    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
+UniqueFd CreateAnew(const char* path) {
+    unlink(path);
+    return CreateExclusively(path);
+}
+
 }  // namespace zot

@@ -24,6 +24,13 @@ inline bool IsRegularFile(const char* path) {
 // open. Returns no descriptor when the file cannot be opened or is not a regular one.
 UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags = 0);
 
+// Creates a file that only its owner can use, open for writing. Fails, with errno, when anything
+// has that name, even a link.
+UniqueFd CreateExclusively(const char* path);
+
+// The same, but first removes what has the name: a left-over file, or a planted link.
+UniqueFd CreateAnew(const char* path);
+
 // Whether the path leads to a directory, also through links.
 inline bool IsDirectory(const char* path) {
     struct stat info {};

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <pthread.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -13,13 +12,12 @@
 #include <utility>
 
 #include "base/sockets.h"
+#include "base/thread.h"
 
 namespace zot {
 namespace {
 
 using Deadline = std::chrono::steady_clock::time_point;
-
-constexpr size_t kStackSize = size_t{256} * 1024;
 
 bool IsDotted(const char* text, uint32_t& address) {
     in_addr dotted{};
@@ -124,13 +122,7 @@ bool Query::Start(const std::shared_ptr<Query>& query) {
         running.Leave();
         return nullptr;
     };
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_attr_setstacksize(&attributes, kStackSize);
-    pthread_t thread;
-    bool started = pthread_create(&thread, &attributes, run, own.get()) == 0;
-    pthread_attr_destroy(&attributes);
+    bool started = StartDetachedThread(run, own.get()) == 0;
     if (started) static_cast<void>(own.release());  // the thread owns it now
     return started;
 }

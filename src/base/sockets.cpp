@@ -14,7 +14,7 @@
 #include <memory>
 
 #include "base/peer_watch.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/resolver.h"
 
 namespace zot {

@@ -1,4 +1,4 @@
-// VyString and VyStringList: the byte string and the list of texts that the whole agent speaks.
+// VyString: the byte string that the whole agent speaks.
 //
 // A VyString is a length, a capacity and a buffer of bytes; it is not a NUL-terminated text unless
 // Terminate was called. Positions are 1-based. Out-of-range positions are not errors: such calls
@@ -111,41 +111,5 @@ int64_t FindInBufferNoCase(std::string_view text, std::string_view pattern,
 std::string_view TrimView(std::string_view text) noexcept;
 // The n-th piece (from 1) of `text` between separators; empty beyond the last piece.
 std::string_view FieldOf(std::string_view text, int32_t n, char separator) noexcept;
-
-// A list of texts, 0-based. An item of length 0 or 1 lives in its slot, a longer one in a heap
-// copy. An index outside the list is a broken rule of the program and stops it by assertion.
-class VyStringList {
-  public:
-    VyStringList() noexcept = default;
-    VyStringList(const VyStringList& other);
-    VyStringList(VyStringList&& other) noexcept;
-    VyStringList& operator=(VyStringList other) noexcept;
-    ~VyStringList();
-
-    int32_t Count() const noexcept { return count_; }
-    bool Empty() const noexcept { return count_ == 0; }
-    void Add(char c) { Add(std::string_view(&c, 1)); }
-    void Add(std::string_view text);
-    // REQUIRES 0 <= index < Count() ("Replace"). The text may be a view of an item of this list.
-    void Replace(int32_t index, char c) { Replace(index, std::string_view(&c, 1)); }
-    void Replace(int32_t index, std::string_view text);
-    // REQUIRES 0 <= index < Count() ("Delete").
-    void Delete(int32_t index);
-    // REQUIRES 0 <= index < Count() ("operator[]").
-    VyString operator[](int32_t index) const { return ItemView(index); }
-    // The same without a copy; the view dies with the next change of the list.
-    std::string_view ItemView(int32_t index) const;
-    void Clear() noexcept;
-
-  private:
-    static uint64_t MakeSlot(std::string_view text);
-    void FreeItem(int32_t index) noexcept;
-    void Grow();
-
-    int32_t count_ = 0;
-    int32_t capacity_ = 0;
-    int32_t* lengths_ = nullptr;
-    uint64_t* slots_ = nullptr;
-};
 
 }  // namespace zot

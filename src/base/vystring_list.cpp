@@ -1,12 +1,11 @@
-#include <cstdint>
+#include "base/vystring_list.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <string_view>
 #include <utility>
 
-#include "base/platform.h"
-#include "base/vystring.h"
+#include "base/platform/system.h"
 
 namespace zot {
 namespace {

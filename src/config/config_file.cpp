@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/escaping.h"
 #include "base/files.h"
 #include "base/numbers.h"
 #include "config/config_keys.h"
@@ -17,9 +18,9 @@ namespace {
 
 constexpr int32_t kDefaultTimeout = 4000;  // milliseconds
 
-// Entries stand between blanks in the file and between CR LF in memory.
+// Entries are separated by blanks in the file and by CR LF in memory.
 VyString FilterListFromFile(std::string_view value) {
-    VyString list = VyString(value).ReplaceAll("%0D", "\r", true).ReplaceAll("%0A", "\n", true);
+    VyString list = Unescape(value);
     list.Trim();
     list.CollapseRuns(' ');
     return list.ReplaceAll(" ", "\r\n", true);
@@ -45,7 +46,7 @@ void ApplyLine(AgentSettings& settings, std::string_view line) {
             settings.*key->number = ToInt(parts.value);
             break;
         case ConfigKind::kPort:
-            // A port from the command line, from an earlier line or an earlier load stays.
+            // A port from the command line, from an earlier line or from an earlier load stays.
             if (settings.*key->number == 0) settings.*key->number = ToInt(parts.value);
             break;
     }
@@ -78,7 +79,7 @@ void RebuildActiveFilter(AgentSettings& settings, VyString& errorText) {
         rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         std::string_view entry = TrimView(line);
         if (entry.empty()) {
-            // It is the list that has less items; administrators search for this very wording.
+            // The list is the one with fewer items; administrators search for this very wording.
             errorText = "FilterMarks has less items than FilterList";
             return;
         }
@@ -88,9 +89,9 @@ void RebuildActiveFilter(AgentSettings& settings, VyString& errorText) {
     }
 }
 
-// Scripts named without a directory stand beside the agent. The directory brings its "/" along, so
-// the path holds two in a row, and a script that is not named at all becomes the directory: both
-// show in replies that servers have been written against.
+// A script named without a directory is beside the agent. The directory keeps its "/", so the path
+// holds two in a row, and a script without any name becomes the directory: both appear in replies
+// that servers have been written against.
 void ResolveScripts(AgentSettings& settings) {
     std::string_view agent = settings.agentPath;
     std::string_view directory = agent.substr(0, agent.rfind('/') + 1);
@@ -109,12 +110,12 @@ void ResolveTmpDir(AgentSettings& settings) {
     VyString& directory = settings.tmpDir;
     const char* exported = getenv("TMPDIR");
     if (directory.Empty() || !IsDirectory(directory.Terminate())) {
-        // A TMPDIR that leads nowhere hides TMP all the same.
+        // A TMPDIR that leads nowhere still hides TMP.
         const char* candidate = exported != nullptr ? exported : getenv("TMP");
         directory = candidate != nullptr && IsDirectory(candidate) ? candidate : ".";
     }
     if (directory.At(directory.Length()) == '/') directory.Cut(directory.Length() - 1);
-    // Other threads may be reading the environment, so it changes only when it has to.
+    // Other threads may be reading the environment, so it changes only when necessary.
     if (exported == nullptr || directory != exported) setenv("TMPDIR", directory.Terminate(), 1);
 }
 
@@ -132,7 +133,7 @@ bool Load(AgentSettings& settings, VyString& errorText) {
         if (!opened || file.Failed()) {
             errorText = VyString::Concat("Cannot open configuration file '", settings.configPath);
             errorText.Append('\'');
-            ResolveTmpDir(settings);  // what runs now goes on to need one
+            ResolveTmpDir(settings);  // the agent goes on and needs one
             return false;
         }
     }

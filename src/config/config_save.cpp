@@ -1,5 +1,5 @@
-// Saving happens beside the file: the new content is complete, with the owner and the permissions
-// of the old file, and on the disk before one rename puts it in place. Whenever the process or the
+// A save writes a second file: its content is complete and on the disk, with the owner and the
+// permissions of the old file, before one rename puts it in place. Whenever the process or the
 // machine stops, the configuration path leads to a whole file.
 #include "config/config_save.h"
 
@@ -30,7 +30,7 @@ namespace {
 
 constexpr std::string_view kPasswordNotWhole = "Password does not fit into the configuration file";
 
-// A file under construction: it disappears again unless Keep is called.
+// A file under construction, removed unless Keep is called.
 class NewFile {
   public:
     explicit NewFile(VyString path)
@@ -44,10 +44,9 @@ class NewFile {
 
     const VyString& Path() const { return path_; }
 
-    // Creates the file for its owner alone, in place of one that an interrupted save left behind.
+    // Creates the file for its owner alone, replacing one that an interrupted save left.
     bool Create() {
-        unlink(path_.Terminate());
-        fd_.Reset(open(path_.Data(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        fd_ = CreateAnew(path_.Terminate());
         return static_cast<bool>(fd_);
     }
 
@@ -56,8 +55,8 @@ class NewFile {
         buffer_.Append(text);
     }
 
-    // Completes the file, with owner, group and permissions like those given, down to the disk.
-    // False if anything of it, or of a write before it, failed.
+    // Completes the file on the disk, with owner, group and permissions like those given. False if
+    // any part of that, or an earlier write, failed.
     bool Finish(const struct stat& like) {
         Flush();
         return intact_ && TakeOwnership(like) && fsync(fd_.Get()) == 0;
@@ -77,7 +76,7 @@ class NewFile {
         mode_t mode = like.st_mode & 07777;
         if (fchown(fd_.Get(), like.st_uid, like.st_gid) != 0 &&
             fchown(fd_.Get(), static_cast<uid_t>(-1), like.st_gid) != 0) {
-            // The bits for the group would now let in other people than before.
+            // The group's bits would now let in other people than before.
             mode &= 0700;
         }
         return fchmod(fd_.Get(), mode) == 0;
@@ -90,8 +89,8 @@ class NewFile {
     bool kept_ = false;
 };
 
-// Appends at most `room` bytes of a value. What ends a line in the file becomes a blank, or a value
-// would bring settings of its own; a NUL ends the value, as it does on reading.
+// Appends at most `room` bytes of a value. A line end in it becomes a blank, or a value could bring
+// settings of its own; a NUL ends the value, as it does on reading.
 void AppendValue(VyString& line, std::string_view value, size_t room) {
     value = value.substr(0, value.find('\0')).substr(0, room);
     for (size_t at; (at = value.find('\n')) != std::string_view::npos;) {
@@ -114,8 +113,8 @@ void AppendWholeItems(VyString& line, std::string_view list, std::string_view se
     AppendValue(line, list, room);
 }
 
-// Writes the value of a key behind what the line holds, up to the limit of a line: what is behind
-// it would be read as a line of its own.
+// Appends the value of a key to the line, up to the limit of a line: anything beyond would be read
+// as a line of its own.
 void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& settings) {
     size_t room = kMaxConfigLine - line.View().size();
     switch (key.kind) {
@@ -141,7 +140,7 @@ void AppendSetting(VyString& line, const ConfigKey& key, const AgentSettings& se
     }
 }
 
-// The settings as lines of the file; remembers which of them it has written.
+// Turns settings into lines of the file, and remembers which it has written.
 class LineRewriter {
   public:
     explicit LineRewriter(const AgentSettings& settings)
@@ -150,7 +149,7 @@ class LineRewriter {
     LineRewriter(const LineRewriter&) = delete;
     LineRewriter& operator=(const LineRewriter&) = delete;
 
-    // The line of the old file with the current value, or as it is if it holds no saved setting.
+    // The line of the old file with the current value; unchanged if it holds no saved setting.
     std::string_view Rewrite(std::string_view line) {
         line_ = line;
         ConfigLine parts;
@@ -158,8 +157,8 @@ class LineRewriter {
         if (key != nullptr && key->save != SaveRule::kNever) {
             Written(*key) = true;
             if (key->kind == ConfigKind::kFlag && !parts.value.empty()) {
-                // The mark takes the place of one character, so "yes" becomes "1es". Only the
-                // first character counts on reading, and what follows may be a remark.
+                // The mark replaces one character, so "yes" becomes "1es". Only the first character
+                // counts on reading, and a remark may follow.
                 line_.Set(static_cast<int32_t>(parts.valueAt) + 1,
                           settings_.*key->flag ? '1' : '0');
             } else {
@@ -171,7 +170,7 @@ class LineRewriter {
         return line_;
     }
 
-    // The next line to append: the first setting that is due in the file and not yet written.
+    // The next line to append: the first setting that belongs in the file and is not yet written.
     // False when there is none.
     bool NextMissing(std::string_view& line) {
         for (const ConfigKey& key : ConfigKeys()) {
@@ -207,8 +206,8 @@ class LineRewriter {
     std::vector<bool> written_ = std::vector<bool>(ConfigKeys().size());
 };
 
-// Keeps the current file under the name `old` and puts the new one in its place. The hard link
-// leaves no moment without a file; where there are no links, two renames do.
+// Keeps the current file under the name `old` and puts the new one in its place. With the hard link
+// the path always leads to a file; where there are no links, two renames do.
 bool PutInPlace(const char* fresh, const char* path, const char* old) {
     unlink(old);
     bool moved = linkat(AT_FDCWD, path, AT_FDCWD, old, 0) != 0 && rename(path, old) == 0;
@@ -217,7 +216,8 @@ bool PutInPlace(const char* fresh, const char* path, const char* old) {
     return false;
 }
 
-// Makes the renames in the directory of a file last. File systems that cannot do it need not.
+// Makes the renames in a file's directory permanent. File systems that cannot do that do not need
+// it.
 void SyncDirectoryOf(std::string_view path) {
     VyString directory = path.substr(0, path.rfind('/') + 1);
     if (directory.Empty()) directory = ".";
@@ -272,7 +272,7 @@ bool SaveConfig(AgentSettings& settings, VyString& errorText) {
     if (current.Failed()) return Fail(errorText, "Cannot open", path);
     for (std::string_view line; rewriter.NextMissing(line);) fresh.Append(line);
     if (!rewriter.PasswordIsWhole()) {
-        // The next start would read another one and lock the server out.
+        // The next start would read a different password and lock the server out.
         errorText = kPasswordNotWhole;
         return false;
     }

@@ -20,7 +20,7 @@
 #include <string>
 #include <utility>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/vystring.h"
 #include "config/log_file.h"
 
@@ -34,7 +34,7 @@ constexpr std::string_view kConsoleStart = "[zot][";
 
 thread_local LogBatch* threadBatch = nullptr;
 
-// Callers report errno after they have logged, and a signal handler must leave it alone.
+// Callers report errno after logging, and a signal handler must leave it unchanged.
 class KeepErrno {
   public:
     KeepErrno() : saved_(errno) {}
@@ -50,7 +50,7 @@ struct LineTime {
     int year, month, day, hour, minute, second;
 };
 
-// One line of a log, built in place: signal handlers use it too.
+// One line of a log, built in place, even in signal handlers.
 class LineText {
   public:
     void Put(std::string_view text) {
@@ -75,7 +75,7 @@ class LineText {
         Put(separator);
         PutNumber(c);
     }
-    // Puts "[date time]\t " and tells where the time begins.
+    // Puts "[date time]\t " and returns where the time begins.
     size_t PutStamp(const LineTime& time) {
         Put("[");
         PutTriple(time.month, time.day, time.year, "/");
@@ -116,7 +116,7 @@ LineTime TimeAtOffset(int32_t utcOffset) {
             static_cast<int>(clock.seconds().count())};
 }
 
-// The log that the kind has of its own besides the verbose log; empty if it is off.
+// The kind's own log, besides the verbose log; empty if it is off.
 std::string_view LogOfKind(const AgentSettings& settings, LogKind kind) {
     if (kind == LogKind::kSuccess && settings.logSuccess) return settings.okLogFile;
     if (kind == LogKind::kFailure && settings.logFails) return settings.badLogFile;
@@ -127,7 +127,7 @@ std::string_view VerboseLog(const AgentSettings& settings) {
     return settings.verbose ? settings.verboseLogFile.View() : std::string_view();
 }
 
-// The files of a configuration; those that are off are empty.
+// The files of a configuration; empty if off.
 using LogPaths = std::array<std::string_view, 3>;
 constexpr size_t kSuccessPath = 0;
 constexpr size_t kFailurePath = 1;
@@ -138,19 +138,19 @@ LogPaths PathsOf(const AgentSettings& settings) {
             VerboseLog(settings)};
 }
 
-// Most agents run without any log for most kinds: such a line costs no clock and no formatting.
+// Most agents log most kinds nowhere: such a line costs no clock and no formatting.
 bool IsWanted(const AgentSettings& settings, LogKind kind) {
     if (kind == LogKind::kTrace && !settings.debug) return false;
     return settings.interactive || !LogOfKind(settings, kind).empty() ||
            !VerboseLog(settings).empty();
 }
 
-// Parts of a text, where neighbours grow together.
+// Parts of a text; adjacent ones become one.
 template <size_t n>
 class Parts {
   public:
     void Add(const char* text, size_t size) {
-        auto* start = const_cast<char*>(text);  // iovec is for reading, too
+        auto* start = const_cast<char*>(text);  // iovec serves reading too
         if (count_ > 0 &&
             static_cast<char*>(parts_[count_ - 1].iov_base) + parts_[count_ - 1].iov_len == start) {
             parts_[count_ - 1].iov_len += size;
@@ -209,7 +209,7 @@ void Log::WriteLine(SettingsSnapshot settings, LogKind kind, uint32_t clientAddr
         return;
     }
     LogBatch& batch = *threadBatch;
-    // Where a line goes is decided when it is made.
+    // The settings at the time a line is made decide where it goes.
     if (batch.settings_ != settings) {
         batch.Write();
         batch.settings_ = std::move(settings);
@@ -266,7 +266,7 @@ void LogBatch::Add(LogKind kind, uint32_t clientAddress, std::string_view messag
     Put(clientAddress != 0 ? addressText_ : kOwnAddress);
     Put("\t ");
     Put(message);
-    // A line counts only now: the thread may crash while it makes one.
+    // A line counts only from here: the thread may crash while making it.
     lines_[count_++] = {static_cast<uint16_t>(start), static_cast<uint16_t>(used_ - start), kind};
 }
 
@@ -296,10 +296,10 @@ void LogBatch::Write() noexcept {
     }
     count_ = 0;
     used_ = 0;
-    settings_.reset();  // an idle thread keeps none alive
+    settings_.reset();  // an idle thread keeps no settings alive
 }
 
-// Neither locks nor waits nor frees.
+// Takes no lock, does not wait and frees nothing.
 void LogBatch::WriteFromSignal() noexcept {
     if (count_ == 0) return;
     for (const Line& line : std::span(lines_).first(settings_->interactive ? count_ : 0)) {
@@ -309,7 +309,7 @@ void LogBatch::WriteFromSignal() noexcept {
     count_ = 0;
 }
 
-// The line with another beginning, made where the last one was.
+// The line with another beginning, built over the last one built so.
 std::string_view LogBatch::ConsoleLine(const Line& line) noexcept {
     LineText text;
     text.Put(kConsoleStart);
@@ -323,7 +323,7 @@ LogBatch::Errors LogBatch::WriteFiles(const AgentSettings& settings) const noexc
     Errors errors;
     errors.fill(kNotTried);
     for (size_t at = 0; at < paths.size(); ++at) {
-        // Logs that are one file get their lines in the order in which they were made.
+        // If two logs are one file, it gets their lines in the order in which they were made.
         if (std::find(paths.begin(), paths.begin() + at, paths[at]) != paths.begin() + at) continue;
         Parts<2 * kMostLines> parts;
         for (const Line& line : std::span(lines_).first(count_)) {
@@ -342,7 +342,7 @@ void Log::TellOfBrokenLogs(const AgentSettings& settings, std::span<const int> e
     const LogPaths paths = PathsOf(settings);
     for (size_t at = 0; at < paths.size(); ++at) {
         if (errors[at] == LogBatch::kNotTried) continue;
-        // Of each file once, until it was written again.
+        // Once for each file, until it has been written again.
         const size_t name = errors[at] == 0 ? 0 : std::hash<std::string_view>()(paths[at]);
         if (std::exchange(toldOf_[at], name) != name && name != 0) {
             TellOfBrokenLog(settings, paths[at], errors[at]);
@@ -350,7 +350,7 @@ void Log::TellOfBrokenLogs(const AgentSettings& settings, std::span<const int> e
     }
 }
 
-// On the first of the other logs that takes it, and on the console.
+// To the first of the other logs that takes it, and to the console.
 void Log::TellOfBrokenLog(const AgentSettings& settings, std::string_view path,
                           int error) noexcept {
     char reason[256];

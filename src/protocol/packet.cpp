@@ -4,7 +4,7 @@
 
 #include "base/md5.h"
 #include "base/wipe.h"
-#include "protocol/zot_const.h"
+#include "protocol/length_codec.h"
 
 namespace zot {
 namespace {
@@ -73,7 +73,7 @@ bool DecodeRequest(std::span<char> packet, const PasswordKey& password, uint32_t
                    Log& log, RequestPacket& request) {
     request.sessionKey.Clear();
     const std::span<uint8_t> bytes(reinterpret_cast<uint8_t*>(packet.data()), packet.size());
-    // What does not lie in the packet reads as 0; the check below ends before such a length counts.
+    // Fields beyond the packet read as 0; the check below ends before such a length counts.
     auto field = [bytes](uint64_t offset, size_t width) {
         return offset + width <= bytes.size()
                    ? DecodeLength(&bytes[offset], static_cast<int>(width))

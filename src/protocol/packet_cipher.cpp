@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "base/ciplib.h"
+#include "base/sha1.h"
 #include "base/twofish_cfb8.h"
 #include "base/wipe.h"
 
@@ -27,7 +27,7 @@ void PacketCipher::Decrypt(std::span<const uint8_t> in, uint8_t* out) const {
     TwofishCfb8Decrypt(key_, initialRegister_, in, out);
 }
 
-// In this mode the register is nothing but the encrypted bytes before.
+// In this mode the register is simply the encrypted bytes before.
 void PacketCipher::DecryptOn(const uint8_t* before, std::span<const uint8_t> in,
                              uint8_t* out) const {
     TwofishCfb8Decrypt(key_, before, in, out);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <type_traits>
 
-#include "protocol/zot_const.h"
+#include "protocol/length_codec.h"
 
 namespace zot {
 
@@ -22,7 +22,7 @@ PacketState PacketIntake::Take(std::string_view bytes, const PasswordKey& passwo
     return StateOfPacket();
 }
 
-// Decides about the peer as soon as its first bytes allow it.
+// Decides about the peer as soon as its first bytes allow that.
 void PacketIntake::Judge(const PasswordKey& password) {
     const auto* head = reinterpret_cast<const uint8_t*>(head_.data());
     if (lengths_.received >= kLengthField) lengths_.packet = DecodeLength(head, kLengthField);
@@ -42,7 +42,7 @@ void PacketIntake::Judge(const PasswordKey& password) {
     }
 }
 
-// Grows with what has really come in, never with what was announced.
+// Grows with what has really arrived, never with what was announced.
 void PacketIntake::Keep(std::string_view bytes) {
     const size_t size = static_cast<size_t>(packet_.Length()) + bytes.size();
     if (size > packet_.Capacity()) packet_.Reserve(std::max(size, size_t{packet_.Capacity()} * 2));
@@ -50,7 +50,7 @@ void PacketIntake::Keep(std::string_view bytes) {
     lengths_.received += bytes.size();
 }
 
-// Picks the lengths out of what passes.
+// Picks the lengths out of the passing bytes.
 void PacketIntake::Note(std::string_view bytes) {
     const uint64_t start = lengths_.received;
     auto pick = [&](uint64_t offset, size_t width, auto& field) {
@@ -64,7 +64,7 @@ void PacketIntake::Note(std::string_view bytes) {
     const uint64_t keyLengthAt = kDigestAt + lengths_.digest;
     pick(keyLengthAt, kShortField, lengths_.key);
     lengths_.received += bytes.size();
-    // Where the text's length lies is known only with the whole length of the key.
+    // The place of the text's length is known only with the whole length of the key.
     if (lengths_.received >= keyLengthAt + kShortField) {
         pick(keyLengthAt + kShortField + lengths_.key, kLengthField, lengths_.text);
     }

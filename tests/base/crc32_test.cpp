@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "base/platform/hash_cpu.h"
+#include "base/platform/hash.h"
 
 namespace zot {
 namespace {

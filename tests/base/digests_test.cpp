@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "base/ciplib.h"
 #include "base/md5.h"
-#include "base/platform/hash_cpu.h"
+#include "base/platform/hash.h"
+#include "base/sha1.h"
 #include "base/sha2.h"
 #include "tests/support/hex.h"
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "base/vystring_list.h"
+
 namespace zot {
 namespace {
 

@@ -10,9 +10,9 @@
 
 #include "base/twofish.h"
 #include "client/request_packet.h"
+#include "protocol/length_codec.h"
 #include "protocol/packet_cipher.h"
 #include "protocol/packet_intake.h"
-#include "protocol/zot_const.h"
 #include "tests/support/hex.h"
 #include "tests/support/temp_dir.h"
 

@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "base/owners.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "tests/support/loopback.h"
 
 namespace zot::test {

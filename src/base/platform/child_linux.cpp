@@ -14,7 +14,7 @@
 #include <cstdint>
 
 #include "base/owners.h"
-#include "base/platform_child.h"
+#include "base/platform/child.h"
 
 namespace zot {
 namespace {

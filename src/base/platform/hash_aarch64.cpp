@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/platform/arm_features.h"
-#include "base/platform/hash_cpu.h"
+#include "base/platform/hash.h"
 #include "base/sha2_constants.h"
 
 namespace zot {

@@ -1,4 +1,4 @@
-#include "base/platform/hash_cpu.h"
+#include "base/platform/hash.h"
 
 namespace zot {
 

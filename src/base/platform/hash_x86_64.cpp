@@ -6,7 +6,7 @@
 
 #include "base/byte_order.h"
 #include "base/crc32.h"
-#include "base/platform/hash_cpu.h"
+#include "base/platform/hash.h"
 #include "base/sha2_constants.h"
 
 namespace zot {

@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "base/owners.h"
-#include "base/readiness.h"
+#include "base/platform/readiness.h"
 
 namespace zot {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <initializer_list>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 
 extern char** environ;
 

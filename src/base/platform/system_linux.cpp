@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 
 namespace zot {
 

@@ -22,10 +22,10 @@
 namespace zot {
 namespace {
 
-// Whole minutes, cut to the 32 bits that ages are compared in.
+// Whole minutes, cut to the 32 bits in which ages are compared.
 int32_t Minutes(time_t seconds) { return static_cast<int32_t>(seconds / 60); }
 
-// The minute that so many minutes ago was. A value of more than 32 bits counts as the largest.
+// The minute that was `value` minutes ago. A value of more than 32 bits counts as the largest.
 int32_t MinutesAgo(int64_t value) {
     using Limits = std::numeric_limits<int32_t>;
     auto minutes = std::clamp<int64_t>(value, Limits::min(), Limits::max());
@@ -38,12 +38,12 @@ class Criterion {
     Criterion(std::string_view mask, CountMode mode, int64_t value)
         : mask_(mask), mode_(mode), value_(value), border_(MinutesAgo(value)) {}
 
-    // Whether the mask takes the entry and it is one that listings return.
+    // Whether the mask takes the entry, and listings return it.
     bool Admits(Directory& directory, DirectoryEntry& entry) const {
         return mask_.Matches(entry.name) && directory.Classify(entry) &&
                entry.kind != EntryKind::kLink;
     }
-    // REQUIRES Admits. Looks closer than the kind only where the mode asks for size or time.
+    // REQUIRES Admits. Looks at more than the kind only where the mode asks for size or time.
     bool Counts(Directory& directory, DirectoryEntry& entry) const {
         if (entry.kind == EntryKind::kDirectory) {
             return mode_ == CountMode::kSubFolders && !entry.IsDots();
@@ -72,14 +72,14 @@ class Criterion {
     int32_t border_;  // in minutes
 };
 
-// Whether the entry carries no attribute but, perhaps, that of a folder.
+// Whether the entry has no attribute, except perhaps that of a folder.
 bool IsPlain(Directory& directory, DirectoryEntry& entry) {
     if (entry.IsHidden() || !directory.Classify(entry)) return false;
     if (entry.kind == EntryKind::kLink || entry.kind == EntryKind::kSpecial) return false;
     return directory.IsWritable(entry.name);
 }
 
-// Looks through the whole folder, which then stands at its first entry again.
+// Looks through the whole folder, then goes back to its first entry.
 bool HasPlainEntry(Directory& directory) {
     DirectoryEntry entry;
     bool found = false;
@@ -91,7 +91,7 @@ bool HasPlainEntry(Directory& directory) {
 
 int64_t CountFolder(std::string_view folder, const Criterion& criterion) {
     Directory directory;
-    if (directory.Open(folder) != 0) return -1;
+    if (!directory.Open(folder)) return -1;
     bool admitted = false;
     int64_t count = 0;
     DirectoryEntry entry;
@@ -109,8 +109,8 @@ class CountWalker {
     struct Level {
         Directory directory;
         uint64_t count = 0;
-        bool entered = false;  // from a folder above, which found this one writable
-        bool plain = false;    // a plain entry was met
+        bool entered = false;  // from a folder above, which found it writable
+        bool plain = false;    // there was a plain entry
     };
 
     explicit CountWalker(const Criterion& criterion) : criterion_(criterion) {}
@@ -126,8 +126,8 @@ class CountWalker {
         child.entered = true;
         return child.directory.OpenBelow(parent.directory, name);
     }
-    // Without a plain entry the count is void: servers take the -1 of such a folder for what the
-    // agent may not look into.
+    // Without a plain entry the count is void: for servers, the -1 of such a folder means that the
+    // agent may not look into it.
     uint64_t Result(const Level& level) const { return level.plain ? level.count : 0; }
 
   private:
@@ -136,12 +136,12 @@ class CountWalker {
     const Criterion& criterion_;
 };
 
-// Notes whether the entry is plain, as far as that matters; true when it is a folder to enter.
+// Notes whether the entry is plain, where that matters; true when it is a folder to enter.
 bool CountWalker::IsToEnter(Level& level, DirectoryEntry& entry) {
     bool isFolder = entry.kind == EntryKind::kDirectory && !entry.IsDots();
     if (level.plain && !isFolder && entry.kind != EntryKind::kUnknown) return false;
     if (level.entered && entry.IsDots()) {
-        // The folder above has told that "." is plain, so ".." need not be asked about.
+        // The folder above has shown that "." is plain, so ".." is not worth a call.
         if (entry.name[1] == '\0') level.plain = level.directory.Classify(entry);
         return false;
     }
@@ -153,7 +153,7 @@ bool CountWalker::IsToEnter(Level& level, DirectoryEntry& entry) {
 int64_t CountTree(std::string_view folder, const Criterion& criterion) {
     CountWalker walker(criterion);
     CountWalker::Level top;
-    if (top.directory.Open(folder) != 0 || !HasPlainEntry(top.directory)) return -1;
+    if (!top.directory.Open(folder) || !HasPlainEntry(top.directory)) return -1;
     top.plain = true;
     std::optional<uint64_t> count = TreeWalk(walker).Run(std::move(top));
     return count ? static_cast<int64_t>(*count) : -1;
@@ -169,9 +169,9 @@ int64_t CountFiles(std::string_view folder, std::string_view mask, bool recurse,
 
 void TestCountFiles(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     VyString folder = PathLine(params, 1, 11);
-    // As unsigned, so that a negative mode is refused too.
+    // Unsigned, so that a negative mode is refused too.
     auto mode = static_cast<uint32_t>(ToInt(GetLine(params, 4)));
-    // Sizes have 64 bits, and so has what they are compared with.
+    // Sizes have 64 bits, so the value they are compared with has 64 bits too.
     int64_t value = 0;
     if (mode >= kCountModes || !ParseInt64(GetLine(params, 5), value)) {
         return reply.Start("501", "Wrong parameter");

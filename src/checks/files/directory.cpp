@@ -50,11 +50,11 @@ bool IsAnswer(int error) {
         case EROFS:
         case ETXTBSY:
         case ENOENT:
-        case ESRCH:   // folders of a process that has ended
-        case EINVAL:  // and of its network
+        case ESRCH:   // a folder of a process that has ended
+        case EINVAL:  // or of its network
         case ENOTDIR:
         case ELOOP:
-        case EMLINK:  // what O_NOFOLLOW says on some systems
+        case EMLINK:  // O_NOFOLLOW on some systems
         case ENAMETOOLONG:
             return true;
         default:
@@ -62,17 +62,17 @@ bool IsAnswer(int error) {
     }
 }
 
-// Notes the reason of a failed call; always false.
+// Notes why a call failed; always false.
 bool Directory::Fail(int error) noexcept {
     incomplete_ = incomplete_ || !IsAnswer(error);
     return false;
 }
 
-int Directory::Open(std::string_view path) {
+bool Directory::Open(std::string_view path) {
     VyString folder(path);
     if (path.empty()) {
         char current[4095];
-        if (getcwd(current, sizeof current) == nullptr) return errno;
+        if (getcwd(current, sizeof current) == nullptr) return false;
         folder = current;
     }
     if (folder.At(folder.Length()) != '/') folder.Append('/');
@@ -80,7 +80,7 @@ int Directory::Open(std::string_view path) {
     pathLength_ = static_cast<size_t>(folder.Length());
     search_ = Search::kUnknown;
     incomplete_ = false;
-    return stream_ ? 0 : errno;
+    return stream_ != nullptr;
 }
 
 bool Directory::OpenBelow(const Directory& parent, const char* name) {
@@ -106,8 +106,8 @@ bool Directory::Next(DirectoryEntry& entry) {
         const dirent* listed = readdir(stream_.get());
         if (listed == nullptr) return errno != 0 && Fail(errno);
         entry.name = listed->d_name;
-        // What no path can name does not exist for a walk, even though a descriptor reaches it:
-        // the answer must not depend on where a walk starts or how it gets there.
+        // An entry that no path can name does not exist for a walk, even though a descriptor
+        // reaches it: the answer must not depend on where a walk starts or how it gets there.
         if (!NamesPath(NAME_MAX) && !NamesPath(std::strlen(entry.name))) continue;
         entry.kind = KindOf(*listed);
         entry.hasStatus = false;
@@ -141,12 +141,12 @@ bool Directory::IsWritable(const char* name) {
     return faccessat(dirfd(stream_.get()), name, W_OK, 0) == 0 || Fail(errno);
 }
 
-// Whether a path to an entry of this folder, its name being so long, is one that the system takes.
+// Whether the system takes a path to an entry of this folder with a name of this length.
 bool Directory::NamesPath(size_t nameLength) const noexcept {
     return pathLength_ + nameLength <= kMaxPath;
 }
 
-// A folder that may be listed but not searched answers no lstat, whatever the listing tells.
+// A folder that may be listed but not searched answers no lstat, whatever the listing says.
 bool Directory::IsSearchable() {
     if (search_ == Search::kUnknown) {
         struct stat status {};

@@ -1,8 +1,8 @@
-// One open folder: its entries in the system's order, each looked at relative to the folder's
-// descriptor, so that no path is built and none is resolved twice.
+// One open folder: its entries in the system's order. Each is looked at relative to the folder's
+// descriptor, so no path is built and none is resolved twice.
 //
-// A walk holds one Directory for each level it is in. Symbolic links are told apart from what they
-// lead to and never followed; special files are looked at, never opened.
+// A walk holds one Directory for each level it is in. Symbolic links are recognised as such and
+// never followed; special files are looked at, never opened.
 #pragma once
 
 #include <sys/stat.h>
@@ -30,35 +30,35 @@ struct DirectoryEntry {
     bool IsHidden() const noexcept { return name[0] == '.' && !IsDots(); }
 };
 
-// Whether the error of a call on an entry is an answer: the agent has no right to it, or it is not
-// there. Any other means that the answer is not known.
+// Whether the error of a call on an entry is an answer: the agent may not look, or the entry is not
+// there. After any other error the answer is unknown.
 bool IsAnswer(int error);
 
 class Directory {
   public:
-    // Opens the folder, through a symbolic link if it is one; an empty path means the current
-    // working directory. Returns 0, or the errno that tells why not.
-    int Open(std::string_view path);
+    // Opens the folder, even through a symbolic link; an empty path means the current working
+    // directory. False with errno on failure.
+    bool Open(std::string_view path);
     // Opens a folder below `parent`, which stays open; the last part of `name` must not be a link.
-    // False when that fails; what IsIncomplete then tells is known without an open folder, too.
+    // Returns false on failure; IsIncomplete is valid then too.
     bool OpenBelow(const Directory& parent, const char* name);
     void Close() noexcept { stream_.reset(); }
 
-    // Reads the next entry: its name and, where the listing tells it, its kind. False at the end,
-    // also when the peer has gone who wanted to know.
+    // Reads the next entry: its name and, where the listing has it, its kind. False at the end, or
+    // when the peer that asked has gone.
     bool Next(DirectoryEntry& entry);
-    // Whether something was not found out since the folder was opened or rewound: a call has failed
-    // for another reason than that the agent has no right to it or that the entry has gone. A sum
-    // over such a folder would be too small.
+    // Whether something could not be found out since the folder was opened or rewound: a call
+    // failed although the agent has the right and the entry exists. A sum over such a folder would
+    // be too small.
     bool IsIncomplete() const noexcept { return incomplete_; }
-    // Starts again at the first entry.
+    // Goes back to the first entry.
     void Rewind() noexcept;
 
     // Fills status and kind from lstat, once for each entry; false when that fails.
     bool Look(DirectoryEntry& entry);
-    // Fills the kind without a lstat where the listing told it; false where a lstat would fail.
+    // Fills the kind, without lstat where the listing has it; false where lstat would fail.
     bool Classify(DirectoryEntry& entry);
-    // The lstat of a name relative to the folder.
+    // lstat of a name relative to the folder.
     bool StatBelow(const char* name, struct stat& status);
     // Whether the agent may write the entry.
     bool IsWritable(const char* name);

@@ -9,7 +9,7 @@
 namespace zot {
 namespace {
 
-// The attributes that name and kind tell; a kind not known yet adds none.
+// The attributes that follow from name and kind; an unknown kind adds none.
 int32_t KnownAttributes(const DirectoryEntry& entry) {
     int32_t attributes = entry.IsHidden() ? kAttrHidden : 0;
     switch (entry.kind) {
@@ -29,7 +29,7 @@ bool IsWanted(FindOptions::Kinds kinds, EntryKind kind) {
     return (kind == EntryKind::kDirectory) == (kinds == FindOptions::Kinds::kDirectories);
 }
 
-// What can be decided by name and kind alone, before or after the lstat.
+// What name and kind alone can decide, before or after the lstat.
 bool IsCandidate(const FindRecord& record, const DirectoryEntry& entry) {
     return IsWanted(record.options.kinds, entry.kind) &&
            (KnownAttributes(entry) & record.exclusion) == 0;
@@ -49,19 +49,18 @@ bool Accept(FindRecord& record, DirectoryEntry& entry) {
 
 }  // namespace
 
-int FindFirst(std::string_view directory, std::string_view mask, int32_t attributeMask,
-              FindRecord& record, FindOptions options) {
+bool FindFirst(std::string_view directory, std::string_view mask, int32_t attributeMask,
+               FindRecord& record, FindOptions options) {
     record.exclusion = ~(attributeMask & kFindAll);
     record.mask = NameMask(mask);
     record.options = options;
-    int error = record.directory.Open(directory);
-    if (error != 0) return error;
-    int result = FindNext(record);
-    if (result != 0) FindClose(record);
-    return result;
+    if (!record.directory.Open(directory)) return false;
+    bool found = FindNext(record);
+    if (!found) record.directory.Close();
+    return found;
 }
 
-int FindNext(FindRecord& record) {
+bool FindNext(FindRecord& record) {
     DirectoryEntry entry;
     while (record.directory.Next(entry)) {
         if (!Accept(record, entry)) continue;
@@ -70,17 +69,15 @@ int FindNext(FindRecord& record) {
         record.size = entry.status.st_size;
         record.mode = static_cast<uint16_t>(entry.status.st_mode);
         std::strncpy(record.name, entry.name, sizeof record.name - 1);
-        return 0;
+        return true;
     }
-    return -1;
+    return false;
 }
-
-void FindClose(FindRecord& record) { record.directory.Close(); }
 
 VyString FindWildcardFile(std::string_view path) {
     FindRecord record;
     std::string_view folder = DirectoryPart(path);
-    if (FindFirst(folder, NamePart(path), kFindNoDirectories, record) != 0) return {};
+    if (!FindFirst(folder, NamePart(path), kFindNoDirectories, record)) return {};
     if (record.directory.IsIncomplete()) return {};  // an entry before it may be the first
     return VyString::Concat(folder, record.name);
 }

@@ -1,6 +1,6 @@
-// The find-first / find-next iterator of a folder: entries with an attribute word, chosen by a
-// wildcard mask and an attribute mask. It does one lstat for each entry that can still be returned
-// and asks for the read-only bit only where somebody looks at it.
+// Goes through a folder entry by entry: those that match a wildcard mask, with an attribute word
+// that an attribute mask allows. Makes one lstat for each entry that may still be returned, and
+// asks for the read-only bit only where it matters.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ constexpr int32_t kAttrSystem = 4;      // neither a folder nor a regular file
 constexpr int32_t kAttrDirectory = 16;  // a folder
 constexpr int32_t kAttrLink = 64;       // a symbolic link
 
-// Attribute masks: what an entry may carry and still be returned.
+// Attribute masks: the attributes that a returned entry may have.
 constexpr int32_t kFindAll = 63;
 constexpr int32_t kFindNoDirectories = 47;
 constexpr int32_t kFindPlainDirectories = 16;
@@ -27,7 +27,7 @@ constexpr int32_t kFindPlainDirectories = 16;
 struct FindOptions {
     enum class Kinds : uint8_t { kAll, kDirectories, kNoDirectories };
     Kinds kinds = Kinds::kAll;
-    // Set the read-only bit even where the attribute mask accepts both; costs a call per entry.
+    // Sets the read-only bit even where the attribute mask accepts both; costs a call per entry.
     bool reportReadOnly = false;
 };
 
@@ -35,11 +35,11 @@ struct FindRecord {
     int64_t mtime = 0;
     int64_t changeTime = 0;
     int64_t size = 0;
-    int32_t attributes = 0;  // kAttrReadOnly only where it was asked for
+    int32_t attributes = 0;  // kAttrReadOnly only where asked for
     char name[256] = "";     // NUL-terminated
     uint16_t mode = 0;
 
-    // Where the iteration stands; not for callers.
+    // The state of the iteration; not for callers.
     Directory directory;
     int32_t exclusion = 0;
     NameMask mask;
@@ -48,14 +48,12 @@ struct FindRecord {
 
 // Opens the folder (empty: the current working directory) and fills the record with its first
 // acceptable entry. An entry is acceptable when its attributes lie within `attributeMask`; no mask
-// reaches the link bit, so links are never returned. Returns 0 when there is one, the errno when
-// the folder cannot be opened, and -1 (the folder is closed again) when it holds none.
-int FindFirst(std::string_view directory, std::string_view mask, int32_t attributeMask,
-              FindRecord& record, FindOptions options = {});
-// Fills the record with the next acceptable entry and returns 0, or -1 at the end.
-int FindNext(FindRecord& record);
-// Closes the folder if it is open.
-void FindClose(FindRecord& record);
+// reaches the link bit, so links are never returned. False, with the folder closed, when it holds
+// none or cannot be opened.
+bool FindFirst(std::string_view directory, std::string_view mask, int32_t attributeMask,
+               FindRecord& record, FindOptions options = {});
+// Fills the record with the next acceptable entry; false at the end.
+bool FindNext(FindRecord& record);
 
 // The path of the first entry, in the folder's own order, that matches the name part of `path` as
 // a mask and is neither a folder nor a link; empty when there is none.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -26,10 +27,10 @@ bool StatRegular(std::string_view path, struct stat& status) {
     return StatPath(path, status) && S_ISREG(status.st_mode);
 }
 
-void AppendResult(int result, Reply& reply) {
-    if (result < 0) return reply.Start("301", "I/O Error");
+void AppendResult(std::optional<bool> result, Reply& reply) {
+    if (!result) return reply.Start("301", "I/O Error");
     reply.Start("200");
-    reply.AppendFlag(result != 0);
+    reply.AppendFlag(*result);
 }
 
 void CompareFiles(std::string_view params, std::string_view path1, const struct stat& status1,
@@ -40,8 +41,8 @@ void CompareFiles(std::string_view params, std::string_view path1, const struct 
     bool differ =
         (FlagLine(params, 4) && ShortModificationTime(status1) != ShortModificationTime(status2)) ||
         (FlagLine(params, 5) && status1.st_size != status2.st_size);
-    int result = differ ? 0 : FlagLine(params, 6) ? SameContent(path1, path2) : 1;
-    AppendResult(result, reply);
+    if (differ || !FlagLine(params, 6)) return AppendResult(!differ, reply);
+    AppendResult(SameContent(path1, path2), reply);
 }
 
 void FindContent(std::string_view params, std::string_view path1, Reply& reply) {
@@ -62,7 +63,7 @@ void TestFileCompare(std::string_view params, const AgentSettings& /*settings*/,
     int32_t macroLine = mode == "1" ? 12 : mode == "2" ? 9 : 11;
     VyString path1 = PathLine(params, 2, macroLine);
     struct stat status1 {};
-    // The file is looked for before the mode is judged, so a wrong mode may go unnoticed.
+    // The file is looked for before the mode is checked, so a wrong mode may go unnoticed.
     if (!StatRegular(path1, status1)) return reply.Start("301", kMissing);
     if (mode == "1") return CompareFiles(params, path1, status1, reply);
     if (mode == "2") return FindContent(params, path1, reply);

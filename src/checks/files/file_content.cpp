@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "base/ascii.h"
 #include "base/files.h"
@@ -16,21 +17,21 @@
 namespace zot {
 namespace {
 
-// Two blocks of this size stay in a processor's second cache while they are compared.
+// Two blocks of this size stay in a processor's second-level cache while they are compared.
 constexpr size_t kComparedBlock = size_t{128} * 1024;
-// How much is read at once when the text is short.
+// How much is read at once for a short text.
 constexpr size_t kReadAhead = size_t{256} * 1024;
 
-// The search goes through overlapping windows of at most three times the text, each beginning with
-// the last bytes of the one before, as many as the text has. Whole words are told by the borders
-// of the windows: a hit at a border has no neighbour there, whatever the file holds next to it,
-// and a hit that one window refuses may count in the next. Many windows are read at once and those
-// without any hit are skipped, which leaves every outcome as it is.
+// Searches through overlapping windows of at most three times the text. Each begins with the last
+// bytes of the one before, as many as the text has. Whole words depend on the windows: a hit at the
+// border of a window has no neighbour there, whatever the file holds next to it, and a hit that one
+// window refuses may count in the next. Many windows are read at once, and those without any hit
+// are skipped, which changes no result.
 class WindowSearch {
   public:
     WindowSearch(std::string_view text, bool caseSensitive, bool wholeWord, uint64_t fileSize);
-    // REQUIRES a file not shorter than the text. Returns as FindInFile.
-    int Run(RegularFile& file);
+    // REQUIRES a file at least as long as the text. Returns as FindInFile.
+    std::optional<bool> Run(RegularFile& file);
 
   private:
     bool FindInBlock(std::string_view block, size_t lastWindow) const;
@@ -42,7 +43,7 @@ class WindowSearch {
     bool caseSensitive_;
     bool wholeWord_;
     size_t window_;
-    size_t step_;  // from the beginning of a window to that of the next
+    size_t step_;  // from the beginning of one window to the next
 };
 
 void LowerCase(char* bytes, size_t count) {
@@ -62,21 +63,21 @@ WindowSearch::WindowSearch(std::string_view text, bool caseSensitive, bool whole
     text_ = lowered_;
 }
 
-int WindowSearch::Run(RegularFile& file) {
-    // A block is a row of windows, the last of which the next block begins with again.
+std::optional<bool> WindowSearch::Run(RegularFile& file) {
+    // A block is a row of windows; the next block begins with the end of its last one.
     size_t more = kReadAhead > window_ ? (kReadAhead - window_) / step_ * step_ : 0;
     size_t capacity = window_ + more;
     auto block = ReadBuffer<char>(capacity);
     for (size_t kept = 0;; kept = text_.size()) {
         ssize_t count = file.Read(block.get() + kept, capacity - kept);
-        if (count < 0) return -1;
+        if (count < 0) return std::nullopt;
         auto fresh = static_cast<size_t>(count);
         if (!caseSensitive_) LowerCase(block.get() + kept, fresh);
         bool full = kept + fresh == capacity;
         // The last bytes of a full block belong to a window that the next block completes.
-        if (FindInBlock({block.get(), kept + fresh}, full ? more : capacity)) return 1;
-        if (!full) return 0;
-        // Windows of zeros follow one that holds no hit, so they hold none either.
+        if (FindInBlock({block.get(), kept + fresh}, full ? more : capacity)) return true;
+        if (!full) return false;
+        // Windows of zeros after one without a hit have none either.
         auto step = static_cast<int64_t>(step_);
         file.Skip(file.HoleAfter({block.get(), capacity}) / step * step);
         memmove(block.get(), block.get() + capacity - text_.size(), text_.size());
@@ -87,7 +88,7 @@ bool WindowSearch::FindInBlock(std::string_view block, size_t lastWindow) const 
     if (!wholeWord_) return Find(block, 0) != std::string_view::npos;
     size_t begin = 0;  // of the next window to search
     for (size_t hit; (hit = Find(block, begin)) != std::string_view::npos; begin += step_) {
-        // On to the first window that holds all of the hit; those before it hold none.
+        // On to the first window that holds the whole hit; those before it hold none.
         size_t end = hit + text_.size();
         if (end > window_) begin = std::max(begin, (end - window_ + step_ - 1) / step_ * step_);
         if (begin > lastWindow) return false;
@@ -106,7 +107,7 @@ bool WindowSearch::FindWord(std::string_view window) const {
     return false;
 }
 
-// memmem, since it takes linear time whatever text and file hold.
+// memmem takes linear time whatever text and file hold.
 size_t WindowSearch::Find(std::string_view bytes, size_t start) const {
     if (start >= bytes.size()) return std::string_view::npos;
     const void* hit =
@@ -117,40 +118,41 @@ size_t WindowSearch::Find(std::string_view bytes, size_t start) const {
 
 }  // namespace
 
-int FindInFile(std::string_view path, std::string_view text, bool caseSensitive, bool wholeWord) {
+std::optional<bool> FindInFile(std::string_view path, std::string_view text, bool caseSensitive,
+                               bool wholeWord) {
     RegularFile file;
-    if (text.empty() || path.empty() || !file.Open(path)) return -1;
+    if (text.empty() || path.empty() || !file.Open(path)) return std::nullopt;
     auto size = static_cast<uint64_t>(file.Size());
-    if (size < text.size()) return 0;
+    if (size < text.size()) return false;
     return WindowSearch(text, caseSensitive, wholeWord, size).Run(file);
 }
 
-int FindFileInFile(std::string_view path1, std::string_view path2) {
+std::optional<bool> FindFileInFile(std::string_view path1, std::string_view path2) {
     int64_t size = FileSize(path2);
-    if (size == 0) return 1;
+    if (size == 0) return true;
     RegularFile file2;
-    // The bound is checked here again, as the file may have grown since the request was judged.
-    if (size < 0 || size > kMaxSoughtFile || !file2.Open(path2)) return -1;
+    // Checked here again, because the file may have grown since the request was checked.
+    if (size < 0 || size > kMaxSoughtFile || !file2.Open(path2)) return std::nullopt;
     auto content = ReadBuffer<char>(static_cast<size_t>(size));
     ssize_t count = file2.Read(content.get(), static_cast<size_t>(size));
-    if (count < 0) return -1;
+    if (count < 0) return std::nullopt;
     return FindInFile(path1, {content.get(), static_cast<size_t>(count)}, true, false);
 }
 
-int SameContent(std::string_view path1, std::string_view path2) {
+std::optional<bool> SameContent(std::string_view path1, std::string_view path2) {
     RegularFile file1;
     RegularFile file2;
-    if (!file1.Open(path1) || !file2.Open(path2)) return -1;
+    if (!file1.Open(path1) || !file2.Open(path2)) return std::nullopt;
     auto block1 = ReadBuffer<char>(kComparedBlock);
     auto block2 = ReadBuffer<char>(kComparedBlock);
     for (;;) {
         ssize_t count1 = file1.Read(block1.get(), kComparedBlock);
         ssize_t count2 = count1 < 0 ? -1 : file2.Read(block2.get(), kComparedBlock);
-        if (count2 < 0) return -1;
+        if (count2 < 0) return std::nullopt;
         auto common = static_cast<size_t>(std::min(count1, count2));
-        if (std::memcmp(block1.get(), block2.get(), common) != 0) return 0;
-        // Where one file ends the other may go on: servers that mind compare the sizes as well.
-        if (common < kComparedBlock) return 1;
+        if (std::memcmp(block1.get(), block2.get(), common) != 0) return false;
+        // Where one file ends the other may go on: servers that mind compare the sizes too.
+        if (common < kComparedBlock) return true;
         int64_t hole = file1.HoleAfter({block1.get(), common});
         if (hole > 0) hole = std::min(hole, file2.HoleAfter({block2.get(), common}));
         file1.Skip(hole);

@@ -41,17 +41,17 @@ VyString Choose(const Macro& macro, std::string_view folder) {
     FindRecord record;
     VyString chosen;
     int32_t chosenTime = 0;
-    int result = FindFirst(folder, "*", kFindAll, record, {macro.kinds, false});
-    for (; result == 0; result = FindNext(record)) {
+    bool more = FindFirst(folder, "*", kFindAll, record, {macro.kinds, false});
+    for (; more; more = FindNext(record)) {
         if (IsDots(record.name)) continue;
-        // Times are compared in 32 bits, as they are wherever the agent compares them.
+        // Times are compared in 32 bits, here as everywhere in the agent.
         auto time = static_cast<int32_t>(record.mtime);
         bool better = macro.newest ? time > chosenTime : time < chosenTime;
         if (!chosen.Empty() && !better) continue;
         chosen = record.name;
         chosenTime = time;
     }
-    // Of the entries that were not read one may be newer.
+    // One of the entries that were not read may be newer.
     return record.directory.IsIncomplete() ? VyString() : chosen;
 }
 

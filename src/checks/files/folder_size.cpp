@@ -22,8 +22,8 @@ class SizeWalker {
   public:
     struct Level {
         Directory directory;
-        uint64_t bytes = 0;  // unsigned, since sparse files can claim more than 63 bits hold
-        bool masked = true;  // the mask of the request applies here, not "*"
+        uint64_t bytes = 0;  // unsigned: sparse files can claim more than 63 bits hold
+        bool masked = true;  // the request's mask applies here, not "*"
     };
 
     SizeWalker(std::string_view mask, bool recurse) : mask_(mask), recurse_(recurse) {}
@@ -54,8 +54,8 @@ bool SizeWalker::Enter(Level& parent, const char* name, Level& child) const {
     VyString path(name);
     path.Append('/');
     path.Append(MaskOf(parent).Text());
-    // The child is named by folder and mask, as the path of a request is, and like there the whole
-    // is first taken for a folder: one that bears the mask as its name is summed in its place.
+    // The child is named by folder and mask, as the path of a request is. As there, the whole is
+    // first tried as a folder: one whose name is the mask is summed instead.
     struct stat status {};
     bool whole = parent.directory.StatBelow(path.Terminate(), status) && S_ISDIR(status.st_mode);
     child.masked = parent.masked && !whole;
@@ -76,7 +76,7 @@ bool HasEntry(Directory& directory) {
 int64_t SumFolder(std::string_view folder, std::string_view mask, bool recurse) {
     SizeWalker walker(mask, recurse);
     SizeWalker::Level top;
-    if (top.directory.Open(folder) != 0 || !HasEntry(top.directory)) return -1;
+    if (!top.directory.Open(folder) || !HasEntry(top.directory)) return -1;
     std::optional<uint64_t> size = TreeWalk(walker).Run(std::move(top));
     return size ? static_cast<int64_t>(*size) : -1;
 }

@@ -27,7 +27,7 @@ class Listing {
   public:
     explicit Listing(Columns columns) : columns_(columns) {}
 
-    // Adds the entries of the folder; one that cannot be listed has none.
+    // Adds the entries of the folder; none if it cannot be listed.
     void AddFolder(std::string_view folder, std::string_view mask, int32_t attributeMask,
                    FindOptions::Kinds kinds);
     int32_t Count() const { return count_; }
@@ -44,8 +44,8 @@ class Listing {
 void Listing::AddFolder(std::string_view folder, std::string_view mask, int32_t attributeMask,
                         FindOptions::Kinds kinds) {
     FindRecord record;
-    int result = FindFirst(folder, mask, attributeMask, record, {kinds, true});
-    for (; result == 0; result = FindNext(record)) {
+    bool more = FindFirst(folder, mask, attributeMask, record, {kinds, true});
+    for (; more; more = FindNext(record)) {
         bool isSelf = record.name[0] == '.' && record.name[1] == '\0';
         if (!isSelf) AddEntry(record);
     }

@@ -15,13 +15,13 @@
 #include "base/files.h"
 #include "base/held_lock.h"
 #include "base/peer_watch.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/vystring.h"
 
 namespace zot {
 namespace {
 
-// Of files under /proc those that anybody asks about are far smaller; some have no end.
+// The files under /proc that anybody asks about are far smaller; some have no end.
 constexpr int64_t kMostOfMadeUp = int64_t{64} << 20;
 
 bool IsAllZeros(std::string_view bytes) {
@@ -43,7 +43,8 @@ bool RegularFile::Open(std::string_view path) {
     if (!fd) return false;
     posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     locked_ = IsLockHeldOn(status);
-    // Files that are made up take no room; the system is asked only about such.
+    // Files whose content is made up take no room, so the system is asked only about files without
+    // any.
     madeUp_ = status.st_blocks == 0 && IsMadeUpFile(fd.Get());
     Adopt(std::move(fd), status.st_size);
     return true;

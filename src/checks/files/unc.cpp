@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "base/vystring.h"
 #include "checks/files/file_checks.h"
 #include "config/settings.h"
@@ -15,7 +15,7 @@ namespace zot {
 
 void TestUnc(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     std::string_view line = GetLine(params, 1);
-    // Servers send the paths of network shares with the separator of another system at the end.
+    // Servers append another system's separator to the paths of network shares.
     if (!line.empty() && line.back() == '\\') line.remove_suffix(1);
     if (line.empty()) return reply.Start("501", "Path not specified");
 

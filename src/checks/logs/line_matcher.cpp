@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/vystring_list.h"
 #include "expr/condition.h"
 #include "expr/expression_parser.h"
 #include "expr/find_text.h"
@@ -11,8 +12,8 @@
 namespace zot {
 namespace {
 
-// How many bytes FindLast looks at first, and at most, at a time: where many lines match, the
-// first look is all.
+// How many bytes FindLast looks at first, and at most, at a time: where many lines match, the first
+// look is enough.
 constexpr size_t kFirstLook = 1 << 10;
 constexpr size_t kLongestLook = 32 << 10;
 
@@ -58,20 +59,21 @@ class TextMatcher : public LineMatcher {
         return std::make_unique<TextMatcher>(*this);
     }
 
-    // Enough for a text across the border of two parts, and for the character in front of it.
+    // Enough for a text across the border of two parts, and for the character before it.
     size_t Overlap() const override { return pattern_.Size() + 1; }
 
     int64_t MatchPart(std::string_view part, bool isFirst, bool isLast) override {
         int64_t found = pattern_.Find(part, isFirst ? 1 : 2);
-        // The next part tells what follows, and so whether this is a word.
+        // The next part shows what follows, and so whether this is a word.
         bool undecided = !isLast && found + static_cast<int64_t>(pattern_.Size()) >
                                         static_cast<int64_t>(part.size());
         return undecided ? 0 : found;
     }
 
   private:
-    // No line holds a line end. What does not is found within one line, and the ends of the line
-    // are borders of a word as the ends of a text are: lines can be searched without cutting them.
+    // No line contains a line end. So a text without one is found within one line, and the ends of
+    // a line are borders of a word just as the ends of a text are: lines can be searched without
+    // cutting them.
     static bool CanMatch(std::string_view text) {
         return std::none_of(text.begin(), text.end(), IsLineEnd);
     }

@@ -5,7 +5,7 @@
 
 #include <thread>
 
-#include "base/platform.h"
+#include "base/platform/system.h"
 #include "checks/files/path.h"
 #include "checks/files/regular_file.h"
 #include "checks/logs/two_part_scan.h"
@@ -20,7 +20,7 @@ bool IsUnchanged(const LogScanState& state, const struct stat& status) {
            state.lastModified == ShortModificationTime(status);
 }
 
-// Whoever replaces the file may leave its place empty, or hold it closed, for a moment.
+// A program that replaces the file may leave its place empty, or the file closed, for a moment.
 bool OpenPatiently(RegularFile& file, std::string_view path, const LogScanTuning& tuning) {
     for (int attempt = 1; !file.Open(path); ++attempt) {
         if (attempt == kOpenAttempts) return false;
@@ -47,8 +47,7 @@ int64_t FailWithSystemError(LogScanFindings& found) {
     return Fail(found, text);
 }
 
-// Returns the result; all else that is told stands in `found`, whose state is that of the last
-// scan.
+// Returns the result. Everything else is in `found`, whose state is at first that of the last scan.
 int64_t Scan(std::string_view path, const LineMatchers& matchers, bool findAll,
              const LogScanTuning& tuning, LogScanFindings& found) {
     LogScanState& state = found.state;
@@ -58,7 +57,7 @@ int64_t Scan(std::string_view path, const LineMatchers& matchers, bool findAll,
     if (IsUnchanged(state, status)) return 0;
     RegularFile file;
     if (!OpenPatiently(file, path, tuning)) return Fail(found, "Cannot open file");
-    // From here on it is this file that counts, whatever takes its place.
+    // From here on this file counts, whatever takes its place.
     if (!file.Stat(status)) return FailWithSystemError(found);
     int64_t result = 0;
     if (state.lastSize == 0) {

@@ -1,13 +1,13 @@
-// Why vfork: the child does nothing but system calls on what was prepared, so it needs no copy of
-// the agent's memory. With fork the copying of page tables grows with the agent and, while many
-// sessions run, every other thread pays for it with page faults. The rules that vfork asks for are
-// kept: all signals are blocked until the child has reset its handlers, so none of them runs on the
-// shared memory; the child writes only to this object; and the calling thread goes on when the
-// child has executed its program or has exited. Nothing relies on the sharing, so a fork that
-// copies (as some checkers make of vfork) gives the same result.
+// Why vfork: the child only makes system calls on prepared data, so it needs no copy of the agent's
+// memory. With fork, copying the page tables takes longer as the agent grows and, while many
+// requests run, every other thread pays for it with page faults. The rules of vfork are kept: all
+// signals are blocked until the child has reset its handlers, so none of them runs on the shared
+// memory; the child writes only to this object; and the calling thread goes on when the child has
+// executed its program or exited. Nothing relies on the sharing, so a fork that copies (some
+// checkers turn vfork into one) gives the same result.
 //
-// A child that changes to a directory of the request's choosing comes from fork all the same: the
-// directory may hang, and then the time limit must not hang with it.
+// A child that changes to a directory named by the request comes from fork all the same: the
+// directory may hang, and the time limit must not hang with it.
 #include "checks/scripts/child_process.h"
 
 #include <fcntl.h>
@@ -23,8 +23,8 @@
 
 #include "base/children.h"
 #include "base/descriptor_limit.h"
-#include "base/platform.h"
-#include "base/platform_child.h"
+#include "base/platform/child.h"
+#include "base/platform/system.h"
 #include "checks/scripts/temp_name.h"
 
 namespace zot {
@@ -49,7 +49,7 @@ std::vector<char*> CopyEnvironment() {
     }
     return variables;
 }
-// Never destroyed: sessions start children while the process ends.
+// Never destroyed: sessions still start children while the process ends.
 const std::vector<char*>& inheritedEnvironment = *new std::vector<char*>(CopyEnvironment());
 
 std::string SearchPath() {
@@ -63,8 +63,8 @@ std::string SearchPath() {
     return standard;
 }
 
-// Puts the file on the descriptor; false, with errno, when it cannot be opened. A system without a
-// null device leaves the descriptor closed.
+// Puts the file on the descriptor; false, with errno, when it cannot be opened. On a system without
+// a null device the descriptor stays closed.
 bool OpenStream(const std::string& path, int flags, int target) noexcept {
     int fd = open(path.c_str(), flags | O_NOCTTY, 0666);
     if (fd < 0) return path == kNullDevice;
@@ -74,10 +74,10 @@ bool OpenStream(const std::string& path, int flags, int target) noexcept {
     return true;
 }
 
-// A script that was written a moment ago can still be open for writing in a child that another
-// thread forked meanwhile and that has not yet come to closing its descriptors. No lock keeps the
-// two apart, since a child that hangs before its exec (a dead network file system) would then stop
-// all others; the exec is tried again until that child has run its first instructions.
+// A script that was just written can still be open for writing in a child that another thread has
+// forked meanwhile and that has not closed its descriptors yet. A lock would not do: a child that
+// hangs before its exec (a dead network file system) would then stop all others. So the exec is
+// tried again until that child has run its first instructions.
 void ExecuteUnlessBusy(const char* file, char* const* arguments, char* const* environment) {
     constexpr int kTries = 1500;
     constexpr int kIntervalMs = 2;
@@ -193,7 +193,7 @@ void ChildProcess::RunChild() noexcept {
     setsid();
     const int streamError = OpenStreams() ? 0 : errno;
     if (!workDir_.empty()) {
-        // A directory that does not exist leaves the child where the agent is.
+        // If the directory does not exist the child stays where the agent is.
         [[maybe_unused]] int moved = chdir(workDir_.c_str());
     }
     const char* marker = marker_.For(getpid());
@@ -202,8 +202,8 @@ void ChildProcess::RunChild() noexcept {
     _exit(kExecFailed);
 }
 
-// False, with errno, when a stream is to be a file that cannot be opened: a program whose output
-// went nowhere would seem to have none.
+// False, with errno, when a file for a stream cannot be opened: a program whose output went nowhere
+// would seem to have none.
 bool ChildProcess::OpenStreams() const noexcept {
     constexpr int kWrite = O_WRONLY | O_CREAT | O_TRUNC;
     if (!OpenStream(stdinPath_, O_RDONLY, STDIN_FILENO)) return false;
@@ -213,7 +213,7 @@ bool ChildProcess::OpenStreams() const noexcept {
     return true;
 }
 
-// What execvp does, on names prepared before the fork. Returns the error number.
+// Does what execvp does, with names prepared before the fork. Returns the error number.
 int ChildProcess::Execute() noexcept {
     int error = ENOENT;
     bool denied = false;

@@ -16,8 +16,8 @@
 #include "base/loose_ends.h"
 #include "base/owners.h"
 #include "base/peer_watch.h"
-#include "base/platform.h"
-#include "base/platform_child.h"
+#include "base/platform/child.h"
+#include "base/platform/system.h"
 #include "checks/scripts/argument_list.h"
 
 namespace zot {
@@ -29,22 +29,21 @@ using std::chrono::seconds;
 
 constexpr int kExecFailed = 255;
 
-// A child and its place among the loose ends.
+// A child that is registered with the loose ends.
 class Runner {
   public:
-    // Does nothing more when the child cannot be started; then Pid() is -1.
+    // If the child cannot be started Pid() is -1, and nothing else happens.
     Runner(ChildProcess& child, WatchedChild::Fate fate) {
         Making making;
         // Not in the list of initialisers: the loose ends must know first.
-        // cppcheck-suppress useInitializationList
         pid_ = child.Start();
         if (pid_ >= 0) watched_.emplace(pid_, fate);
     }
 
     pid_t Pid() const { return pid_; }
 
-    // Waits until the child has ended, at most until the deadline and only while somebody wants to
-    // know. Returns whether it was reaped.
+    // Waits for the end of the child, at most until the deadline and only while somebody still
+    // wants the outcome. Returns whether it was reaped.
     bool ReapBefore(Clock::time_point deadline, int& status) {
         for (;;) {
             if (watched_->Reap(status)) return true;
@@ -60,18 +59,18 @@ class Runner {
     std::optional<WatchedChild> watched_;
 };
 
-// Waits for the end of the child and kills it when the time is up. The clock of the rule
-// "(now - start) * 1000 > timeout" ticks in whole seconds, so the kill comes with the first full
-// second for which it holds; a peer that has gone is a reason too. A child that even then hangs in
-// the system is answered for as killed and reaped when it can be. Returns false when the child
-// could not be killed; it is not reaped then.
+// Waits for the end of the child and kills it when the time is up. The rule is "(now - start) *
+// 1000 > timeout" on a clock of whole seconds, so the kill comes with the first full second for
+// which it holds, or when the peer has gone. A child that hangs in the system even then is reported
+// as killed and reaped when possible. Returns false when the child could not be killed; then it is
+// not reaped.
 bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
     auto deadline = Clock::now() + seconds(timeoutMs < 0 ? 0 : timeoutMs / 1000 + 1);
     if (timeoutMs == kNoTimeout) deadline = Clock::time_point::max();
     if (child.ReapBefore(deadline, status)) return true;
-    WorkFor nobody(nullptr);  // the end of what was killed is waited for in any case
+    WorkFor nobody(nullptr);  // the end of a killed child is waited for in any case
     if (kill(child.Pid(), SIGKILL) != 0) return false;
-    // The child leads a group of its own: what it has started goes with it.
+    // The child leads a group of its own: everything it has started goes with it.
     kill(-child.Pid(), SIGKILL);
     if (child.ReapBefore(Clock::now() + seconds(1), status)) return true;
     LeaveRunning(child.Pid());
@@ -79,9 +78,9 @@ bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
     return true;
 }
 
-// Looks for the marker that a program leaves to tell why it ended with 255. Returns whether there
-// is one; then the reason is in `errorText` and the marker is gone. One that belongs to somebody
-// else, who has put it there to change the outcome, is none.
+// Looks for the marker in which a program says why it ended with 255. Returns whether there is one,
+// with the reason in `errorText` and the marker removed. A marker that belongs to another user, who
+// may have put it there to change the outcome, does not count.
 bool TakeMarker(const char* path, VyString& errorText) {
     if (path == nullptr) return false;
     UniqueFd file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -109,7 +108,7 @@ bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64
     errorText.Clear();
     ArgumentList command(commandLine);
     ChildProcess child(command.Arguments(), options, ChildProcess::ExecFailure::kMarked);
-    // What nobody waits for goes on when the agent ends.
+    // A program that nobody waits for goes on when the agent ends.
     const bool detached = timeoutMs == kDoNotWait;
     Runner runner(child,
                   detached ? WatchedChild::Fate::kGoesOn : WatchedChild::Fate::kEndsWithAgent);
@@ -133,8 +132,8 @@ bool RunProcess(std::string_view commandLine, const ChildOptions& options, int64
         errorText = "abnormal termination";
         return false;
     }
-    // A program that was not to be waited for and died by a signal counts as exit code 0 here:
-    // only the high byte of the status is looked at.
+    // A program that was not waited for and died by a signal counts as exit code 0 here: only the
+    // high byte of the status matters.
     int code = (status >> 8) & 0xff;
     if (int error = child.ExecError(); error != 0) {
         TellExecError(error, errorText);

@@ -1,6 +1,5 @@
 #include "checks/scripts/temp_name.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,8 +64,8 @@ bool MakeTempName(std::string_view tmpDir, char* buffer, size_t size, const char
 }
 
 TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view prefix) {
-    // The name is found before the file is made, so somebody else's file can come in between, and
-    // a numbered name may be left from an agent that was killed: both are passed over.
+    // The name is chosen before the file is created, so somebody else's file can come in between,
+    // and a numbered name may be left from an agent that was killed: skip both.
     Making making;
     for (int i = 0; i < kMaxTries; ++i) {
         char fixedName[64] = "";
@@ -80,9 +79,8 @@ TempFile::Result TempFile::Create(std::string_view tmpDir, std::string_view pref
                           prefix.empty() ? nullptr : fixedName)) {
             return Result::kNoName;
         }
-        int fd = open(candidate, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-        if (fd >= 0) {
-            file_.Reset(fd);
+        file_ = CreateExclusively(candidate);
+        if (file_) {
             std::snprintf(path_, sizeof path_, "%s", candidate);
             RememberFile(path_);
             return Result::kCreated;

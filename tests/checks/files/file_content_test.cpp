@@ -26,24 +26,24 @@ TEST(SameContent, ComparesTheCommonLength) {
     std::string whole = dir.Write("whole", pattern(300000));
     for (size_t size : {0U, 1U, 10240U, 20480U, 131072U, 262144U, 299999U, 300000U}) {
         std::string text = pattern(size);
-        EXPECT_EQ(SameContent(whole, dir.Write("part", text)), 1) << size;
-        EXPECT_EQ(SameContent(dir / "part", whole), 1) << size;
+        EXPECT_EQ(SameContent(whole, dir.Write("part", text)), true) << size;
+        EXPECT_EQ(SameContent(dir / "part", whole), true) << size;
         if (size == 0) continue;
         text.back() ^= 1;
-        EXPECT_EQ(SameContent(whole, dir.Write("part", text)), 0) << size;
+        EXPECT_EQ(SameContent(whole, dir.Write("part", text)), false) << size;
     }
     test::MakeFifo(dir / "fifo");
-    EXPECT_EQ(SameContent(whole, dir / "fifo"), -1);
-    EXPECT_EQ(SameContent(dir / "none", whole), -1);
-    EXPECT_EQ(SameContent("/proc/self/mem", whole), -1);  // opens, but cannot be read
+    EXPECT_EQ(SameContent(whole, dir / "fifo"), std::nullopt);
+    EXPECT_EQ(SameContent(dir / "none", whole), std::nullopt);
+    EXPECT_EQ(SameContent("/proc/self/mem", whole), std::nullopt);  // opens, but cannot be read
 }
 
 // The search as it is defined, one window after the other.
-int DefinedSearch(const std::string& data, std::string text, bool caseSensitive, bool wholeWord) {
+bool DefinedSearch(const std::string& data, std::string text, bool caseSensitive, bool wholeWord) {
     auto lower = [caseSensitive](std::string& s) {
         if (!caseSensitive) std::transform(s.begin(), s.end(), s.begin(), ::tolower);
     };
-    if (data.size() < text.size()) return 0;
+    if (data.size() < text.size()) return false;
     lower(text);
     size_t bufferSize = std::min(data.size() + 1, 3 * text.size());
     std::string buffer;
@@ -57,10 +57,10 @@ int DefinedSearch(const std::string& data, std::string text, bool caseSensitive,
             size_t end = hit + text.size();
             bool begins = hit == 0 || !isalnum(static_cast<unsigned char>(buffer[hit - 1]));
             bool ends = end == buffer.size() || !isalnum(static_cast<unsigned char>(buffer[end]));
-            if (!wholeWord || (begins && ends)) return 1;
+            if (!wholeWord || (begins && ends)) return true;
             hit = end;
         }
-        if (endOfFile) return 0;
+        if (endOfFile) return false;
         buffer = buffer.substr(buffer.size() - text.size());
     }
 }
@@ -76,8 +76,8 @@ TEST(FindInFile, AgreesWithTheDefinition) {
         for (char& c : text) c = "aaAb."[random() % 5];
         std::string path = dir.Write(std::to_string(round), data);
         for (int flags = 0; flags < 4; ++flags) {
-            int expected = DefinedSearch(data, text, flags & 1, flags & 2);
-            found += expected;
+            bool expected = DefinedSearch(data, text, flags & 1, flags & 2);
+            found += expected ? 1 : 0;
             ASSERT_EQ(FindInFile(path, text, flags & 1, flags & 2), expected)
                 << "text " << text << " data " << data << " flags " << flags;
         }
@@ -94,10 +94,10 @@ TEST(FindInFile, TakesTextsLongerThanOneRead) {
     std::string data(900000, 'x');
     data.replace(262143, text.size(), text);
     std::string path = dir.Write("data", data);
-    EXPECT_EQ(FindInFile(path, text, true, false), 1);
+    EXPECT_EQ(FindInFile(path, text, true, false), true);
     text.front() = 'a';
-    EXPECT_EQ(FindInFile(path, text, false, false), 1);
-    EXPECT_EQ(FindInFile(path, text, true, false), 0);
+    EXPECT_EQ(FindInFile(path, text, false, false), true);
+    EXPECT_EQ(FindInFile(path, text, true, false), false);
 }
 
 // Whole words at the borders of the windows of nine bytes and of the blocks these are read in.
@@ -126,13 +126,13 @@ TEST(FileContent, HolesCostNothingAndCountAsZeros) {
         return dir / name;
     };
     std::string hit = make("hit", "a hit");
-    EXPECT_EQ(SameContent(hit, make("same", "a hit")), 1);
-    EXPECT_EQ(SameContent(hit, make("other", "a hot")), 0);
-    EXPECT_EQ(SameContent(hit, make("longer", "a hit and more")), 1);
+    EXPECT_EQ(SameContent(hit, make("same", "a hit")), true);
+    EXPECT_EQ(SameContent(hit, make("other", "a hot")), false);
+    EXPECT_EQ(SameContent(hit, make("longer", "a hit and more")), true);
     for (bool wholeWord : {false, true}) {
-        EXPECT_EQ(FindInFile(hit, "hit", true, wholeWord), 1);
-        EXPECT_EQ(FindInFile(hit, "hot", false, wholeWord), 0);
-        EXPECT_EQ(FindInFile(hit, {"\0a", 2}, true, wholeWord), 1);
+        EXPECT_EQ(FindInFile(hit, "hit", true, wholeWord), true);
+        EXPECT_EQ(FindInFile(hit, "hot", false, wholeWord), false);
+        EXPECT_EQ(FindInFile(hit, {"\0a", 2}, true, wholeWord), true);
     }
 }
 
@@ -141,7 +141,7 @@ TEST(FileContent, MadeUpFilesEnd) {
     for (const char* path : {"/proc/self/pagemap", "/proc/kcore"}) {
         if (FILE* file = std::fopen(path, "r")) {
             std::fclose(file);
-            EXPECT_LE(SameContent(path, path), 0) << path;
+            EXPECT_NE(SameContent(path, path), true) << path;
         }
     }
 }
@@ -150,16 +150,16 @@ TEST(FindInFile, Errors) {
     test::TempDir dir;
     std::string file = dir.Write("file", "text");
     test::MakeFifo(dir / "fifo");
-    EXPECT_EQ(FindInFile(file, "", true, false), -1);
-    EXPECT_EQ(FindInFile("", "text", true, false), -1);
-    EXPECT_EQ(FindInFile(dir / "none", "text", true, false), -1);
-    EXPECT_EQ(FindInFile(dir / "fifo", "text", true, false), -1);
-    EXPECT_EQ(FindInFile(file, "longer text", true, false), 0);
-    EXPECT_EQ(FindFileInFile(dir / "none", dir.Write("empty", "")), 1);
-    EXPECT_EQ(FindFileInFile(file, dir / "none"), -1);
-    EXPECT_EQ(FindFileInFile(file, file), 1);
+    EXPECT_EQ(FindInFile(file, "", true, false), std::nullopt);
+    EXPECT_EQ(FindInFile("", "text", true, false), std::nullopt);
+    EXPECT_EQ(FindInFile(dir / "none", "text", true, false), std::nullopt);
+    EXPECT_EQ(FindInFile(dir / "fifo", "text", true, false), std::nullopt);
+    EXPECT_EQ(FindInFile(file, "longer text", true, false), false);
+    EXPECT_EQ(FindFileInFile(dir / "none", dir.Write("empty", "")), true);
+    EXPECT_EQ(FindFileInFile(file, dir / "none"), std::nullopt);
+    EXPECT_EQ(FindFileInFile(file, file), true);
     test::MakeFile(dir / "large", kMaxSoughtFile + 1);
-    EXPECT_EQ(FindFileInFile(dir / "large", dir / "large"), -1);
+    EXPECT_EQ(FindFileInFile(dir / "large", dir / "large"), std::nullopt);
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ TEST(FileMacros, EqualTimesAndWideTimes) {
         test::SetModificationTime(dir / std::string(1, name), 500);
     }
     FindRecord first;
-    ASSERT_EQ(FindFirst(dir.Path(), "[a-z]", 47, first), 0);
+    ASSERT_TRUE(FindFirst(dir.Path(), "[a-z]", 47, first));
     EXPECT_EQ(ResolveFileMacros(dir / "%newestfile%"), dir / first.name);
     EXPECT_EQ(ResolveFileMacros(dir / "%oldestfile%"), dir / first.name);
     // Only 32 bits of a time count.

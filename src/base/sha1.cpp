@@ -1,10 +1,10 @@
-#include "base/ciplib.h"
+#include "base/sha1.h"
 
 #include <bit>
 #include <cstring>
 
 #include "base/byte_order.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 
 namespace zot {
 namespace {

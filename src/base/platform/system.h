@@ -1,5 +1,6 @@
-// The one seam for operating-system differences: every function here has one implementation per
-// system under platform/, chosen by the build. The rest of the program never asks where it runs.
+// Where the systems differ. This folder is the one seam: each header has one implementation per
+// system or processor beside it, NAME_SYSTEM.cpp, chosen by the build. The rest of the program
+// never asks where it runs.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The part of the system seam that concerns child processes: noticing at once when a child ends,
-// and keeping from it what it must not inherit.
+// What the systems do differently with child processes: noticing at once when one ends, and keeping
+// from it what it must not inherit.
 #pragma once
 
 #include <sys/types.h>

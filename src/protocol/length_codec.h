@@ -1,4 +1,4 @@
-// The codec of the packets' length fields: unsigned, least significant byte first.
+// The packets' length fields: unsigned, least significant byte first.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,7 @@
-#include "protocol/zot_const.h"
+#include "protocol/length_codec.h"
 
 #include "base/byte_order.h"
-#include "base/platform.h"
+#include "base/platform/system.h"
 
 namespace zot {
 
@@ -20,7 +20,7 @@ uint32_t DecodeLength(const uint8_t* bytes, int digits) {
             return static_cast<uint32_t>(bytes[0] | bytes[1] << 8);
         case 1:
             return bytes[0];
-        case 3:  // three-byte fields can be written, but the protocol does not read them back
+        case 3:  // such fields can be written, but the protocol does not read them back
         case 0:
             return 0;
         default:
