@@ -1,4 +1,4 @@
-// What the agent tells about itself: GetInfo and GetSettings.
+// What the agent says about itself: GetInfo and GetSettings.
 #pragma once
 
 #include <atomic>
@@ -11,16 +11,16 @@ namespace zot {
 
 inline constexpr char kAgentName[] = "VY Remote Monitoring Agent";
 inline constexpr char kAgentPlatform[] = "FreeBSD";
-extern const char kAgentVersion[];  // the project's, from the build
+extern const char kAgentVersion[];  // the version of the project
 inline constexpr char kDeveloperName[] = "The zot developers";
 inline constexpr char kDeveloperWeb[] = "https://zot.example.org";
 inline constexpr char kDeveloperMail[] = "zot@example.org";
 
-// Changed by the listener and the sessions, read for GetInfo.
+// The listener and the sessions change them, GetInfo reads them.
 struct ConnectionCounters {
-    std::atomic<int32_t> activeConnections{0};  // sessions now running
-    std::atomic<int32_t> openedConnections{0};  // sessions started since the process began
-    std::atomic<int32_t> failedConnections{0};  // connections refused by the filter
+    std::atomic<int32_t> activeConnections{0};  // now open
+    std::atomic<int32_t> openedConnections{0};  // since the process started
+    std::atomic<int32_t> failedConnections{0};  // refused by the filter
 };
 
 // Both ignore the request's parameters and cannot fail.

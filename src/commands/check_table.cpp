@@ -35,7 +35,7 @@ constexpr CheckRecord Action(std::string_view key, Switch enabled, std::string_v
             .commands = {command}};
 }
 
-// A check that servers know and this system has not: they may read and write its switch.
+// A check that servers know and this system does not have: they may read and write its switch.
 constexpr CheckRecord Absent(std::string_view key, Switch enabled, std::string_view name,
                              bool enabledByDefault = true) {
     return {.key = key, .enabled = enabled, .enabledByDefault = enabledByDefault, .name = name};
@@ -43,7 +43,7 @@ constexpr CheckRecord Absent(std::string_view key, Switch enabled, std::string_v
 
 constexpr CheckRecord FreeSpace() {
     CheckRecord record = Absent("freespace", &A::testFreeSpace, "Drive Space");
-    // Never appended: files written so far do without it, and a save leaves them so.
+    // Never appended: existing files do without it, and a save must leave them so.
     record.save = SaveRule::kInPlace;
     return record;
 }
@@ -51,7 +51,7 @@ constexpr CheckRecord FreeSpace() {
 constexpr CheckRecord ShellScript() {
     CheckRecord record = Test("shellscript", &A::testShellScript, "Shell Script", 13,
                               {"TEST-ShellScript", TestShellScript});
-    record.remote = false;  // servers see the switch and have no name to change it by
+    record.remote = false;  // servers see the switch but have no name to change it by
     return record;
 }
 

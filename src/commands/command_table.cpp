@@ -65,14 +65,14 @@ constexpr Command Own(std::string_view name, ProcessHandler handler, Permission 
     return {.name = name, .permission = permission, .process = handler};
 }
 
-// What shows what is wrong and puts it right.
+// What shows a problem and repairs it.
 constexpr Command Rescue(std::string_view name, ProcessHandler handler, Permission permission) {
     Command command = Own(name, handler, permission);
     command.withoutPassword = true;
     return command;
 }
 
-// The listing serves whoever sets up one of these.
+// The listing serves those who set up one of these checks.
 constexpr bool AgentSettings::*kListingSwitches[] = {
     &AgentSettings::testFolderSize,   &AgentSettings::testCountFiles,
     &AgentSettings::testFileExists,   &AgentSettings::testFileCrc,

@@ -1,4 +1,4 @@
-// Every command the agent knows: those of the checks and those that concern the agent itself.
+// Every command that the agent knows: those of the checks, and those about the agent itself.
 #pragma once
 
 #include <span>
@@ -19,7 +19,7 @@ enum class Permission {
     kUpgrade,  // allowUpdates and updateAddr
 };
 
-// A command that looks at or changes the agent itself.
+// A command that reads or changes the agent itself.
 using ProcessHandler = void (*)(RequestContext& request, Reply& reply);
 
 struct Command {
@@ -29,7 +29,7 @@ struct Command {
     std::span<bool AgentSettings::*const> switches = {};  // of tests and actions
     CheckHandler check = nullptr;                         // exactly one of the two is set
     ProcessHandler process = nullptr;
-    bool withoutPassword = false;  // served also by an agent that has none
+    bool withoutPassword = false;  // an agent without a password serves it too
 };
 
 std::span<const Command> CommandTable();

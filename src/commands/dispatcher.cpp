@@ -17,7 +17,7 @@ constexpr std::string_view kNotAllowed = "Operation is not allowed";
 
 bool MayAsk(const RequestContext& request, bool allowed, std::string_view addresses) {
     VyString ignoredError;
-    // What comes through the agent's own connection was written by somebody else.
+    // What arrives over the agent's own connection was written by somebody else.
     return allowed && IpInList(request.peerAddress, addresses, ignoredError) &&
            !IsOwnConnection(request.peerAddress, request.peerPort);
 }
@@ -65,7 +65,7 @@ void Run(const Command& command, RequestContext& request, Log& log, Reply& reply
     }
     if (command.mayTakeLong) request.control.BeforeLongWork();
     if (command.check != nullptr) {
-        // An action is finished, whoever still waits for the answer.
+        // An action is finished whether or not anybody still waits for the answer.
         bool isAction = command.permission == Permission::kAction;
         WorkFor peer(isAction ? nullptr : WorkFor::Current());
         command.check(request.params, request.settings, reply);
@@ -99,7 +99,7 @@ bool Dispatch(std::string_view requestText, RequestContext& request, Log& log, R
     VyString message = VyString::Concat("Unknown command \"", name);
     message.Append('"');
     reply.Start("500", message);
-    // The log gets a C string: what is behind a NUL in the name is not part of it.
+    // The log takes a C string: anything after a NUL is not part of the name.
     log.WriteLog(LogKind::kFailure, request.peerAddress, "Unknown command \"%s\"\n",
                  VyString(name).Terminate());
     return false;

@@ -1,4 +1,4 @@
-// Changing the settings from the server: SetSettings and its wire names.
+// Changes to the settings by the server: SetSettings and its names on the wire.
 #pragma once
 
 #include <cstdint>
@@ -22,19 +22,19 @@ enum class WireKind {
 struct WireSetting {
     std::string_view name;
     WireKind kind;
-    VyString AgentSettings::*text = nullptr;  // of both kinds of text
+    VyString AgentSettings::*text = nullptr;  // for both kinds of text
     int32_t AgentSettings::*number = nullptr;
     bool AgentSettings::*flag = nullptr;
 };
 
-// All of them, the switches of the checks last.
+// All of them; the switches of the checks come last.
 std::span<const WireSetting> WireSettings();
 
 // The setting with exactly this name; nullptr if there is none.
 const WireSetting* FindWireSetting(std::string_view name);
 
 // Applies every line name=value of the request to a copy of the settings, saves the configuration
-// file and publishes the copy, also when the save fails. Unknown names are ignored.
+// file and publishes the copy, even when the save fails. Unknown names are ignored.
 void SetSettings(std::string_view params, SettingsStore& store, Reply& reply);
 
 }  // namespace zot

@@ -23,10 +23,10 @@ constexpr size_t kLineBuffer = 512;
 constexpr int64_t kMinute = 60;
 constexpr int32_t kLinesAMinute = 10;
 constexpr size_t kMostStrangers = 1024;
-// All addresses beyond the bound share the place of one that no peer has.
+// All addresses beyond the bound share the entry of this address, which no peer has.
 constexpr uint32_t kOthers = 0;
 
-// The command of a request, with nothing in it that could be taken for another field or line.
+// The command of a request, without anything that could be taken for another field or line.
 VyString CommandOf(std::string_view request) {
     std::string_view name = TrimView(request.substr(0, request.find('\n')));
     VyString command;
@@ -66,13 +66,13 @@ void AuditLog::NoteStranger(const AgentSettings& settings, uint32_t address, int
         WriteCount(settings, stranger);
         stranger = {stranger.address, now, 0};
     }
-    // A count of more than that is none that anybody reads.
+    // Nobody reads larger counts.
     if (stranger.packets < INT32_MAX) ++stranger.packets;
     if (stranger.packets <= kLinesAMinute) Write(settings, stranger.address, "not authenticated");
 }
 
 void AuditLog::WriteCounts(const AgentSettings& settings, int64_t now) {
-    // The main thread waits for no session that is writing; it comes again.
+    // The main thread does not wait for a session that is writing; it tries again later.
     std::unique_lock<std::mutex> lock(strangersMutex_, std::try_to_lock);
     if (!lock.owns_lock()) return;
     std::erase_if(strangers_, [&](const Stranger& stranger) {
@@ -114,14 +114,15 @@ void AuditLog::Write(const AgentSettings& settings, uint32_t address, std::strin
                       static_cast<int>(getpid()), from, size, text.data());
         Send(line);
     } else {
-        // As the lines of the other logs begin.
+        // In the form in which the lines of the other logs begin.
         std::strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S", &local);
         std::snprintf(line, sizeof line, "[%s]\t %s\t %.*s\n", stamp, from, size, text.data());
         AppendLogLine(settings, settings.auditLog, line);
     }
 }
 
-// Not syslog(): that waits while the system's log is behind, with every thread that has a line.
+// Not syslog(): when the system's log is slow, that waits, and with it every thread that has a
+// line.
 void AuditLog::Send(std::string_view text) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -2,8 +2,8 @@
 // file or the system log that the settings name.
 //
 // A line holds time, address, command, status and milliseconds, never the content of a request.
-// Strangers can send any number of packets, so of one address ten a minute are written and the rest
-// is counted in one line, and there is a bound to the addresses that are told apart.
+// Strangers can send any number of packets, so ten a minute from one address are written and the
+// rest are counted in one line. The number of addresses that are told apart is bounded.
 #pragma once
 
 #include <cstdint>
@@ -19,17 +19,17 @@ namespace zot {
 
 class AuditLog {
   public:
-    // The standard socket of the system's log unless told otherwise.
+    // Uses the standard socket of the system's log.
     AuditLog();
     explicit AuditLog(std::string_view systemLog) : systemLog_(systemLog) {}
 
-    // What a peer (IPv4, network byte order) asked, by the first line of its request, and the
-    // status that it was answered with after so many milliseconds.
+    // Notes what a peer (IPv4, network byte order) asked, by the first line of its request, the
+    // status of the answer and how many milliseconds it took.
     void NoteRequest(const AgentSettings& settings, uint32_t address, std::string_view request,
                      std::string_view status, int64_t milliseconds);
-    // A packet that did not authenticate, at `now` seconds of MonotonicSeconds().
+    // Notes a packet that did not authenticate, at `now` seconds of MonotonicSeconds().
     void NoteStranger(const AgentSettings& settings, uint32_t address, int64_t now);
-    // Writes the counts of the minutes that are over. To be called about once a second.
+    // Writes the counts of the minutes that are over. Call about once a second.
     void WriteCounts(const AgentSettings& settings, int64_t now);
 
   private:
@@ -45,9 +45,9 @@ class AuditLog {
     void Send(std::string_view text);
 
     const VyString systemLog_;
-    std::mutex strangersMutex_;  // what follows
+    std::mutex strangersMutex_;  // guards what follows
     std::vector<Stranger> strangers_;
-    std::mutex systemLogMutex_;  // making the socket
+    std::mutex systemLogMutex_;  // guards the making of the socket
     UniqueFd socket_;
 };
 

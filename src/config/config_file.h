@@ -9,12 +9,13 @@
 namespace zot {
 
 // Fills `settings` from the file named by its configPath. False with the reasons in `errorText`;
-// what was applied before a failure stays. A warning alone, also in `errorText`, is no failure.
+// what was applied before a failure stays. A warning alone, also in `errorText`, is not a failure.
 bool LoadConfig(AgentSettings& settings, VyString& errorText);
 
 // LoadConfig as one change of the published settings, under the configuration mutex.
 bool LoadConfigLocked(SettingsStore& store, VyString& errorText);
-// The same for who must not wait: nothing, and nothing done, while another change goes on.
+// The same for a caller that must not wait: returns nothing, and does nothing, while another change
+// is running.
 std::optional<bool> TryLoadConfig(SettingsStore& store, VyString& errorText);
 
 // Derives activeFilter, script paths and tmpDir, and exports TMPDIR when its value changes.

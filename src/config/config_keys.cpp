@@ -29,8 +29,8 @@ constexpr ConfigKey Number(std::string_view name, int32_t A::*number, std::optio
     return {.name = name, .kind = kind, .save = save, .number = number, .defaultNumber = value};
 }
 
-// The default list and the default marks look exchanged. Agents in the field start from them, and
-// the warning that they lead to is known, so they stay.
+// The default list and the default marks look swapped. Agents in the field start with them, and the
+// warning that they cause is known, so they stay.
 constexpr ConfigKey kFilterListKey =
     Text("filterlist", &A::filterList, "1", kAlways, ConfigKind::kFilterList);
 
@@ -55,7 +55,7 @@ constexpr ConfigKey kGeneralKeys[] = {
     Text("manageaddr", &A::manageAddr, "127.0.0.1", kAlways, ConfigKind::kAddressList),
 };
 
-// A save leaves these alone.
+// A save leaves these unchanged.
 constexpr ConfigKey kUnsavedKeys[] = {
     Text("zotpath", &A::agentPath, "", kNever),
     Text("cpuusagescript", &A::cpuUsageScript, nullptr, kNever),
@@ -105,7 +105,7 @@ void SetConfigDefaults(AgentSettings& settings) {
         if (key.defaultNumber) settings.*key.number = *key.defaultNumber;
         if (key.flag != nullptr) settings.*key.flag = key.defaultFlag;
     }
-    // Also those without a key.
+    // Including those without a key.
     for (const CheckRecord& check : Checks()) settings.*check.enabled = check.enabledByDefault;
 }
 

@@ -1,5 +1,5 @@
-// The keys of the configuration file as one table: what each is called, which setting it names,
-// what every load resets it to and whether a save writes it.
+// The keys of the configuration file as one table: the name of each, the setting it means, what
+// every load resets it to and whether a save writes it.
 #pragma once
 
 #include <cstdint>
@@ -22,27 +22,27 @@ enum class ConfigKind {
 };
 
 enum class SaveRule {
-    kAlways,   // rewritten where it stands, appended where it is missing
-    kInPlace,  // rewritten where it stands, never appended
-    kNever,    // its lines are copied as they are
+    kAlways,   // rewritten where it is, appended where it is missing
+    kInPlace,  // rewritten where it is, never appended
+    kNever,    // its lines are copied unchanged
 };
 
 struct ConfigKey {
     std::string_view name;
     ConfigKind kind;
     SaveRule save;
-    VyString AgentSettings::*text = nullptr;    // of the strings
-    bool AgentSettings::*flag = nullptr;        // of the flags
-    int32_t AgentSettings::*number = nullptr;   // of the numbers
-    const char* defaultText = nullptr;          // none: a load keeps what was there
-    std::optional<int32_t> defaultNumber = {};  // none: likewise
+    VyString AgentSettings::*text = nullptr;    // for a string
+    bool AgentSettings::*flag = nullptr;        // for a flag
+    int32_t AgentSettings::*number = nullptr;   // for a number
+    const char* defaultText = nullptr;          // nullptr: a load keeps the old value
+    std::optional<int32_t> defaultNumber = {};  // nothing: a load keeps the old value
     bool defaultFlag = false;
 };
 
 // All keys, those of the checks among them, in the order in which a save appends them.
 std::span<const ConfigKey> ConfigKeys();
 
-// The table entry of a key, whatever the case of its letters; nullptr if there is none.
+// The table entry of a key, in any case; nullptr if there is none.
 const ConfigKey* FindConfigKey(std::string_view key);
 
 // Sets everything that a load starts from; settings without a default keep their values.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t kStreamBufferSize = 4096;
 
-// The text without those of its first and last bytes that belong to the sets.
+// The text without leading bytes of the one set and trailing bytes of the other.
 std::string_view Strip(std::string_view text, std::string_view front, std::string_view back) {
     text.remove_prefix(std::min(text.find_first_not_of(front), text.size()));
     return text.substr(0, text.find_last_not_of(back) + 1);
@@ -50,7 +50,7 @@ bool ConfigReader::Next(std::string_view& line) {
 }
 
 bool SplitConfigLine(std::string_view line, ConfigLine& parts) {
-    // Only the very first character makes a comment; after a blank it is part of a key.
+    // Only the very first character starts a comment; after a blank it is part of a key.
     if (line.empty() || line.front() == '#' || line.front() == ';') return false;
     size_t equals = line.find('=');
     if (equals == std::string_view::npos) return false;

@@ -1,5 +1,5 @@
-// Reading the configuration file: its lines in pieces of limited length, and a line taken apart
-// into key and value.
+// Reads the configuration file: its lines in pieces of limited length, each split into key and
+// value.
 #pragma once
 
 #include <stdio.h>
@@ -12,7 +12,7 @@
 
 namespace zot {
 
-// The longest line: what follows in a longer one counts as a line of its own.
+// The longest line; the rest of a longer one counts as a line of its own.
 inline constexpr size_t kMaxConfigLine = 1023;
 
 // Reads a file line by line and leaves no copy of its passwords in memory.
@@ -23,13 +23,13 @@ class ConfigReader {
     ConfigReader(const ConfigReader&) = delete;
     ConfigReader& operator=(const ConfigReader&) = delete;
 
-    // False when the file cannot be opened or is no regular one: a reload must not wait for whoever
-    // put a fifo in its place.
+    // False when the file cannot be opened or is not a regular file: a reload must not wait for a
+    // fifo in its place.
     bool Open(const char* path);
     // REQUIRES an open file. Gives the next line with its line end, at most kMaxConfigLine bytes
-    // and never beyond a NUL; it stays valid until the next call. False at the end of the file.
+    // and never beyond a NUL; it is valid until the next call. False at the end of the file.
     bool Next(std::string_view& line);
-    // Whether it was an error that ended the reading.
+    // Whether an error ended the reading.
     bool Failed() const { return ferror(file_.get()) != 0; }
     int Descriptor() const { return fileno(file_.get()); }
 
@@ -45,7 +45,7 @@ struct ConfigLine {
     std::string_view value;  // without its line end and the blanks around it
 };
 
-// Takes a line apart. False for comments and for lines that set nothing.
+// Splits a line. False for comments and for lines that set nothing.
 bool SplitConfigLine(std::string_view line, ConfigLine& parts);
 
 }  // namespace zot

@@ -1,4 +1,4 @@
-// Writing the settings back into the configuration file.
+// Writes the settings back into the configuration file.
 #pragma once
 
 #include <functional>
@@ -13,9 +13,9 @@ namespace zot {
 bool SaveConfig(AgentSettings& settings, VyString& errorText);
 
 // Changes the published settings and saves them in one step, under the configuration mutex; the
-// change counts also when the save fails. Refused, with nothing changed, as long as the last load
-// has failed (what is in force then must not take the place of a good file), and with a password of
-// which the file could not hold all.
+// change takes effect even if the save fails. Refused, with nothing changed, after a load that
+// failed (what is in force then must not replace a good file), and for a password that the file
+// could not hold completely.
 bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
                       VyString& errorText);
 

@@ -21,7 +21,7 @@ bool HasRoom(int descriptor, int timeoutMs) {
 void Console::Write(std::string_view line) {
     if (descriptor_.load() < 0) Open();
     const int descriptor = descriptor_.load();
-    // A pipe has room for a line of this length when it has room at all.
+    // When a pipe has any room, it has room for a line of this length.
     stalled_ = !HasRoom(descriptor, stalled_ ? 0 : kPatienceMs);
     if (stalled_) return;
     [[maybe_unused]] ssize_t written = write(descriptor, line.data(), line.size());

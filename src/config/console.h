@@ -1,4 +1,4 @@
-// The terminal or pipe that an interactive agent echoes its log on.
+// The terminal or pipe to which an interactive agent echoes its log.
 #pragma once
 
 #include <atomic>
@@ -11,7 +11,7 @@ namespace zot {
 class Console {
   public:
     // One thread at a time: writes one line of at most 512 bytes to standard output. A reader that
-    // has stopped is waited for once, a second long; then lines are dropped until there is room for
+    // has stopped is waited for once, for a second; then lines are dropped until there is room for
     // one again.
     void Write(std::string_view line);
 
@@ -21,8 +21,8 @@ class Console {
   private:
     void Open();
 
-    // Standard output, or the same terminal opened anew: non-blocking writes must not become the
-    // habit of the shell that shares standard output.
+    // Standard output, or the same terminal opened again: non-blocking writes must not become a
+    // property of the shell's standard output.
     std::atomic<int> descriptor_{-1};
     UniqueFd ownTerminal_;
     bool stalled_ = false;

@@ -33,8 +33,8 @@ bool ParseAddress(std::string_view text, uint32_t& address, VyString& errorText)
 }  // namespace
 
 bool ConnectionPermitted(const AgentSettings& settings, std::string_view addressText) {
-    // Text is searched, not entries: "10.0.0.15" also admits 10.0.0.1, and existing lists count
-    // on that.
+    // This searches text, not entries: "10.0.0.15" also admits 10.0.0.1, and existing lists rely on
+    // that.
     return !settings.filterActive || settings.activeFilter.Pos(addressText) != 0;
 }
 
@@ -51,7 +51,7 @@ bool IpInList(uint32_t address, std::string_view list, VyString& errorText) {
         uint32_t first = 0;
         uint32_t last = 0;
         ParseIpItem(rest, first, last, errorText);
-        if (first == 0) break;  // also 0.0.0.0: the items after it are out of reach
+        if (first == 0) break;  // also for 0.0.0.0: the items after it are never reached
         if (last == 0) last = first;
         found = std::min(first, last) <= wanted && wanted <= std::max(first, last);
     }

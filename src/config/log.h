@@ -1,6 +1,6 @@
-// The agent's one logging entry point: console, log of accepted connections, log of failures and
-// verbose log. Lines reach a file whole, in one write each or in one write for a batch of them, so
-// no reader ever sees half a line.
+// The agent's one entry point for logging: console, log of accepted connections, log of failures
+// and verbose log. Lines reach a file whole, one or a batch of them in one write, so no reader ever
+// sees half a line.
 #pragma once
 
 #include <array>
@@ -35,14 +35,14 @@ class Log {
 
     // Writes one line of the kind; `clientAddress` is an IPv4 address in network byte order, or 0
     // for the agent itself. The message brings its own line end; message and line are cut to 511
-    // bytes. Never fails its caller and leaves errno alone. On a thread that has a LogBatch the
+    // bytes. Never fails its caller and leaves errno unchanged. On a thread that has a LogBatch the
     // line waits there.
     void WriteLog(LogKind kind, uint32_t clientAddress, const char* format, ...)
         __attribute__((format(printf, 4, 5)));
     // The same with a message taken literally.
     void WriteLogText(LogKind kind, uint32_t clientAddress, std::string_view message);
 
-    // Writes what waits in the calling thread's batch. Leaves errno alone.
+    // Writes what waits in the calling thread's batch. Leaves errno unchanged.
     void Flush() noexcept;
 
     // Writes a line of the agent itself from a signal handler, after what waits in the batch of the
@@ -59,16 +59,15 @@ class Log {
 
     SettingsStore& settings_;
     std::mutex logMutex_;             // the console and the files: all show the same order
-    std::array<size_t, 3> toldOf_{};  // by log, under logMutex_: the broken file, hashed, or 0
+    std::array<size_t, 3> toldOf_{};  // by log, under logMutex_: a hash of the broken file, or 0
     Console console_;
-    // Seconds east of UTC when the last line was written: a signal handler may not ask.
+    // Seconds east of UTC when the last line was written: a signal handler cannot ask.
     std::atomic<int32_t> utcOffset_{0};
 };
 
-// From its making to its end, the lines of the calling thread wait here until they are flushed, so
-// that all lines of a request cost one write. Whoever flushes too late lets others see the lines
-// too late: before waiting, before long work, and before a connection goes to another thread or
-// closes.
+// While it lives, the lines of the calling thread wait here until they are flushed, so that all
+// lines of a request cost one write. A late flush shows others the lines late, so flush before
+// waiting, before long work, and before a connection goes to another thread or closes.
 class LogBatch {
   public:
     explicit LogBatch(Log& log) noexcept;
@@ -86,7 +85,7 @@ class LogBatch {
         LogKind kind;
     };
 
-    // Left as it is until it is written to: most batches need little of it.
+    // Left uninitialised until it is written to: most batches need little of it.
     struct Room {
         char stamp[48];  // "[date time]\t "
         char text[8192];
@@ -102,7 +101,7 @@ class LogBatch {
     void Write() noexcept;
     void WriteFromSignal() noexcept;
     std::string_view ConsoleLine(const Line& line) noexcept;
-    // By log: kNotTried, or what AppendToLog has returned.
+    // By log: kNotTried, or what AppendToLog returned.
     static constexpr int kNotTried = -1;
     using Errors = std::array<int, 3>;
     Errors WriteFiles(const AgentSettings& settings) const noexcept;
@@ -110,8 +109,8 @@ class LogBatch {
 
     Log& log_;
     bool lone_ = false;
-    SettingsSnapshot settings_;  // all lines were made under these
-    time_t second_ = -1;         // the stamp's
+    SettingsSnapshot settings_;  // under which all lines were made
+    time_t second_ = -1;         // of the stamp
     size_t stampSize_ = 0;
     size_t timeAt_ = 0;  // where the time begins in the stamp
     uint32_t address_ = 0;

@@ -14,8 +14,8 @@
 namespace zot {
 namespace {
 
-// The file that a path names: one without a directory stands beside the configuration file. The
-// directory of that brings its "/" along, so the path holds two in a row. False if it is too long.
+// The file that a path names: without a directory, one beside the configuration file. That file's
+// directory keeps its "/", so the path holds two in a row. False if it is too long.
 bool ResolveLogPath(const AgentSettings& settings, std::string_view path, char (&full)[PATH_MAX]) {
     std::string_view directory;
     if (path.find('/') == std::string_view::npos) {
@@ -29,7 +29,8 @@ bool ResolveLogPath(const AgentSettings& settings, std::string_view path, char (
     return true;
 }
 
-// A pipe that is nearly full takes a part of what is too long to be written whole; a line is not.
+// A nearly full pipe takes a part of a text too long to be written whole, but never a part of a
+// line.
 bool WriteLines(int fd, std::string_view lines) noexcept {
     while (!lines.empty()) {
         std::string_view line = lines.substr(0, lines.find('\n') + 1);
@@ -67,7 +68,7 @@ int AppendToLog(const AgentSettings& settings, std::string_view path,
     char full[PATH_MAX];
     if (!ResolveLogPath(settings, path, full)) return ENAMETOOLONG;
     const int before = errno;
-    // Neither a named pipe without a reader nor a terminal that is held up may stop the agent.
+    // Neither a named pipe without a reader nor a terminal that was stopped may stop the agent.
     UniqueFd fd(
         open(full, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0640));
     int error = fd ? Write(fd.Get(), parts) : errno;

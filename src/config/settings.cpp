@@ -27,7 +27,7 @@ std::optional<bool> SettingsStore::TryChange(const std::function<bool(AgentSetti
 bool SettingsStore::ChangeLocked(const std::function<bool(AgentSettings&)>& change) {
     auto fresh = std::make_shared<AgentSettings>(*Snapshot());
     bool result = change(*fresh);
-    fresh->password.Terminate();  // nothing of a longer one before it stays behind its end
+    fresh->password.Terminate();  // nothing of a longer, older one stays after its end
     Publish(std::move(fresh));
     return result;
 }
@@ -41,7 +41,7 @@ void SettingsStore::Publish(std::shared_ptr<AgentSettings> changed) {
         std::swap(current_, fresh);
     }
     // The crash handler first raises its flag and then reads `latest_`; here it is the other way
-    // round. So either it sees the new record, or the old one is kept for it.
+    // round. So it either sees the new record, or the old one is kept for it.
     if (crashing_.load()) keptForCrash_.push_back(std::move(fresh));
 }
 

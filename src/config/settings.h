@@ -1,7 +1,7 @@
-// AgentSettings: everything the agent is configured with, and the store that publishes it.
+// AgentSettings: everything that is configured about the agent, and the store that publishes it.
 //
-// The record is filled from the configuration file and changed by SetSettings. Readers never see
-// it change: each takes a snapshot, which stays whole and unchanged for as long as it is held.
+// The record is filled from the configuration file and changed by SetSettings. Readers never see it
+// change: each takes a snapshot, which stays unchanged for as long as it is held.
 #pragma once
 
 #include <atomic>
@@ -22,7 +22,7 @@ struct AgentSettings {
     AgentSettings& operator=(const AgentSettings&) = default;
     ~AgentSettings() { password.Wipe(); }
 
-    // Which publication of the settings this is; no two have the same.
+    // Counts the publications of the settings; never repeated.
     uint64_t revision = 0;
 
     // Set by the command line before the file is read; no load touches them.
@@ -31,7 +31,7 @@ struct AgentSettings {
     bool debug = false;        // traces packets too
     char configPath[512] = "";
 
-    VyString loadError;  // why the last load has failed; empty after one that did not
+    VyString loadError;  // why the last load failed; empty if it did not
 
     VyString tmpDir;
     VyString agentPath;
@@ -54,7 +54,7 @@ struct AgentSettings {
     VyString filterList;  // entries separated by CR LF
     bool allowUpdates = false;
     VyString updateAddr;
-    VyString filterMarks;  // one character an entry, '1' makes it active
+    VyString filterMarks;  // one character for each entry; '1' makes it active
     bool allowManage = false;
     VyString manageAddr;
     VyString activeFilter;  // derived: CR LF, then every active entry and CR LF
@@ -88,7 +88,7 @@ struct AgentSettings {
 
 using SettingsSnapshot = std::shared_ptr<const AgentSettings>;
 
-// The one place that holds the current settings. Changes are made on a copy and published whole.
+// The one place that holds the current settings. A change works on a copy and publishes it whole.
 class SettingsStore {
   public:
     SettingsStore();
@@ -100,15 +100,14 @@ class SettingsStore {
     SettingsSnapshot Snapshot() const;
 
     // Runs `change` on a copy under the configuration mutex, publishes the copy whatever `change`
-    // returns, and returns that. Changes run one after the other, so none loses another's work.
+    // returns, and returns that. Changes run one after another, so none loses another's work.
     bool Change(const std::function<bool(AgentSettings&)>& change);
-    // Change for the main thread, which must not wait for a session's work: nothing, and nothing
-    // done, while another change goes on.
+    // Change for the main thread, which must not wait for a session's work: returns nothing, and
+    // does nothing, while another change is running.
     std::optional<bool> TryChange(const std::function<bool(AgentSettings&)>& change);
 
-    // The settings for a crash handler, which may take no lock: valid for as long as the store
-    // lives, since nothing is freed any more once this was called.
-    // Async-signal-safe.
+    // The settings for a crash handler, which must not take a lock: valid as long as the store
+    // lives, because nothing is freed any more after this call. Async-signal-safe.
     const AgentSettings& ForCrashHandler() noexcept;
 
   private:

@@ -30,11 +30,11 @@ bool Fail(VyString& errorText, std::string_view operand, std::string_view messag
 
 bool FailEvaluation(VyString& errorText) { return Fail(errorText, kConditionEvalError, {}); }
 
-// A number that does not fit 64 bits fails, since a wrong one would raise or hide an alert. An
+// A number that does not fit 64 bits fails, because a wrong one would raise or hide an alert. An
 // index that does not fit counts as the largest one, where no text has a word.
 bool RoundToInteger(double value, int64_t& rounded) {
     value = std::round(value);
-    if (!(value >= -kTwoTo63 && value < kTwoTo63)) return false;  // also what is not a number
+    if (!(value >= -kTwoTo63 && value < kTwoTo63)) return false;  // or not a number at all
     rounded = static_cast<int64_t>(value);
     return true;
 }
@@ -49,9 +49,9 @@ bool ApplyNot(Code, ConditionValue& value, const ConditionValue&, VyString&) {
     return true;
 }
 
-// The operands of logic and comparisons. Each one that is tested for a number loses its quotes by
-// that. The right one is tested only after a number, so that 'x' and '0' is true: its first
-// character is the quote.
+// The operands of logic and comparisons. Testing one for a number takes away its quotes. The right
+// one is tested only if the left is a number, so 'x' and '0' is true: its first character is the
+// quote.
 struct TestedOperands {
     TestedOperands(const ConditionValue& leftValue, const ConditionValue& rightValue)
         : left(leftValue.Number()), leftText(Unquote(leftValue.Text())) {
@@ -66,7 +66,7 @@ struct TestedOperands {
     std::string_view rightText;
 };
 
-// Whether a text is true by its first character. An empty one has none that could be "0".
+// Whether a text is true, judged by its first character. An empty one has none that could be "0".
 bool FirstIsTrue(std::string_view text) { return !text.starts_with('0'); }
 
 template <typename T>
@@ -89,7 +89,7 @@ bool ApplyLogic(Code code, ConditionValue& left, const ConditionValue& right, Vy
         return FailEvaluation(errorText);
     }
     int64_t result = Combine(code, leftBits, rightBits);
-    // The mark of a binary number is its last letter, which '10 KB' has as well.
+    // A binary number is marked by its last letter, but '10 KB' ends with that letter too.
     if (leftText.ends_with('B') || rightText.ends_with('B')) {
         left.SetBinary(result);
     } else {
@@ -133,7 +133,7 @@ bool ApplyArithmetic(Code code, ConditionValue& left, const ConditionValue& righ
     return true;
 }
 
-// The right text keeps its quotes: 'error 404' in '404' is false, and conditions rely on it.
+// The right text keeps its quotes: 'error 404' in '404' is false, and conditions rely on that.
 bool ApplyIn(Code, ConditionValue& left, const ConditionValue& right, VyString&) {
     left.SetFlag(FindText(Unquote(left.Text()), right.Text(), true, false) > 0);
     return true;
@@ -141,7 +141,7 @@ bool ApplyIn(Code, ConditionValue& left, const ConditionValue& right, VyString&)
 
 bool ApplyWord(Code code, ConditionValue& left, const ConditionValue& right, VyString& errorText) {
     ConditionNumber number = right.Number();
-    // Without the "a" of the other message: the server shows and matches it so.
+    // Without the "a" of the other message: servers show and match it like this.
     if (!number) return Fail(errorText, right.Text(), " is not number");
     int64_t index = TruncateToIndex(*number);
     std::string_view text = Unquote(left.Text());
@@ -214,8 +214,8 @@ bool ApplyComparison(Code code, ConditionValue& left, const ConditionValue& righ
     if (operands.AreNumbers()) {
         left.SetFlag(CompareNumbers(code, *operands.left, *operands.right));
     } else {
-        // Texts lose a second pair of quotes here, so that "'a'" == 'a' is true although
-        // 'a' == "'a'" is not.
+        // Texts lose a second pair of quotes here, so "'a'" == 'a' is true although 'a' == "'a'" is
+        // not.
         left.SetFlag(CompareTexts(code, Unquote(operands.leftText), Unquote(operands.rightText)));
     }
     return true;

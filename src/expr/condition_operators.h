@@ -1,5 +1,5 @@
-// The operators of the condition language: from texts to a text. Every value is a text; numbers
-// are read from texts and written back by each operator.
+// The operators of the condition language: they turn texts into a text. Every value is a text; each
+// operator reads numbers from texts and writes them back.
 #pragma once
 
 #include <array>
@@ -11,13 +11,13 @@
 
 namespace zot {
 
-// The number that a text is; empty when it is not one.
+// The number that a text spells; empty when it is not one.
 using ConditionNumber = std::optional<double>;
 
 ConditionNumber ReadConditionNumber(std::string_view text) noexcept;
 
-// A place on the evaluation stack. What an operator must build is kept in the place itself, which
-// therefore stays where it is in memory while its text is in use.
+// A place on the evaluation stack. Whatever an operator must build is kept in the place itself,
+// which therefore does not move in memory while its text is in use.
 class ConditionValue {
   public:
     std::string_view Text() const noexcept { return text_; }
@@ -25,8 +25,8 @@ class ConditionValue {
     ConditionNumber Number() const noexcept {
         return number_ != nullptr ? *number_ : ReadConditionNumber(text_);
     }
-    // The value becomes a text that lives elsewhere (or is part of the value itself). `number` is
-    // what ReadConditionNumber gives for it, where that is known, and lives as long as the text.
+    // Makes the value a text that lives elsewhere (or is part of the value itself). `number` is the
+    // result of ReadConditionNumber for it, where that is known, and lives as long as the text.
     void Set(std::string_view text, const ConditionNumber* number = nullptr) noexcept {
         text_ = text;
         number_ = number;
@@ -35,9 +35,9 @@ class ConditionValue {
     void SetInteger(int64_t number) noexcept;
     // Binary digits and a "B". A negative number shows all 64 digits of its two's complement.
     void SetBinary(int64_t number);
-    // A copy with one character replaced by another.
+    // Sets a copy with one character replaced by another.
     void SetReplaced(std::string_view text, char from, char to);
-    // A copy with every two double quotes replaced by one.
+    // Sets a copy with every two double quotes replaced by one.
     void SetUndoubled(std::string_view text);
 
   private:
@@ -78,15 +78,15 @@ struct ConditionOperator {
     std::string_view spelling;
     Code code;
     // Puts the result in the place of the left value; false, with the error text set, on failure.
-    // "not" has the value that it changes on both sides.
+    // "not" gets the value that it changes on both sides.
     bool (*apply)(Code code, ConditionValue& left, const ConditionValue& right,
                   VyString& errorText);
 
     bool IsUnary() const noexcept { return code == Code::kNot; }
 };
 
-// The message of all failures that have none of their own: operands that are missing, divisions
-// by zero, results that no 64-bit integer holds, exhausted memory.
+// The message of all failures without one of their own: missing operands, divisions by zero,
+// results that no 64-bit integer holds, exhausted memory.
 inline constexpr std::string_view kConditionEvalError = "ConditionEval error";
 
 // The operator that a postfix token spells exactly, or null when the token is an operand.

@@ -29,7 +29,7 @@ constexpr std::array<uint8_t, 256> MakeRanks() {
 
 constexpr std::array<uint8_t, 256> kFrequencyRank = MakeRanks();
 
-// A pattern that stands elsewhere.
+// A pattern that lives elsewhere.
 struct Needle {
     std::string_view bytes;
     bool caseSensitive;
@@ -46,7 +46,7 @@ PatternByte ByteAt(std::string_view pattern, size_t offset, bool caseSensitive) 
             static_cast<uint8_t>(pattern[offset])};
 }
 
-// Chooses the two rarest bytes, at different places where the pattern has two.
+// Chooses the two rarest bytes, at different places if the pattern has two.
 std::pair<PatternByte, PatternByte> RareBytes(std::string_view pattern, bool caseSensitive) {
     if (pattern.empty()) return {};
     auto rank = [&](size_t at) { return kFrequencyRank[static_cast<uint8_t>(pattern[at])]; };
@@ -72,7 +72,7 @@ Block LoadBlock(const char* at) {
     return block;
 }
 
-// 0xFF in each of the 16 places whose byte is the one wanted, 0 in the others.
+// 0xFF in each of the 16 places with the wanted byte, 0 in the others.
 struct ByteMatcher {
     explicit ByteMatcher(const PatternByte& byte)
         : caseBits(Block{} + byte.caseBit), values(Block{} + byte.value) {}
@@ -123,7 +123,7 @@ class Search {
     }
 
   private:
-    // Fewer than 16 positions are left: one block overlaps those searched before, if there are any.
+    // Fewer than 16 positions are left: one block overlaps those searched before, if any.
     size_t RunTail(size_t at) {
         if (at < end_ && end_ - begin_ >= kBlock) {
             size_t overlapping = end_ - kBlock;
@@ -178,7 +178,8 @@ class Search {
             return true;
         }
         compared_ += same;
-        // Comparing far more than there is text: the pattern repeats itself, and so does the text.
+        // When it has compared far more bytes than there are, the pattern repeats itself, and so
+        // does the text.
         if (compared_ < 1024 + 4 * (at - begin_ + needle_.bytes.size())) return false;
         result_ = FindWithPrefixTable(at + 1);
         return true;

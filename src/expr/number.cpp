@@ -17,7 +17,7 @@ struct Unit {
     double multiplier;
 };
 
-// Bytes count by 1024 and bits are eighths of them; "%", time and the rest only say what is meant.
+// Bytes count by 1024 and bits are eighths of them; "%", time and the rest are only labels.
 constexpr Unit kUnits[] = {
     {"", 0},
     {"%", 1},
@@ -63,8 +63,8 @@ constexpr size_t kMaxMantissaDigits = 19;
 // counts.
 constexpr size_t kSignificantDigits = 768;
 
-// Digits with at most one ".", of any length. They are handed on as an integer with an exponent:
-// bounded whatever the length, and without the decimal point that strtod takes from the locale.
+// Digits with at most one ".", of any length. strtod gets them as an integer with an exponent: of
+// bounded length, and without the decimal point that it takes from the locale.
 double LongDecimal(std::string_view number) {
     char buffer[kSignificantDigits + 32];
     size_t used = 0;
@@ -94,8 +94,8 @@ double LongDecimal(std::string_view number) {
     return std::strtod(buffer, nullptr);
 }
 
-// An optional sign, then digits with at most one ".": at least one character in all after the
-// sign, so that a sign and a "." alone make 0.
+// An optional sign, then digits with at most one ".": at least one character after the sign, so
+// that a sign and a "." alone make 0.
 bool ParseDecimal(std::string_view word, double& value) {
     bool negative = word.starts_with('-');
     if (negative || word.starts_with('+')) word.remove_prefix(1);
@@ -114,7 +114,7 @@ bool ParseDecimal(std::string_view word, double& value) {
             return false;
         }
     }
-    // Both numbers are exact, so that their one division rounds as the text itself would.
+    // Both numbers are exact, so their one division rounds as the text itself would.
     bool exact =
         digits <= kMaxMantissaDigits && mantissa <= kMaxExact && fraction < kPowersOfTen.size();
     value = exact ? static_cast<double>(mantissa) / kPowersOfTen[fraction] : LongDecimal(word);
@@ -146,7 +146,7 @@ std::string_view FirstWord(std::string_view text) {
             static_cast<size_t>(std::find_if(text.begin(), text.end(), IsBlank) - text.begin())};
 }
 
-// By what a number with this unit is multiplied: 0 without a unit, -1 when the unit is unknown.
+// What to multiply a number with this unit by: 0 without a unit, -1 when the unit is unknown.
 double MultiplierOf(std::string_view unitText) {
     for (const Unit& unit : kUnits) {
         if (std::equal(unit.text.begin(), unit.text.end(), unitText.begin(), unitText.end(),
@@ -163,7 +163,7 @@ bool ParseNumber(std::string_view text, double& value) noexcept {
     text = Unquote(text);
     if (text.empty() || (text[0] != '+' && text[0] != '-' && !IsDigit(text[0]))) return false;
     std::string_view first = FirstWord(text);
-    // One word must be the whole text, without a blank after it.
+    // A single word must be the whole text, without a blank after it.
     if (first.size() == text.size()) return ParseBinary(text, value) || ParseDecimal(text, value);
     double number = 0;
     if (!ParseDecimal(first, number)) return false;

@@ -1,5 +1,5 @@
 // The operators of the two small languages, as constant data. One lexer and one parser serve both
-// languages; these tables are all in which they differ.
+// languages, which differ only in these tables.
 #pragma once
 
 #include <array>
@@ -17,7 +17,7 @@ struct OperatorEntry {
 
 using OperatorTable = std::span<const OperatorEntry>;
 
-// The first row that matches wins, so a longer spelling stands before its prefixes. Rows 17 to 19
+// The first row that matches wins, so a longer spelling comes before its prefixes. Rows 17 to 19
 // repeat earlier ones and are never selected; they stay, so that every row keeps its number.
 inline constexpr std::array<OperatorEntry, 27> ConditionOperatorTable{{
     {"(", 65535, 0},
@@ -51,8 +51,8 @@ inline constexpr std::array<OperatorEntry, 27> ConditionOperatorTable{{
 
 inline constexpr OperatorTable SearchOperatorTable = OperatorTable(ConditionOperatorTable).first(5);
 
-// The 0-based row whose keyword stands in `text` at the 1-based `position`, compared exactly and
-// without regard to what follows; -1 if none.
+// The 0-based row whose keyword is in `text` at the 1-based `position`, compared exactly and
+// without regard to what follows; -1 if there is none.
 int32_t FindOperatorAt(OperatorTable table, std::string_view text, int64_t position) noexcept;
 
 // The row that `token` names in any case of ASCII letters, or null.

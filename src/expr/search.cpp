@@ -35,8 +35,8 @@ SearchProgram::Operation SearchProgram::OperationOf(std::string_view token) {
     return Operation::kFind;
 }
 
-// How many values the stack holds does not depend on the line, so that what an evaluation would
-// find missing or left over is found here, once.
+// How many values the stack holds does not depend on the line, so missing or left-over values are
+// found here, once.
 void SearchProgram::Compile(const VyStringList& postfix) {
     std::vector<Step> steps;
     std::vector<size_t> starts;  // of each value on the stack, the step that begins it
@@ -75,7 +75,7 @@ bool SearchProgram::Matches(std::string_view line) {
         } else if (step.operation == Operation::kNot) {
             stack_[depth - 1] ^= 1;
         } else {
-            // The left value was not decisive, so that the right one is the result.
+            // The left value did not decide, so the right one is the result.
             --depth;
             stack_[depth - 1] = stack_[depth];
         }

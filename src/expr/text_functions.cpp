@@ -22,7 +22,7 @@ size_t ClosingQuote(std::string_view text, size_t start, bool& doubledQuotes) {
 bool IsNumberPart(char c, char point) { return IsDigit(c) || c == '-' || c == point; }
 
 // In a run of "-" every second one counts as a gap, beginning with the first one when the run
-// follows a digit or a point. Tells whether the text ends with one that does not.
+// follows a digit or a point. Whether the text ends with one that does not count as a gap.
 bool EndsWithMinus(std::string_view text, char point) {
     size_t before = text.find_last_not_of('-');
     bool atStart = before == std::string_view::npos;
@@ -81,7 +81,7 @@ std::string_view DelimitedField(std::string_view text, int64_t n, char separator
 }
 
 std::string_view NthNumber(std::string_view text, int64_t n, char point) noexcept {
-    // A last "-" that starts a number eats the text before it, one character after the other.
+    // A last "-" that starts a number consumes the text before it, one character after another.
     if (n < 1 || EndsWithMinus(text, point)) return {};
     bool inNumber = false;
     size_t start = 0;

@@ -1,5 +1,5 @@
-// What the word, field and number operators of the condition language take out of a text. All of
-// them return views of their text, so that a log line is never copied.
+// What the word, field and number operators of the condition language take out of a text. All
+// return views of their text, so a log line is never copied.
 #pragma once
 
 #include <cstdint>
@@ -16,15 +16,15 @@ std::string_view NthWord(std::string_view text, int64_t n) noexcept;
 std::string_view NthWordFromEnd(std::string_view text, int64_t n) noexcept;
 
 // The n-th field (from 1) between separators; empty if there is none. A field that begins with a
-// double quote runs to its closing quote and comes without both; what stands between the closing
+// double quote goes on to its closing quote and comes without both; anything between the closing
 // quote and the next separator is dropped, and a missing closing quote takes the rest of the text.
-// Two double quotes inside stand for one (as in RFC 4180): they come as they are, and
-// `doubledQuotes` tells that the field holds some.
+// Two double quotes inside mean one (as in RFC 4180): they are returned unchanged, and
+// `doubledQuotes` says that the field holds some.
 std::string_view DelimitedField(std::string_view text, int64_t n, char separator,
                                 bool& doubledQuotes) noexcept;
 
-// The n-th number (from 1) of the text; empty if there is none. A number is made of digits, a "-"
-// in front and the character `point` ('-' for none). A text whose last character still is a "-"
+// The n-th number (from 1) of the text; empty if there is none. A number consists of digits, a "-"
+// in front and the character `point` ('-' for none). A text whose last character is still a "-"
 // where a number could begin holds no number at all.
 std::string_view NthNumber(std::string_view text, int64_t n, char point) noexcept;
 

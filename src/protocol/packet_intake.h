@@ -1,8 +1,8 @@
-// The bytes of one connection until they are a whole packet, received in as many parts as the peer
-// likes.
+// Collects the bytes of one connection until they are a whole packet, received in any number of
+// parts.
 //
-// Nobody has proved anything before the password digest has come in: until then 24 bytes are kept,
-// and of a peer whose digest is wrong nothing but a count and the lengths that the trace log tells.
+// A peer has proved nothing before its password digest has arrived: until then 24 bytes are kept,
+// and of a peer whose digest is wrong nothing but a count and the lengths for the trace log.
 #pragma once
 
 #include <array>
@@ -19,25 +19,25 @@ namespace zot {
 
 class PacketIntake {
   public:
-    // Takes the bytes of one receive and judges by the announced length what stands now.
+    // Takes the bytes of one receive, and judges what has arrived so far by the announced length.
     PacketState Take(std::string_view bytes, const PasswordKey& password);
 
-    // Whether nothing has come in yet.
+    // Whether nothing has arrived yet.
     bool Empty() const { return lengths_.received == 0; }
-    // Whether the peer has not shown the right digest, up to now or for good.
+    // Whether the peer has not shown the right digest, yet or ever.
     bool IsStranger() const { return state_ != State::kKnown; }
     // Bytes of memory that this holds besides itself.
     size_t Held() const { return packet_.Capacity(); }
 
-    // Opens what is complete: as DecodeRequest does.
+    // Opens a complete packet as DecodeRequest does.
     bool Open(const PasswordKey& password, uint32_t peerAddress, Log& log, RequestPacket& request);
-    // Overwrites what is held.
+    // Overwrites the held bytes.
     void Wipe() noexcept;
 
   private:
     static constexpr size_t kHeadSize = packet_layout::kDigestAt + 16;
     enum class State : uint8_t {
-        kUnknown,    // what has come in is in head_
+        kUnknown,    // the bytes so far are in head_
         kKnown,      // ... in packet_
         kForgotten,  // ... nowhere
     };

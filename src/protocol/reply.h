@@ -1,4 +1,4 @@
-// Building a reply: a three-digit status code on the first line, then one line per value.
+// Builds a reply: a three-digit status code on the first line, then one line per value.
 #pragma once
 
 #include <cstdint>
@@ -13,14 +13,14 @@ enum class Escaping { kNone, kLineBreaks };
 
 class Reply {
   public:
-    // Discards what was there and begins with the code ("200", "301", ...); an empty code gives
-    // an empty text.
+    // Discards what was there and begins with the code ("200", "301", ...); an empty code gives an
+    // empty text.
     void Start(std::string_view code);
-    // The usual refusal or failure: the code and one line that tells why.
+    // The usual refusal or failure: the code, and one line that gives the reason.
     void Start(std::string_view code, std::string_view line);
 
-    // Each append first makes sure that the text ends with a line feed, then adds its value and
-    // one line feed.
+    // Each append first makes sure that the text ends with a line feed, then adds its value and one
+    // line feed.
     void AppendLine(std::string_view text, Escaping escaping = Escaping::kNone);
     void AppendFlag(bool flag) { AppendLine(flag ? "1" : "0"); }
     void AppendInt(int32_t value);
@@ -29,10 +29,10 @@ class Reply {
     // DDMMYYYYhhmmss of a broken-down time (month from 0, years since 1900).
     void AppendDate(const std::tm& time);
     void AppendLocalTime(time_t time);
-    // A line formatted printf-style: dropped whole when longer than 2048 characters, and cut to
-    // 2047 when exactly 2048 long, as the buffer it is formatted in always did.
+    // A line formatted printf-style. It is dropped when longer than 2048 characters, and cut to
+    // 2047 when exactly 2048 long, as with the buffer in which it was once formatted.
     void AppendFormatted(const char* format, ...) __attribute__((format(printf, 2, 3)));
-    // Text that brings its own line ends, added as it is.
+    // Text that brings its own line ends, added unchanged.
     void AppendRaw(std::string_view text);
 
     // Makes sure that the text ends with a line feed and adds the carriage return that ends it.
@@ -43,7 +43,7 @@ class Reply {
     VyString& Text() { return text_; }
     const VyString& Text() const { return text_; }
 
-    // Sets memory aside, so that so many bytes can be appended without moving the text.
+    // Reserves memory for this many more bytes, so that the text does not move.
     void MakeRoom(size_t extra);
 
   private:

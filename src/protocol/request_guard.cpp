@@ -41,7 +41,7 @@ bool RequestGuard::Admits(const RequestPacket& request, const AgentSettings& set
     return false;
 }
 
-// Key and text as they were opened, since these tell the same requests apart as their ciphertexts.
+// Of key and text in clear, which show that requests are the same where their ciphertexts do not.
 RequestGuard::Digest RequestGuard::DigestOf(const RequestPacket& request) {
     uint8_t keyLength[4];
     StoreLe32(keyLength, static_cast<uint32_t>(request.sessionKey.Length()));

@@ -1,8 +1,8 @@
-// What a request must have besides the right password, where the settings ask for more: a key that
-// nobody guesses, and that it was not seen a moment ago.
+// What a request needs besides the right password, where the settings ask for more: a key that
+// nobody can guess, and that the request was not seen a moment ago.
 //
-// The password's digest and an empty key can be copied from any packet on the wire, so that whoever
-// listens could ask what he likes; with keys of some length he can only repeat what he heard.
+// Anybody who listens can copy the password's digest and an empty key from any packet, and so ask
+// anything. If keys must have some length, a listener can only repeat what was heard.
 #pragma once
 
 #include <array>
@@ -21,11 +21,11 @@ namespace zot {
 
 class RequestGuard {
   public:
-    // The most requests that are remembered; while so many are, further ones are refused.
+    // The most requests that are remembered; when there are that many, further ones are refused.
     static constexpr size_t kMostRemembered = size_t{1} << 17;
 
-    // Whether the opened request may be answered, at `now` seconds of MonotonicSeconds(); remembers
-    // it then. The failure log tells why not.
+    // Whether the opened request may be answered, at `now` seconds of MonotonicSeconds(); if so,
+    // remembers it. The failure log gives the reason if not.
     bool Admits(const RequestPacket& request, const AgentSettings& settings, uint32_t peerAddress,
                 Log& log, int64_t now);
 
@@ -43,9 +43,9 @@ class RequestGuard {
     static Digest DigestOf(const RequestPacket& request);
     Memory Remember(const Digest& digest, int64_t now, int64_t seconds);
 
-    std::mutex seenMutex_;  // what follows
+    std::mutex seenMutex_;  // guards what follows
     std::unordered_set<Digest, Start> digests_;
-    std::deque<Seen> seen_;  // in the order of their coming
+    std::deque<Seen> seen_;  // in the order of their arrival
 };
 
 }  // namespace zot

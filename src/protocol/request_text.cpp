@@ -9,13 +9,13 @@
 namespace zot {
 namespace {
 
-// Bytes from 0x80 up count as blank here: the comparison is one of signed bytes, and servers
-// have been written against it.
+// Bytes from 0x80 up count as blank here: the comparison is one of signed bytes, and servers have
+// been written against it.
 bool IsLeadingBlank(char c) { return static_cast<signed char>(c) < 33; }
 
 std::string_view UpToLineFeed(std::string_view text) { return text.substr(0, text.find('\n')); }
 
-// What is left of the text from line n on; false when there is no such line.
+// Moves the text to the beginning of line n; false when there is no such line.
 bool SkipToLine(std::string_view& text, int32_t n) {
     if (n < 1) return false;
     for (; n > 1; --n) {
@@ -48,7 +48,7 @@ bool NextLine(std::string_view& text, std::string_view& line) {
     line = GetLine(text, 1);
     if (line.empty()) return false;
     text.remove_prefix(static_cast<size_t>(line.data() - text.data()));
-    // The last line needs no end when a blank one leads to it.
+    // The last line needs no end if blanks lead to it.
     text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
     return true;
 }

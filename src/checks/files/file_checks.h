@@ -10,8 +10,8 @@
 
 namespace zot {
 
-// "TEST-UNC": 1 path. Total, free and available bytes of its file system, and the milliseconds
-// that the question took.
+// "TEST-UNC": 1 path. Replies with the total, free and available bytes of its file system, and the
+// milliseconds that the question took.
 void TestUnc(std::string_view params, const AgentSettings& settings, Reply& reply);
 
 // "TEST-FolderSize": 1 folder, or folder/mask; 2 include subfolders; 8 resolve file macros.
@@ -21,11 +21,12 @@ void TestFolderSize(std::string_view params, const AgentSettings& settings, Repl
 // 11 resolve file macros.
 void TestCountFiles(std::string_view params, const AgentSettings& settings, Reply& reply);
 
-// "TEST-FileExists": 1 path, its name may be a mask; 7 resolve file macros. Size, times, the path
-// found and the age in minutes.
+// "TEST-FileExists": 1 path, whose name may be a mask; 7 resolve file macros. Replies with size,
+// times, the path found and the age in minutes.
 void TestFileExists(std::string_view params, const AgentSettings& settings, Reply& reply);
 
-// "TEST-FileCompare": 1 mode; 2 first file; 3 second file or text; flags by mode, see there.
+// "TEST-FileCompare": 1 mode; 2 first file; 3 second file or text; flags by mode, see
+// file_compare.cpp.
 void TestFileCompare(std::string_view params, const AgentSettings& settings, Reply& reply);
 
 // "TEST-FileHash": 1 file; 2 algorithm; 3 size limit.

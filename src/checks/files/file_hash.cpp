@@ -22,7 +22,7 @@ namespace zot {
 namespace {
 
 constexpr uint64_t kAnsweredBlock = 20480;
-// Large enough to make system calls rare, small enough to stay in a processor's second cache.
+// Large enough to make system calls rare, small enough to stay in a processor's second-level cache.
 constexpr size_t kBlock = size_t{128} * 1024;
 
 class Crc32Hash {

@@ -7,10 +7,10 @@
 
 namespace zot {
 
-// Replaces each macro, from left to right, by the name of the entry of that kind in the folder
-// that the text before it names (nothing before it: the current working directory). Macro names
-// are matched without regard to case; of equal times the first listed wins. Returns the text as it
-// was when a macro finds no candidate or a folder cannot be read to its end.
+// Replaces each macro, from left to right, by the name of that kind of entry in the folder that the
+// text before it names (nothing before it: the current working directory). The case of macro names
+// does not matter; of entries with equal times the first listed wins. Returns the text unchanged
+// when a macro finds no candidate or a folder cannot be read to its end.
 VyString ResolveFileMacros(std::string_view text);
 
 }  // namespace zot

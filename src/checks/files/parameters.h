@@ -1,4 +1,4 @@
-// What the file tests share in reading their parameter lines.
+// How the file tests read their parameter lines.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
-// Path operations on the text of a path, and the questions that one stat answers.
+// Operations on the text of a path, and questions that one stat answers.
 //
-// Paths are bytes; "/" separates, nothing else is special. Views returned point into the argument.
+// Paths are bytes; "/" separates, nothing else is special. Returned views point into the argument.
 #pragma once
 
 #include <sys/stat.h>
@@ -27,16 +27,16 @@ VyString WithSlash(std::string_view path);
 bool StatPath(std::string_view path, struct stat& status);
 bool LinkStatPath(std::string_view path, struct stat& status);
 
-// Whether the path leads to a folder, through symbolic links; true also when that cannot be found
-// out although the agent may look, so that the answer is left to whoever opens it.
+// Whether the path leads to a folder, even through symbolic links. Also true when that is unknown
+// although the agent may look; then opening it gives the answer.
 bool MayBeDirectory(std::string_view path);
-// The modification time of a status, as the 32-bit value that time comparisons work with.
+// The modification time of a status, as the 32-bit value that comparisons of times use.
 int32_t ShortModificationTime(const struct stat& status) noexcept;
 // Size in bytes of the file that the path leads to; -1 on failure.
 int64_t FileSize(std::string_view path);
 
-// Size and times of the entry itself: a link is not followed. False, with the values as they
-// were, for an empty path or a missing entry.
+// Size and times of the entry itself: a link is not followed. False, with the values unchanged, for
+// an empty path or a missing entry.
 bool FileInfo(std::string_view path, int64_t& size, time_t& changeTime, time_t& modificationTime);
 
 }  // namespace zot

@@ -1,9 +1,8 @@
-// The walk through a tree of folders that sums what its walker finds in each.
+// Walks through a tree of folders and sums what its walker finds in each.
 //
-// The levels a walk is in stand on the heap, so depth costs a descriptor each but no stack. A large
-// tree is walked by two threads, since nearly all its time is the system's, spent on one entry
-// after the other: each goes down its own branch, and folders for the other one wait in a short
-// queue.
+// The current levels of a walk are on the heap, so depth costs a descriptor per level but no stack.
+// Two threads walk a large tree, because the system spends nearly all the time on one entry after
+// another: each thread goes down its own branch, and a short queue holds folders for the other.
 #pragma once
 
 #include <pthread.h>
@@ -39,9 +38,9 @@ class TreeWalk {
     TreeWalk(const TreeWalk&) = delete;
     TreeWalk& operator=(const TreeWalk&) = delete;
 
-    // Walks the open folder and all that is entered from it; to be called once. Returns nothing
-    // when the sum could not be found out: short of descriptors or memory, or a folder that cannot
-    // be read although the agent may.
+    // Walks the open folder and everything entered from it; call once. Returns nothing when the sum
+    // could not be found out: short of descriptors or memory, or a folder that cannot be read
+    // although the agent may.
     std::optional<uint64_t> Run(Level top) {
         waiting_.reserve(kWaiting);
         waiting_.push_back(std::move(top));
@@ -52,9 +51,9 @@ class TreeWalk {
     }
 
   private:
-    // Entries after which a tree is large enough to be worth a thread.
+    // After this many entries a tree is large enough to be worth a thread.
     static constexpr size_t kLarge = 4096;
-    // Folders that wait for a thread; each holds a descriptor.
+    // How many folders may wait for a thread; each holds a descriptor.
     static constexpr size_t kWaiting = 4;
 
     uint64_t Work(bool mayCallHelp) {
@@ -92,7 +91,7 @@ class TreeWalk {
         }
     }
 
-    // Leaves a folder to whoever is free first; false when it is better walked at once.
+    // Leaves a folder to the next free thread; false when it is better walked at once.
     bool Give(Level& level) {
         std::lock_guard lock(mutex_);
         if (workers_ == 1 || waiting_.size() == kWaiting) return false;
@@ -101,7 +100,7 @@ class TreeWalk {
         return true;
     }
 
-    // Waits for a folder; false when there will be none, as nobody is at work any more.
+    // Waits for a folder; false when there will be none, because no thread is working any more.
     bool Take(Level& level) {
         std::unique_lock lock(mutex_);
         ++idle_;
@@ -116,7 +115,7 @@ class TreeWalk {
         return true;
     }
 
-    // Without a second processor, or when no thread can be had, the walk stays with one.
+    // With a single processor, or when there is no thread to be had, one thread walks alone.
     void CallHelp() {
         if (std::thread::hardware_concurrency() < 2) return;
         std::lock_guard lock(mutex_);
@@ -136,7 +135,7 @@ class TreeWalk {
     pthread_t helper_{};
     uint64_t helperSum_ = 0;
 
-    std::mutex mutex_;  // what follows
+    std::mutex mutex_;  // guards what follows
     std::condition_variable changed_;
     std::vector<Level> waiting_;
     int workers_ = 1;

@@ -1,5 +1,5 @@
-// What the lines of a log are tested for: a plain text, a search expression or a condition. A
-// matcher is prepared once and then given whole blocks of lines, so that it finds line borders only
+// What the lines of a log are searched for: a plain text, a search expression or a condition. A
+// matcher is prepared once and then gets whole blocks of lines, so that it finds line borders only
 // where it needs them.
 #pragma once
 
@@ -21,12 +21,12 @@ struct LogCriterion {
 
     VyString text;
     Kind kind = Kind::kText;
-    bool caseSensitive = false;  // these two count for texts and searches
+    bool caseSensitive = false;  // only for texts and searches, like the next
     bool wholeWord = false;
 };
 
 struct LineMatch {
-    std::string_view line;  // without its end; a view of the lines that were searched
+    std::string_view line;  // without its end; a view of the searched lines
     int64_t value = 0;      // 1-based position of the text in the line; 1 for an expression
 
     explicit operator bool() const noexcept { return value != 0; }
@@ -44,9 +44,9 @@ class LineMatcher {
     LineMatch FindFirst(std::string_view lines) { return Find(lines, false); }
     LineMatch FindLast(std::string_view lines);
 
-    // Lines too long to be held are given in parts, each of which begins with at least the last
-    // Overlap() bytes of the one before. Expressions see the first part only; the position of a
-    // text is found wherever it stands. Returns the value of a match, counted within the part.
+    // Lines too long to be held come in parts, each of which begins with at least the last
+    // Overlap() bytes of the one before. Expressions see only the first part; the position of a
+    // text is found wherever it is. Returns the value of a match, counted within the part.
     virtual size_t Overlap() const { return 0; }
     virtual int64_t MatchPart(std::string_view part, bool isFirst, bool isLast) = 0;
 

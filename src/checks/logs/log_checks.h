@@ -1,9 +1,9 @@
 // The handlers of the text-log tests. Each takes the parameter lines of its request (everything
 // after the command line) and builds the whole reply.
 //
-// Both replies begin with: the result of the scan, the line found, a flag that tells whether
-// another match follows (0 with findAll), position, last size, last modification time, file size.
-// The server sends the first three of these four with its next request.
+// Both replies begin with the result of the scan, the line found, a flag for whether another match
+// follows (0 with findAll), position, last size, last modification time and file size. The server
+// sends the first three of these four numbers with its next request.
 #pragma once
 
 #include <string_view>
@@ -21,8 +21,8 @@ void TestTextLog(std::string_view params, const AgentSettings& settings, Reply& 
 
 // "TEST-TextLog2": 1 file name, may be a mask; 2 to 4 position, last size, last modification time;
 // 5 findAll; 6 to 9 criterion: escaped text, kind, case-sensitive, whole word; 10 number of further
-// criteria; 11 to 14 the second one; 16 + 4 x number: resolve file macros. The reply goes on with
-// a flag that tells whether the first criterion matched, and with the file name.
+// criteria; 11 to 14 the second one; 16 + 4 x number: resolve file macros. The reply goes on with a
+// flag for whether the first criterion matched, and with the file name.
 void TestTextLog2(std::string_view params, const AgentSettings& settings, Reply& reply);
 
 }  // namespace zot

@@ -42,7 +42,7 @@ bool AnswerScan(const LogWatch& watch, size_t lineLimit, bool& byFirst, Reply& r
     LogScanFindings further = ScanTextLog(watch.path, watch.matchers, false, found.state);
     bool more = further.result > 0;
     reply.AppendFlag(more);
-    // While more follow, the server asks again from after this match; otherwise from the end.
+    // While more matches follow, the server asks again from after this one; otherwise from the end.
     AppendState(more ? found : further, reply);
     return true;
 }

@@ -1,5 +1,5 @@
-// What the two text-log tests share: the file that is watched, what its lines are tested for, and
-// the part of the reply that both begin with.
+// What the two text-log tests share: the file, what its lines are searched for, and the part of the
+// reply that both begin with.
 #pragma once
 
 #include <cstddef>
@@ -20,15 +20,16 @@ struct LogWatch {
     bool findAll = false;
 };
 
-// Flags of these tests are true for every number but 0.
+// A flag of these tests is true for every number but 0.
 bool NumberLine(std::string_view params, int32_t line);
 
-// Reads the state from three lines, the first of which is `line`. False when one is no number.
+// Reads the state from three lines, beginning with `line`. False when one is not a number.
 bool ReadState(std::string_view params, int32_t line, LogScanState& state);
 
-// Scans, and without findAll scans again to see whether another match follows. Builds the part of
+// Scans and, without findAll, scans again to see whether another match follows. Builds the part of
 // the reply that both tests share, with at most `lineLimit` bytes of the line found; `byFirst`
-// tells whether the first matcher took it. False when that is the whole reply, as the scan failed.
+// becomes true if the first matcher took it. Returns false when the scan failed and the reply is
+// complete.
 bool AnswerScan(const LogWatch& watch, size_t lineLimit, bool& byFirst, Reply& reply);
 
 }  // namespace zot

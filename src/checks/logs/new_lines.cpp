@@ -38,7 +38,8 @@ NewLines::NewLines(RegularFile& file, int64_t fileSize, const LineMatchers& matc
     : file_(file),
       matchers_(matchers),
       findAll_(findAll),
-      // The usual few new lines need no large buffer; one byte more lets one read find the end.
+      // A few new lines, the usual case, need no large buffer; with one byte more a single read
+      // finds the end.
       blockSize_(std::min(tuning.blockSize,
                           std::max(kSmallBlock, static_cast<size_t>(fileSize - position) + 1))),
       longestLine_(tuning.longestLine),
@@ -73,7 +74,7 @@ void NewLines::MakeRoom(size_t needed) {
     capacity_ = capacity;
 }
 
-// The bytes from `fresh` on were read; those before them hold no line end.
+// The bytes from `fresh` on were just read; those before them hold no line end.
 void NewLines::TakeBytes(size_t fresh) {
     const char* bytes = buffer_.get();
     auto lineEnd = static_cast<size_t>(FindLineEnd(bytes + fresh, bytes + used_) - bytes);
@@ -92,7 +93,7 @@ void NewLines::TakeLines(std::string_view lines) {
     if (LineMatch match = FindMatch(lines, byFirst)) {
         auto begin = static_cast<size_t>(match.line.data() - lines.data());
         size_t before = SizeWithoutLineEnds(lines.substr(0, begin));
-        // The line before has taken one line end with it.
+        // The line before has consumed one line end.
         int64_t consumed = before == 0 ? position_ : offset_ + static_cast<int64_t>(before) + 1;
         Report(consumed + match.value, match.line, byFirst);
         if (!findAll_) {
@@ -104,7 +105,7 @@ void NewLines::TakeLines(std::string_view lines) {
     if (size > 0) position_ = offset_ + static_cast<int64_t>(size) + 1;
 }
 
-// The line that counts: the last or the first of those that the matchers find, each for itself.
+// The line that counts: the first or the last of those that the matchers find, each by itself.
 LineMatch NewLines::FindMatch(std::string_view lines, bool& byFirst) const {
     LineMatch best;
     for (const auto& matcher : matchers_) {
@@ -164,7 +165,7 @@ void NewLines::TakeLongLine(size_t fresh) {
     used_ = longestLine_ + kept;
 }
 
-// The line ends at this place of the buffer; what follows it in the buffer is taken as well.
+// The line ends at this place of the buffer; takes what follows it in the buffer as well.
 void NewLines::EndLongLine(size_t lineEnd) {
     int64_t lineSize = long_.windowOffset + static_cast<int64_t>(lineEnd - long_.windowBegin);
     auto matched = std::find_if(long_.values.begin(), long_.values.end(),

@@ -1,4 +1,4 @@
-// The scan of an open log from a position to its end, block by block.
+// Scans an open log block by block, from a position to its end.
 #pragma once
 
 #include <sys/stat.h>
@@ -18,16 +18,16 @@ namespace zot {
 
 class NewLines {
   public:
-    // REQUIRES: the file stands at `position`; all references outlive the object.
+    // REQUIRES: the file is at `position`; all references outlive the object.
     NewLines(RegularFile& file, int64_t fileSize, const LineMatchers& matchers, bool findAll,
              const LogScanTuning& tuning, int64_t& position, LogScanFindings& found);
 
-    // Ends a Scan in another thread soon; what it found is then worth nothing.
+    // Soon ends a Scan in another thread, whose findings are then worthless.
     void Stop() noexcept { stopped_.store(true, std::memory_order_relaxed); }
 
-    // Moves `position` past each line. Returns as ScanTextLog; -1 with errno. `status` becomes
-    // that of the file just before its end was found, so that what is written later shows as a
-    // difference from it.
+    // Moves `position` past each line. Returns as ScanTextLog; -1 with errno. `status` becomes that
+    // of the file just before its end was found, so that anything written later shows as a
+    // difference.
     int64_t Scan(struct stat& status);
 
   private:
@@ -52,14 +52,14 @@ class NewLines {
     LogScanFindings& found_;
     int64_t result_ = 0;
 
-    // Begins with a line of which no end was read yet.
+    // Begins with a line whose end has not been read yet.
     std::unique_ptr<char[]> buffer_;
     size_t capacity_ = 0;
     size_t used_ = 0;
     int64_t offset_;  // in the file, of the first byte of the buffer
 
-    // Of a line too long to be held, the buffer has the first longestLine_ bytes and, from
-    // windowBegin on, the bytes that were read last.
+    // For a line too long to be held, the buffer has its first longestLine_ bytes and, from
+    // windowBegin on, the bytes read last.
     struct LongLine {
         bool active = false;
         size_t overlap = 0;

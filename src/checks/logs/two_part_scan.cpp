@@ -1,6 +1,6 @@
-// A scan is cut where a line ends after which the sequential scan would stand in any case: behind
-// the first line end after a character of a line. Whatever line ends follow are the second part's
-// to skip, as they are for a block that begins there. So the two results join without a seam.
+// A scan is cut where a line ends and where the sequential scan would stand in any case: after the
+// first line end that follows a character of a line. Further line ends are for the second part to
+// skip, as in any block that begins with them. So the two results join without a seam.
 #include "checks/logs/two_part_scan.h"
 
 #include <errno.h>
@@ -24,11 +24,11 @@
 namespace zot {
 namespace {
 
-// How far from the middle a line end is looked for.
+// How far from the middle to look for a line end.
 constexpr size_t kCutWindow = size_t{256} << 10;
 
-// The offset at which the scan of a file from `position` to `size` can be cut; nothing when the
-// middle has no line end near.
+// The offset at which the scan of a file from `position` to `size` can be cut; nothing when there
+// is no line end near the middle.
 std::optional<int64_t> FindCut(RegularFile& file, int64_t position, int64_t size) {
     int64_t middle = position + (size - position) / 2;
     auto window = ReadBuffer<char>(kCutWindow);
@@ -44,7 +44,7 @@ std::optional<int64_t> FindCut(RegularFile& file, int64_t position, int64_t size
     return std::nullopt;
 }
 
-// What follows the cut, scanned by a thread of its own.
+// The part after the cut, scanned by a thread of its own.
 class SecondPart {
   public:
     SecondPart(const LineMatchers& matchers, bool findAll, const LogScanTuning& tuning, int64_t cut,
@@ -58,14 +58,14 @@ class SecondPart {
     bool Start(const RegularFile& whole) {
         return whole.Share(file_) && file_.Seek(position) && StartThread(thread_, Run, this) == 0;
     }
-    // REQUIRES that it was started. Waits for the end of the scan and gives its result.
+    // REQUIRES that it was started. Waits for the end of the scan and returns its result.
     int64_t Join() {
         pthread_join(thread_, nullptr);
         if (failure_) std::rethrow_exception(failure_);
         errno = error_;
         return result_;
     }
-    // Join for a result that nobody needs.
+    // Join, for when nobody needs the result.
     void Abandon() noexcept {
         lines_.Stop();
         pthread_join(thread_, nullptr);
@@ -104,7 +104,7 @@ class SecondPart {
     std::exception_ptr failure_;
 };
 
-// The first part has been scanned; `result` and the references tell how.
+// The first part has been scanned, with `result` and the references as its results.
 int64_t AddSecondPart(SecondPart& second, bool findAll, int64_t result, int64_t& position,
                       LogScanFindings& found, struct stat& status) {
     if (result < 0 || (result != 0 && !findAll)) {
@@ -117,7 +117,7 @@ int64_t AddSecondPart(SecondPart& second, bool findAll, int64_t result, int64_t&
     status = second.status;
     position = second.position;
     if (further == 0) return result;
-    // Not the rest of it: `position` may be part of what the caller has in there.
+    // Only these fields: `position` may be part of what the caller has in there.
     found.foundLine = std::move(second.found.foundLine);
     found.byFirst = second.found.byFirst;
     return further;

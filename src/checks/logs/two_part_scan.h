@@ -1,4 +1,4 @@
-// The scan of an open log: by one thread, or, where much of it is unread, by two.
+// Scans an open log: with one thread or, where much of it is unread, with two.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,8 +11,8 @@
 
 namespace zot {
 
-// Scans from `position`, where the file stands, to its end, as NewLines::Scan does and with the
-// same results. REQUIRES: `status` is the file's.
+// Scans from `position`, where the file is, to its end, as NewLines::Scan does and with the same
+// results. REQUIRES: `status` is the file's.
 int64_t ScanNewLines(RegularFile& file, const LineMatchers& matchers, bool findAll,
                      const LogScanTuning& tuning, int64_t& position, LogScanFindings& found,
                      struct stat& status);

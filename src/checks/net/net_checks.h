@@ -9,12 +9,12 @@
 namespace zot {
 
 // "TEST-TCP": does a service answer, how fast, and with what. Lines: host, port, time-out in
-// milliseconds, data to send (line breaks escaped), number of bytes to receive. The reply holds the
-// milliseconds it took and what was received, or the error text and the result code.
+// milliseconds, data to send (line breaks escaped), number of bytes to receive. Replies with the
+// milliseconds it took and what was received, or with the error text and the result code.
 void TestTcp(std::string_view params, const AgentSettings& settings, Reply& reply);
 
-// "TEST-UDP": the same over UDP; the number of attempts stands before the data, which must not be
-// empty. The time-out is one of whole seconds, at least one, for each attempt.
+// "TEST-UDP": the same over UDP, with the number of attempts before the data, which must not be
+// empty. The time-out counts in whole seconds, at least one, for each attempt.
 void TestUdp(std::string_view params, const AgentSettings& settings, Reply& reply);
 
 // "ACT-Syslog": sends one datagram. Lines: host, port, facility, severity (at most 7), message

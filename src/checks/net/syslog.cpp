@@ -30,8 +30,8 @@ constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 
 VyString BuildSyslogMessage(const std::tm& localTime, uint32_t address, int32_t facility,
                             int32_t severity, std::string_view text) {
-    // No blank stands before the day: a two-digit one follows the month's name directly, and a
-    // single digit is separated only because "%2d" pads it. Receivers parse this form.
+    // There is no blank before the day: a two-digit day follows the month's name directly, and only
+    // the padding of "%2d" separates a single digit. Receivers parse this form.
     char head[64];
     std::snprintf(head, sizeof head, "<%lld>%s%2d %2.2d:%2.2d:%2.2d ",
                   static_cast<long long>(facility) * 8 + severity, kMonths[localTime.tm_mon],
@@ -55,7 +55,7 @@ void ActSyslog(std::string_view params, const AgentSettings& /*settings*/, Reply
     int32_t port = 0;
     int32_t facility = 0;
     int32_t severity = 0;
-    // Only the upper end of the severity is checked; negative numbers go into the priority.
+    // Only the upper end of the severity is checked; negative numbers enter the priority.
     if (host.empty() || !ParseInt(GetLine(params, 2), port) ||
         !ParseInt(GetLine(params, 3), facility) || !ParseInt(GetLine(params, 4), severity) ||
         severity > kMaxSeverity) {

@@ -9,7 +9,7 @@
 
 namespace zot {
 
-// The bytes of the datagram for a local time and the sender's IPv4 address (network byte order).
+// The bytes of the datagram, for a local time and the sender's IPv4 address (network byte order).
 VyString BuildSyslogMessage(const std::tm& localTime, uint32_t address, int32_t facility,
                             int32_t severity, std::string_view text);
 

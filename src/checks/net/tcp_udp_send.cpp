@@ -27,7 +27,7 @@ class Sender {
   public:
     explicit Sender(bool tcp) : tcp_(tcp) {}
 
-    // Both return above 0 for success, else a result code with its text.
+    // Both return above 0 on success, otherwise a result code and its text.
     int32_t Open(std::string_view host, int32_t port, VyString& errorText) {
         return tcp_ ? TcpConnect(stream_, host, port, kDefaultTcpTimeoutMs, errorText)
                     : UdpOpen(datagrams_, address_, host, port, 0, errorText);
@@ -52,7 +52,7 @@ class Sender {
 
 void ActTcpUdpSend(std::string_view params, const AgentSettings& /*settings*/, Reply& reply) {
     std::string_view host = OwnLine(params, 1);
-    // Decoded as in every other request that sends data: a line cannot hold a line break itself.
+    // Decoded as in every other request that sends data: a line cannot contain a line break.
     VyString first = Unescape(RawLine(params, 4));
     VyString second = Unescape(OptionalRawLine(params, 6));
     int32_t port = 0;

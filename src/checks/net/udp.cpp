@@ -27,13 +27,13 @@ void TestUdp(std::string_view params, const AgentSettings& /*settings*/, Reply& 
         attempts == 0 || data.Empty()) {
         return reply.Start("501", "Wrong parameter");
     }
-    // Below a second counts as a second, or the attempts would become a flood.
+    // Less than a second counts as a second, or the attempts would become a flood.
     int32_t timeoutSeconds = std::max(timeoutMs / 1000, 1);
 
     ReceiveBuffer buffer;
     std::span<char> wanted = Wanted(buffer, receiveLength);
     VyString errorText;
-    Outcome outcome;  // what a negative number of attempts, which makes none, reports
+    Outcome outcome;  // reported for a negative number of attempts, which makes none
     for (int32_t attempt = 0; attempt < attempts && outcome.result < 1 && !WorksInVain();
          ++attempt) {
         outcome = Measure([&] {

@@ -18,7 +18,8 @@ std::string_view TakeArgument(std::string_view& text) {
     size_t end = quoted ? text.find(text.front(), 1) : text.find_first_of(kBlanks);
     std::string_view argument = text.substr(0, end);
     if (quoted) argument.remove_prefix(1);
-    // The closing quote or the blank goes too; what follows a closing quote is the next argument.
+    // Drops the closing quote or the blank too; text right after a closing quote is the next
+    // argument.
     Skip(text, end == std::string_view::npos ? end : end + 1);
     return argument;
 }

@@ -1,5 +1,5 @@
-// Splitting a command line into arguments without a shell: only blanks and whole quoted arguments
-// mean anything; variables, patterns and redirections are ordinary text.
+// Splits a command line into arguments without a shell: only blanks and whole quoted arguments have
+// a meaning; variables, patterns and redirections are ordinary text.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,7 @@ class ArgumentList {
     // Room for all arguments together, each with its terminating NUL.
     static constexpr size_t kArea = 1024;
 
-    // Takes as many arguments as there is room for; the first one that does not fit and what
-    // follows it are dropped.
+    // Takes as many arguments as fit; the first one that does not, and all after it, are dropped.
     explicit ArgumentList(std::string_view line);
     ArgumentList(const ArgumentList&) = delete;
     ArgumentList& operator=(const ArgumentList&) = delete;

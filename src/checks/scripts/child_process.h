@@ -1,5 +1,5 @@
-// Starting one child process. All that the child will need is prepared by the constructor; between
-// fork and exec the child makes async-signal-safe calls only.
+// Starts one child process. The constructor prepares everything the child will need; between fork
+// and exec the child makes only async-signal-safe calls.
 #pragma once
 
 #include <sys/types.h>
@@ -12,7 +12,7 @@
 namespace zot {
 
 struct ChildOptions {
-    std::string_view tmpDir;   // exported to the child as TMPDIR and the place of the marker file
+    std::string_view tmpDir;   // exported to the child as TMPDIR; also holds the marker file
     std::string_view workDir;  // empty: the agent's own
     // Regular files or devices that open at once; empty: /dev/null. The same path for output and
     // error makes them share one open file, so that neither overwrites the other.
@@ -21,7 +21,7 @@ struct ChildOptions {
     std::string_view stderrPath;
 };
 
-// A number, 0 at first, that a child and its parent see in the same place of memory.
+// A number, 0 at first, in memory that a child and its parent share.
 class SharedNumber {
   public:
     SharedNumber();
@@ -36,11 +36,11 @@ class SharedNumber {
     volatile int* number_ = nullptr;
 };
 
-// The path of the file in which a program tells why it ended with 255. The agent's own child does
-// without: others who can write the directory know the name.
+// The path of the file in which a program says why it ended with 255. The agent's own child does
+// not use it: others who can write to the directory know the name.
 class MarkerName {
   public:
-    // Prepares all but the process id. With an unusable directory there is no marker.
+    // Prepares all but the process id. Without a usable directory there is no marker.
     void Prepare(const ChildOptions& options);
     // The path for a process id, nullptr when there is no marker. Async-signal-safe.
     const char* For(pid_t pid) noexcept;
@@ -62,14 +62,14 @@ class ChildProcess {
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Returns the process id, or -1 with errno. By then, or, where it has a workDir, soon, the
-    // child leads a session and a process group of its own. It inherits descriptors 0 to 2, the
-    // limit of descriptors that the agent was given, and default signal actions. If the program
-    // cannot be executed the child exits with 255.
+    // Returns the process id, or -1 with errno. By then (with a workDir: soon after) the child
+    // leads a session and a process group of its own. It inherits descriptors 0 to 2, the
+    // descriptor limit that the agent was given, and default signal actions. If the program cannot
+    // be executed the child exits with 255.
     pid_t Start();
 
-    // After the end of the child: the errno for which a stream was not opened or the program not
-    // executed, else 0.
+    // After the end of the child: the errno of a stream that could not be opened or a program that
+    // could not be executed, else 0.
     int ExecError() const noexcept { return *execError_.Get(); }
     const char* MarkerPath(pid_t pid) noexcept { return marker_.For(pid); }
 

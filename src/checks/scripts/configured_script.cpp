@@ -39,8 +39,8 @@ bool RunForOutput(std::string_view command, const AgentSettings& settings, TempF
         return false;
     }
     // The file holds its own name until the shell opens it for the script. If the name is still
-    // there, the shell did not get as far as that (a stray quote in the command), and there are no
-    // results, just as if the file were missing.
+    // there the shell did not get that far (a stray quote in the command), and there are no
+    // results, as if the file were missing.
     const std::string_view untouched = file.Path();
     if (created == TempFile::Result::kNotCreated || !file.Write(untouched)) {
         reply.Start("301", kNoResults);

@@ -15,11 +15,11 @@ namespace zot {
 // script in the message.
 bool ScriptIsUsable(const VyString& script, std::string_view label, Reply& reply);
 
-// The pause that the settings ask for before a script is started.
+// Pauses before a script is started, as long as the settings ask for.
 void PauseBeforeScript(const AgentSettings& settings);
 
-// Lets the shell run `command` with all its output going to `file`, and opens the result.
-// Otherwise fills the reply and returns false.
+// Lets the shell run `command` with all its output going to `file`, and opens the result. On
+// failure fills the reply and returns false.
 bool RunForOutput(std::string_view command, const AgentSettings& settings, TempFile& file,
                   ScriptOutput& output, Reply& reply);
 

@@ -9,7 +9,7 @@
 
 namespace zot {
 
-// Runs the command quietly and replies with its exit code, or with what kept it from running.
+// Runs the command quietly and replies with its exit code, or with the reason why it did not run.
 void RunAndReply(std::string_view command, std::string_view workDir, int32_t timeoutMs,
                  const AgentSettings& settings, Reply& reply);
 

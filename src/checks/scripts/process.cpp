@@ -17,7 +17,7 @@ void TestProcess(std::string_view params, const AgentSettings& settings, Reply& 
     if (name.empty()) return reply.Start("501", "Name of the process is not specified");
     VyString command = settings.procCntScript;
     command.Append(' ');
-    // The shell sees the name as it comes: quotes, patterns and operators in it take effect.
+    // The shell gets the name unchanged: quotes, patterns and operators in it take effect.
     command.Append(name);
     TempFile file;
     ScriptOutput output;

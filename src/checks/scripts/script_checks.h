@@ -1,5 +1,5 @@
-// The handlers that answer by running a script or a program. `params` is the request text behind
-// its first line; each fills the reply with a status code and what belongs to it.
+// The handlers that answer by running a script or a program. `params` is the request text after its
+// first line; each fills the reply with a status code and its values.
 #pragma once
 
 #include <string_view>
@@ -9,11 +9,11 @@
 
 namespace zot {
 
-// How many processes match a name, told by the administrator's script.
+// How many processes match a name, according to the administrator's script.
 void TestProcess(std::string_view params, const AgentSettings& settings, Reply& reply);
-// The processes that run, told by the administrator's script.
+// The running processes, according to the administrator's script.
 void GetProcessesList(std::string_view params, const AgentSettings& settings, Reply& reply);
-// CPU usage, told by the administrator's script.
+// CPU usage, according to the administrator's script.
 void TestCpu(std::string_view params, const AgentSettings& settings, Reply& reply);
 // The exit code of a program.
 void TestExternalPrg(std::string_view params, const AgentSettings& settings, Reply& reply);

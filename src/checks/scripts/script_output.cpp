@@ -15,7 +15,7 @@
 namespace zot {
 
 bool ScriptOutput::Open(const char* path) {
-    // What lies there now is the script's doing: no link is followed.
+    // The script controls what is there now: no link is followed.
     struct stat ignored {};
     UniqueFd fd = OpenRegularFile(path, ignored, O_NOFOLLOW);
     if (!fd) return false;

@@ -1,4 +1,4 @@
-// Reading what a script left in its output file.
+// Reads what a script left in its output file.
 #pragma once
 
 #include <cstdio>
@@ -13,13 +13,13 @@ class ScriptOutput {
     // Opens the file; false if it is gone or cannot be read.
     bool Open(const char* path);
 
-    // The next line with its line feed, at most 511 characters of it: a longer line comes in
-    // pieces. False at the end of the file. The text lives until the next call.
+    // The next line with its line feed, at most 511 characters: a longer line comes in pieces.
+    // False at the end of the file. The text lives until the next call.
     bool NextLine(std::string_view& line);
 
     void Rewind() { std::rewind(file_.get()); }
 
-    // The number that the output starts with, after blanks; false without one.
+    // The number at the start of the output, after blanks; false without one.
     bool ReadInt(int& value);
     bool ReadFloat(float& value);
 

@@ -42,15 +42,16 @@ ScriptRequest ReadRequest(std::string_view params) {
     return request;
 }
 
-// A command line is cut into few arguments of few bytes in all, so after so many bytes that are no
-// blanks nothing counts any more; and no argument holds a longer gap than the room of them all.
+// A command line is cut into a limited number of arguments of limited length. After this many bytes
+// that are not blanks nothing counts any more, and no argument holds a longer gap than all
+// arguments together have room.
 constexpr size_t kUsedOfLine = 4 * ArgumentList::kArea;
 constexpr size_t kLongestGap = ArgumentList::kArea;
 static_assert(kUsedOfLine > 2 * ArgumentList::kArea + 2 * ArgumentList::kMaxArguments);
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
-// What a value can add to a command line; longer ones are not worth their copies.
+// What a value can add to a command line; more is not worth copying.
 VyString UsedPart(std::string_view value) {
     VyString used;
     size_t gap = 0;
@@ -63,11 +64,11 @@ VyString UsedPart(std::string_view value) {
     return used;
 }
 
-// Replaces the marker, whatever its case. The search goes on only while more than a marker's
-// length of text is left, so "%script%" alone, or a marker right behind a replaced one at the end,
-// stays as it is; templates have been written around that. Ends where the replacements, each of
-// which leaves `filled` bytes that are no blanks, are more than a command line takes: many markers
-// times a long value would not fit into memory.
+// Replaces the marker, in any case. The search goes on only while more text is left than the length
+// of a marker, so "%script%" alone, or a marker at the end right after a replaced one, stays as it
+// is; templates have been written around that. Stops where the replacements, each of which leaves
+// `filled` bytes that are not blanks, are more than a command line takes: many markers times a long
+// value would not fit into memory.
 VyString FillIn(std::string_view text, std::string_view marker, std::string_view value,
                 size_t filled) {
     VyString result;
@@ -85,7 +86,8 @@ VyString FillIn(std::string_view text, std::string_view marker, std::string_view
     return result;
 }
 
-// Writes the script into a new executable file; otherwise returns the message that tells why not.
+// Writes the script into a new executable file; returns nullptr or a message that says why it
+// failed.
 const char* WriteScript(const AgentSettings& settings, std::string_view text, TempFile& file) {
     constexpr unsigned kScriptMode = 0775;
     TempFile::Result created = file.Create(settings.tmpDir);
@@ -98,8 +100,8 @@ const char* WriteScript(const AgentSettings& settings, std::string_view text, Te
     return nullptr;
 }
 
-// Reads the result line (the first one that is marked, or else the last one) and as many lines of
-// output as the budget allows.
+// Reads the result line (the first marked one, or else the last) and as many lines of output as the
+// budget allows.
 void ReadOutput(ScriptOutput& output, int32_t budget, VyString& result, std::string& lines) {
     bool marked = false;
     std::string_view piece;
@@ -130,7 +132,7 @@ void TestShellScript(std::string_view params, const AgentSettings& settings, Rep
     if (created == TempFile::Result::kNotCreated) {
         return reply.Start("301", "Cannot get script results");
     }
-    // However the marker of the second pass may cut into a path, its last byte stays.
+    // However the marker of the second pass cuts into a path, its last byte stays.
     VyString command = FillIn(request.commandTemplate, "%script%", script.Path(), 1);
     const VyString parameters = UsedPart(request.parameters);
     const std::string_view value = parameters;
