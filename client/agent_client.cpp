@@ -40,7 +40,7 @@ UniqueFd ConnectTo(in_addr address, uint16_t port, const Deadline& deadline) {
     return fd;
 }
 
-// One recv, waited for: the bytes received, 0 at the end of the stream, -1 with errno set.
+// Waits and receives once: the bytes received, 0 at the end of the stream, -1 with errno set.
 ssize_t ReceiveSome(int fd, char* buffer, size_t size, const Deadline& deadline) {
     for (;;) {
         if (!Wait(fd, POLLIN, deadline)) return -1;

@@ -1,5 +1,5 @@
-// Asking one agent over TCP, step by step or as a whole, and waiting for it. Many agents are asked
-// by the engine (client/engine.h).
+// Asks one agent over TCP, step by step or all at once, and waits for the answer. For many agents
+// there is the engine (client/engine.h).
 //
 // Operations return true, or false with a text that tells a person what went wrong.
 #pragma once
@@ -21,8 +21,8 @@ class AgentConnection {
     bool Open(const std::string& host, uint16_t port, const Deadline& deadline, std::string& error);
     // Sends all the bytes.
     bool Send(std::string_view bytes, const Deadline& deadline, std::string& error);
-    // Receives one reply packet and opens it with the session key. Reads no byte behind it, so
-    // that a second reply can follow.
+    // Receives one reply packet and opens it with the session key. Reads no byte after it, so that
+    // a second reply can follow.
     bool ReceiveReply(std::string_view sessionKey, const Deadline& deadline, std::string& text,
                       std::string& error);
     // Appends what arrives until the peer closes or resets the connection; false when the deadline
@@ -36,7 +36,7 @@ class AgentConnection {
     UniqueFd socket_;
 };
 
-// Sends the request text as it stands under a fresh session key, and receives the reply.
+// Sends the request text unchanged under a fresh session key, and receives the reply.
 bool Ask(const Target& target, std::string_view requestText, Answer& answer, std::string& error);
 
 }  // namespace zot::client

@@ -22,7 +22,7 @@ UniqueFd BeginConnect(in_addr address, uint16_t port, int& error) {
     peer.sin_port = htons(port);
     bool done = connect(fd.Get(), reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
     error = done ? 0 : errno;
-    if (error == EINTR) error = EINPROGRESS;  // the connection goes on without the call
+    if (error == EINTR) error = EINPROGRESS;  // connecting goes on without the call
     if (error != 0 && error != EINPROGRESS) fd.Reset();
     return fd;
 }

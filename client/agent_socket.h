@@ -1,5 +1,5 @@
-// The sockets to agents, and what their errors mean: once for the engine and for connections that
-// are made step by step.
+// The sockets to agents and the meaning of their errors, for the engine and for step-by-step
+// connections.
 #pragma once
 
 #include <netinet/in.h>
@@ -12,12 +12,12 @@
 
 namespace zot::client {
 
-// A non-blocking socket that connects. `error` is 0 when it is connected, EINPROGRESS when it will
-// be writable once that is decided, and anything else when there is no socket.
+// A non-blocking socket that connects. `error` is 0 when it is connected, EINPROGRESS when it
+// becomes writable once that is decided, and anything else when there is no socket.
 UniqueFd BeginConnect(in_addr address, uint16_t port, int& error);
-// What became of a connection that was under way: 0 or an error number.
+// The result of a connection attempt: 0 or an error number.
 int ConnectError(int fd);
-// The address that we are connected from, in dotted form; empty when it is not known.
+// Our end of the connection, in dotted form; empty when it is not known.
 std::string LocalAddress(int fd);
 
 // What a connection that failed with this error number means.
@@ -27,7 +27,7 @@ std::string ErrorText(int errorNumber);
 // "cannot connect to HOST port PORT: " and the system's words.
 std::string ConnectMessage(const std::string& host, uint16_t port, int errorNumber);
 
-// What is told when an agent closed the connection before a reply, or in the middle of one.
+// The messages for an agent that closed the connection before a reply, or in the middle of one.
 inline constexpr const char* kClosedMessage =
     "the agent closed the connection without a reply: wrong password, or it does not serve this "
     "address";

@@ -14,13 +14,13 @@ namespace zot::client {
 namespace {
 
 struct Cell {
-    std::string name;   // of the field, with the number of its row where there are several
+    std::string name;   // of the field, with the number of its row if there are several
     std::string label;  // for people
     std::string text;
     Value value;
 };
 
-// What one host answered, or several hosts alike.
+// What one host, or several hosts alike, answered.
 struct Answered {
     std::string status;
     std::vector<Cell> cells;
@@ -50,7 +50,7 @@ void AddCells(const Invocation& call, const HostReport& report, size_t& row, Ans
         std::string number = row > 1 ? "#" + std::to_string(row) : "";
         auto add = [&](const Field& field) {
             std::string label = field.label.empty() ? field.name : Visible(field.label);
-            // Flags as `set` takes them.
+            // Flags in the form that `set` takes.
             bool flag = std::holds_alternative<bool>(field.value);
             std::string text = flag ? PlainText(field.value) : HumanText(field);
             answer.cells.push_back({field.name + number, label, text, field.value});

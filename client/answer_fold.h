@@ -1,4 +1,4 @@
-// Equal answers once, with all hosts that gave them.
+// Prints equal answers once, with all hosts that gave them.
 #pragma once
 
 #include <vector>
@@ -8,9 +8,9 @@
 
 namespace zot::client {
 
-// Prints one line for each different answer, that of most hosts first, hosts without an answer
-// last. Another answer tells which fields differ from the first. With --diff fields that are the
-// same everywhere are left out.
+// Prints one line for each different answer: first the one of most hosts, last the hosts without an
+// answer. Each other answer shows which of its fields differ from the first. With --diff, fields
+// that are the same everywhere are left out.
 void PrintFold(const Invocation& call, const std::vector<HostReport>& reports, Output output);
 
 }  // namespace zot::client

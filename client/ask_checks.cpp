@@ -1,4 +1,4 @@
-// The checks that people read: words to questions, replies to a table.
+// The checks for people: words become questions, replies become a table.
 #include <algorithm>
 #include <map>
 #include <ostream>
@@ -20,12 +20,12 @@ Words WordsAfterName(const Invocation& call) {
     return {call.options.words.begin() + 1, call.options.words.end()};
 }
 
-// Follows a probe for each of its names, one after the other.
+// Follows a probe for each of its names, one after another.
 class ProbeTask : public HostTask {
   public:
     using Maker = std::function<std::unique_ptr<Probe>(const std::string& name)>;
 
-    // Each answer is read as that of `command` asked with the params of the name.
+    // Reads each answer as that of `command` asked with the params of the name.
     ProbeTask(const ChosenHost& host, const Words& names, Maker make, std::string command,
               std::function<Words(const std::string& name)> params)
         : host_(host),
@@ -142,7 +142,7 @@ int AskHash(Invocation& call) {
 int AskCpu(Invocation& call) { return AskQuestions(call, {{"TEST-CPU", {}}}); }
 
 int AskTcp(Invocation& call) {
-    constexpr int64_t kReplyMs = 500;  // what is left of the time limit for the agent's reply
+    constexpr int64_t kReplyMs = 500;  // kept of the time limit for the reply
     Words words = WordsAfterName(call);
     int64_t limit = std::max<int64_t>(1, call.options.target.timeout.count() - kReplyMs);
     // The data, unlike other parameters, may be an empty line.

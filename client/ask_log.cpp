@@ -13,8 +13,8 @@ namespace {
 // Each line costs a request.
 constexpr size_t kMaxLines = 1000;
 
-// The new lines of a log, from where the last run ended. What was read is forgotten when a later
-// request fails: the next run shows it again.
+// The new lines of a log since the last run. If a later request fails, the lines already read are
+// forgotten: the next run shows them again.
 class LogTask : public HostTask {
   public:
     LogTask(const Invocation& call, const ChosenHost& host)

@@ -1,7 +1,7 @@
 // What a check of the plugin works with, and what it finds out.
 //
-// A check asks the agent and fills a CheckResult with a value, which the ranges judge afterwards,
-// or with a status of its own.
+// A check asks the agent and fills a CheckResult: with a value, which the ranges judge afterwards,
+// or with a status.
 #pragma once
 
 #include <optional>
@@ -18,17 +18,17 @@
 namespace zot::client {
 
 struct CheckResult {
-    std::string text;                    // what the status line says
-    std::string longText;                // lines below it
+    std::string text;                    // for the status line
+    std::string longText;                // the lines below it
     std::optional<PluginStatus> status;  // set: the ranges are not asked
-    // The measured value under its name in the performance data. The data count in `unit`, of
-    // which the value's own unit holds `factor`.
+    // The measured value under its name in the performance data. The data use `unit`; one of the
+    // value's own units is `factor` of it.
     std::optional<double> value;
-    std::optional<double> judged;  // what the ranges judge in its place
+    std::optional<double> judged;  // judged by the ranges instead of it
     std::string_view label;
     std::string_view unit;
     double factor = 1;
-    std::string_view limits;  // ";MIN;MAX" behind the value's thresholds
+    std::string_view limits;  // ";MIN;MAX" after the value's thresholds
     std::string otherData;    // further performance data
 
     void Fail(PluginStatus failure, std::string message) {
@@ -41,7 +41,7 @@ class CheckRun {
   public:
     CheckRun(const Invocation& call);
 
-    // The words behind the check's name.
+    // The words after the check's name.
     std::span<const std::string> Arguments() const { return arguments_; }
     const Options& GivenOptions() const { return call_.options; }
     const Environment& GivenEnvironment() const { return call_.environment; }
@@ -50,16 +50,16 @@ class CheckRun {
 
     // Asks the agent. True with a reply 200 of at least `lineCount` values; otherwise false with
     // the failure in `result`, and the code in `answer` if there was a reply at all. Parameters
-    // that would not reach the agent as they are count as failures.
+    // that would not reach the agent unchanged count as failures.
     bool Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
              Answer& answer, CheckResult& result) const;
     // The same, and reads the value at this place of the reply as a number into `result`.
     bool AskForValue(std::string_view command, std::span<const std::string> params, size_t line,
                      Answer& answer, CheckResult& result) const;
     // Asks what the probe wants to know, and reads the first value of its answer as a number into
-    // `result`. False with the failure there.
+    // `result`. On failure returns false, with the failure in `result`.
     bool Follow(Probe& probe, CheckResult& result) const;
-    // How long the last reply took, and whether it came from the host that we are on.
+    // How long the last reply took, and whether it came from this host.
     double Seconds() const { return seconds_; }
     bool SameHost() const { return sameHost_; }
     // Of the process that asks.
@@ -89,7 +89,7 @@ struct Check {
 
 extern const std::span<const Check> kChecks;
 
-// Reads a value line, which may be padded with blanks. Otherwise UNKNOWN in `result`.
+// Reads a value line, which may be padded with blanks. On failure sets UNKNOWN in `result`.
 bool ReadNumber(std::string_view line, double& value, CheckResult& result);
 
 void CheckLog(const CheckRun& run, CheckResult& result);

@@ -22,15 +22,15 @@
 namespace zot::client {
 namespace {
 
-// Each matching line costs a request, so a log that is full of them is not counted to its end.
+// Each matching line costs a request, so counting stops in a log that is full of them.
 constexpr int kMaxMatches = 1000;
 
 class Scanner {
   public:
     Scanner(const CheckRun& run, ScanPosition& position) : run_(run), position_(position) {}
 
-    // Counts the new matching lines and moves the position after them. False with the failure in
-    // `result`.
+    // Counts the new matching lines and moves the position after them. On failure returns false,
+    // with the failure in `result`.
     bool Count(int& matches, bool& all, std::string& lastLine, CheckResult& result);
 
   private:
@@ -87,7 +87,8 @@ void CheckLog(const CheckRun& run, CheckResult& result) {
     int matches = 0;
     bool all = true;
     std::string lastLine;
-    // What was counted is forgotten when a later request fails: the next run counts it again.
+    // If a later request fails, the lines already counted are forgotten: the next run counts them
+    // again.
     if (!Scanner(run, position).Count(matches, all, lastLine, result)) return;
     const int64_t now = time(nullptr);
     LogAlarm alarm = state.Alarm();
@@ -106,7 +107,7 @@ void CheckLog(const CheckRun& run, CheckResult& result) {
     if (matches > 0) {
         result.text += ", the last: " + lastLine;
     } else if (alarm.time != 0 && now - alarm.time < int64_t{options.holdMinutes} * 60) {
-        // A monitoring system takes an alarm for real only after some checks.
+        // A monitoring system takes an alarm for real only after several checks.
         result.judged = static_cast<double>(alarm.matches);
         result.text +=
             Concat({", but ", Count(result.judged.value(), "line", "lines"), " ",

@@ -37,8 +37,8 @@ void CheckDisk(const CheckRun& run, CheckResult& result) {
         !ReadNumber(answer.lines[2], available, result)) {
         return;
     }
-    // As df(1) counts: of what ordinary users can have. What is available can be negative, when the
-    // reserve is in use.
+    // As df(1) counts: of what ordinary users can have. The available space can be negative while
+    // the reserve is in use.
     double used = total - free;
     double usable = used + available;
     result.value = usable > 0 ? used * 100 / usable : 0;
@@ -91,7 +91,7 @@ void CheckAge(const CheckRun& run, CheckResult& result) {
         {answer.lines[kPathLine], " is ", Count(*result.value, "minute", "minutes"), " old"});
 }
 
-// The algorithm's number in a request, told by the length of the digest; empty for none.
+// The algorithm's number in a request, judged by the length of the digest; empty for none.
 std::string HashAlgorithm(std::string_view expected) {
     constexpr size_t kMaxCrcDigits = 10;
     bool hex = std::all_of(expected.begin(), expected.end(), [](char c) {
@@ -101,7 +101,7 @@ std::string HashAlgorithm(std::string_view expected) {
     if (hex && expected.size() == 32) return "1";
     if (hex && expected.size() == 64) return "2";
     if (hex && expected.size() == 128) return "3";
-    // As the agent writes it: without zeros in front, and no more than 32 bits.
+    // As the agent writes it: without leading zeros, and of at most 32 bits.
     bool decimal = std::all_of(expected.begin(), expected.end(), IsDigit);
     bool padded = expected.size() > 1 && expected[0] == '0';
     bool fits = expected.size() <= kMaxCrcDigits && ToInt64(expected) <= int64_t{UINT32_MAX};
@@ -175,7 +175,7 @@ void CheckCpu(const CheckRun& run, CheckResult& result) {
 }
 
 void CheckTcp(const CheckRun& run, CheckResult& result) {
-    constexpr int kReplyMs = 500;  // what is left of the time limit for the agent's reply
+    constexpr int kReplyMs = 500;  // kept of the time limit for the reply
     Answer answer;
     std::string service = Concat({run.Arguments()[0], " port ", run.Arguments()[1]});
     int limit = std::max(1, run.TimeLimit().Remaining() - kReplyMs);

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kSlow{500};
 constexpr size_t kChunk = 65536;
-// What a process needs beside the connections: streams, files, name resolution, the wake-up.
+// What a process needs besides the connections: streams, files, name resolution, the wake-up.
 constexpr size_t kDescriptorReserve = 32;
 
 size_t SocketsAtOnce() {
@@ -90,7 +90,7 @@ void Engine::Loop::LeavePlace(Call& call) {
     --places_;
 }
 
-// Gives back whatever the call holds. The call is no longer listed, or will be erased.
+// Gives back everything that the call holds. The call is no longer listed, or about to be erased.
 void Engine::Loop::Release(Call& call) {
     Peer& peer = peers_[call.peer];
     ClearTimer(call.timeout);
@@ -160,7 +160,7 @@ void Engine::Loop::Begin(Call& call) {
                      });
 }
 
-// Tries the last of the addresses that are left.
+// Tries the last of the remaining addresses.
 void Engine::Loop::Connect(RequestId id) {
     Call& call = *calls_.at(id);
     const Target& target = call.request.target;
@@ -177,7 +177,7 @@ void Engine::Loop::Connect(RequestId id) {
     Fail(call, ConnectFailure(error), ConnectMessage(target.host, target.port, error));
 }
 
-// Where descriptors are short the request waits until another has given its own back.
+// When descriptors are short the request waits until another one has given its own back.
 bool Engine::Loop::PutBack(Call& call) {
     if (sockets_.empty()) return false;
     Peer& peer = peers_[call.peer];
@@ -325,7 +325,7 @@ void Engine::Loop::Poll() {
     }
     for (size_t i = 1; i < ownCount; ++i) {
         if (descriptors_[i].revents == 0) continue;
-        // A handler before may have closed this one, and its number may be another's by now.
+        // An earlier handler may have closed this one, and another may have its number by now.
         auto socket = sockets_.find(descriptors_[i].fd);
         if (socket != sockets_.end()) Advance(*socket->second, descriptors_[i].revents);
     }

@@ -42,12 +42,12 @@ class Engine::Loop {
         RequestId id = 0;
         Request request;
         OutcomeHandler handler;
-        std::string peer;  // the address and port, as the limit for each host counts
+        std::string peer;  // the address and port to which the limit per host applies
         bool begun = false;
         bool connected = false;
         Clock::time_point begin{};
         std::optional<Timers::iterator> timeout;
-        std::optional<Timers::iterator> slow;  // while it holds a place
+        std::optional<Timers::iterator> slow;  // while it takes up a place
         std::vector<in_addr> addresses;        // still to be tried
         UniqueFd fd;
         std::string sessionKey;
@@ -90,11 +90,11 @@ class Engine::Loop {
     Resolver resolver_;
     std::unordered_map<RequestId, std::unique_ptr<Call>> calls_;
     std::unordered_map<std::string, Peer> peers_;
-    std::deque<std::string> ready_;  // peers that have a request waiting and a place for it
+    std::deque<std::string> ready_;  // peers with a waiting request and a place for it
     std::map<int, Call*> sockets_;
     Timers timers_;
     RequestId lastId_ = 0;
-    size_t places_ = 0;  // taken
+    size_t places_ = 0;  // taken places
     size_t begun_ = 0;
     bool descriptorsShort_ = false;  // nothing begins until a request has ended
     std::vector<pollfd> descriptors_;

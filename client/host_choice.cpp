@@ -9,7 +9,7 @@
 namespace zot::client {
 namespace {
 
-// Where the inventory is if nobody says otherwise: where packages and ports keep configurations.
+// The inventory's usual place: where packages and ports keep configurations.
 std::string DefaultInventory(const Environment& environment) {
     if (environment.hosts && *environment.hosts) return environment.hosts;
     std::error_code ignored;
@@ -94,7 +94,7 @@ bool ChooseMany(const Invocation& call, Choice& choice, std::string& error) {
     return true;
 }
 
-// The host of -H as the usual inventory knows it, when nobody gave a password for it.
+// The host of -H as the usual inventory knows it, if no password was given for it.
 std::optional<ChosenHost> FindKnown(const Invocation& call) {
     const Options& options = call.options;
     bool given = !options.passwordFile.empty() || call.environment.password;

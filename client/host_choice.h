@@ -1,5 +1,5 @@
-// Which hosts a run asks, and with which password. A password goes to nobody but the hosts that the
-// command line or the inventory names.
+// Which hosts a run asks, and with which password. A password goes only to hosts that the command
+// line or the inventory names.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ namespace zot::client {
 struct ChosenHost {
     Host host;
     Target target;
-    std::string fault;  // why it cannot be asked: its password file, say
+    std::string fault;  // why it cannot be asked: its password file, for example
 };
 
 struct Choice {
@@ -22,8 +22,8 @@ struct Choice {
     bool many = false;  // the output names the hosts
 };
 
-// False with the error text when the options make no sense or nobody is left. A single host without
-// a password is such a fault; one of many is a fault of its own.
+// False with the error text when the options make no sense or no host is left. A missing password
+// is such an error for a single host; where there are many it is only that host's fault.
 bool ChooseHosts(Invocation& call, Choice& choice, std::string& error);
 
 }  // namespace zot::client

@@ -85,7 +85,7 @@ struct NumberedName {
         digits = name.substr(start, end - start);
         after = name.substr(end);
     }
-    // Names of one family differ in the number only; those with leading zeros in its width too.
+    // Names of one family differ only in the number and, with leading zeros, in its width.
     std::string Family() const {
         std::string width = digits.starts_with('0') ? std::to_string(digits.size()) : "";
         return std::string(before) + '\n' + std::string(after) + '\n' + width;

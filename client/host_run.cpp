@@ -11,10 +11,10 @@
 namespace zot::client {
 namespace {
 
-// Of a question that people ask; a process list of 100 bytes a line has room for 80,000.
+// For a question that people ask; enough for 80,000 processes of 100 bytes a line.
 constexpr size_t kMaxAnswer = size_t{8} << 20;
 
-// Each host takes a descriptor while it is asked.
+// Each host needs a descriptor while it is asked.
 void RaiseDescriptorLimit(size_t hosts) {
     const auto wanted = static_cast<rlim_t>(hosts);
     rlimit limit = {};

@@ -1,4 +1,4 @@
-// Asking the chosen hosts, each its own questions in their order, all hosts at once.
+// Asks the chosen hosts, each its own questions in their order, all hosts at once.
 #pragma once
 
 #include <functional>
@@ -15,7 +15,7 @@
 
 namespace zot::client {
 
-// What became of one question.
+// The result of one question.
 struct HostReport {
     const ChosenHost* host = nullptr;
     Failure failure = Failure::kLocal;
@@ -33,11 +33,11 @@ class HostTask {
     virtual std::optional<Question> Next() = 0;
     virtual void Take(const Question& question, Outcome outcome) = 0;
 
-    // What to tell. Filled by Take.
+    // What to report. Filled by Take.
     std::vector<HostReport> reports;
 };
 
-// Asks one question after the other. A host that gives no reply is not asked the rest.
+// Asks one question after another. A host that gives no reply is not asked the rest.
 class QuestionList : public HostTask {
   public:
     QuestionList(const ChosenHost& host, const std::vector<Question>& questions)
@@ -54,17 +54,17 @@ class QuestionList : public HostTask {
 using TaskMaker = std::function<std::unique_ptr<HostTask>(const ChosenHost& host)>;
 using ReportHandler = std::function<void(const HostReport& report)>;
 
-// A report of the outcome; a reply 200 that cannot be read is a bad one.
+// Reports the outcome; a reply 200 that cannot be read is a bad one.
 HostReport MakeReport(const ChosenHost& host, const Question& question, Outcome outcome);
-// A report of our own trouble.
+// Reports our own trouble.
 HostReport LocalReport(const ChosenHost& host, std::string message);
 
-// Runs all tasks to their end, with a line of progress for whoever watches. `arrived` gets each
+// Runs all tasks to their end, with a line of progress if somebody watches. `arrived` gets each
 // report as soon as its host is done. Returns all of them in the order of the hosts.
 std::vector<HostReport> AskHosts(const Invocation& call, const Choice& choice,
                                  const TaskMaker& makeTask, const ReportHandler& arrived);
 
-// 3 when some host gave no reply, else 1 when some agent answered other than 200, else 0.
+// 3 when some host gave no reply, else 1 when some agent answered anything but 200, else 0.
 int StatusOf(const std::vector<HostReport>& reports);
 bool IsReply(Failure failure);
 

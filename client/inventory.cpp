@@ -14,7 +14,7 @@
 namespace zot::client {
 namespace {
 
-// What one part of a selection stands for: "@group", a name, or a mask.
+// What one part of a selection means: "@group", a name, or a mask.
 bool Matches(const Host& host, const std::string& part) {
     if (part.starts_with('@')) {
         return std::find(host.groups.begin(), host.groups.end(), part.substr(1)) !=

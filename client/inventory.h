@@ -1,4 +1,4 @@
-// The hosts that may be asked, and nobody else: each with its address and where its password is.
+// The hosts that may be asked, and no others: each with its address and the place of its password.
 //
 // An inventory is one of
 //   - a folder with a password file for each host, named like the host ("web1" or "web1:1056");
@@ -23,17 +23,17 @@
 namespace zot::client {
 
 struct Host {
-    std::string name;     // as every output has it: without port and address
+    std::string name;     // as all output shows it: without port and address
     std::string address;  // a name or an IPv4 address to connect to
     uint16_t port = 1055;
-    std::string passwordFile;  // empty: the password of all, if there is one
+    std::string passwordFile;  // empty: the common password, if there is one
     std::vector<std::string> groups;
 };
 
 struct Selection {
     std::string include{};  // "web[1-10],db*,@group", empty for all
     std::string exclude{};
-    size_t pick = 0;  // so many of them by chance, 0 for all
+    size_t pick = 0;  // how many of them, by chance; 0 for all
 };
 
 class Inventory {
@@ -43,15 +43,16 @@ class Inventory {
         std::string passwordFile{};  // for hosts that name none; a folder has a file for each host
     };
 
-    // Reads a folder, a list or JSON; "-" is a list or JSON on `input`. Relative password files
-    // count from the list's folder. Nothing with the error text, which names the line.
+    // Reads a folder, a list or JSON; "-" is a list or JSON on `input`. Relative password files are
+    // relative to the list's folder. On failure returns nothing, with the error text, which names
+    // the line.
     static std::optional<Inventory> Load(const std::string& path, const Defaults& defaults,
                                          std::istream& input, std::string& error);
     // Hosts that are named one by one: "web[1-10],db1:1056".
     static std::optional<Inventory> FromNames(std::string_view names, const Defaults& defaults,
                                               std::string& error);
 
-    // In the order of the list, of a folder by name (web2 before web10).
+    // In the order of the list; of a folder by name (web2 before web10).
     std::span<const Host> Hosts() const { return hosts_; }
     const Host* Find(std::string_view name) const;
     // The selected hosts in the inventory's order. False with the error text when a part of the
@@ -64,11 +65,11 @@ class Inventory {
     std::vector<Host> hosts_;
 };
 
-// The line of a list that describes the host. Password files are written as they are.
+// The line of a list that describes the host. Paths of password files stay as they are.
 std::string ListLine(const Host& host);
 
 // Reads the first line of a password file, without its line end. `forOthers` tells whether users
-// beside owner and group can read it. False with the error text, also when the line is empty.
+// besides owner and group can read it. False with the error text, even for an empty line.
 bool ReadPasswordFile(const std::string& path, std::string& password, bool& forOthers,
                       std::string& error);
 

@@ -1,4 +1,4 @@
-// Reading the three kinds of inventory.
+// Reads the three kinds of inventory.
 #include <algorithm>
 #include <filesystem>
 #include <istream>
@@ -42,7 +42,7 @@ class InventoryReader {
     }
 
     const Inventory::Defaults& defaults_;
-    fs::path base_;  // of relative password files
+    fs::path base_;  // for relative password files
     Inventory inventory_;
     std::map<std::string, size_t> known_;
     std::string error_;
@@ -53,7 +53,7 @@ namespace {
 constexpr size_t kMaxListSize = size_t{64} << 20;
 constexpr int32_t kMaxPort = 65535;
 
-// A name is printed, and may become a part of a path.
+// A name is printed, and may become part of a path.
 bool IsName(std::string_view name) {
     return !name.empty() && name != "." && name != ".." &&
            std::all_of(name.begin(), name.end(), [](char c) {
@@ -62,7 +62,7 @@ bool IsName(std::string_view name) {
            });
 }
 
-// Numbers inside names by their value: web2 before web10.
+// Compares numbers inside names by value: web2 before web10.
 bool ComesBefore(const std::string& a, const std::string& b) {
     size_t i = 0, j = 0;
     auto digits = [](const std::string& text, size_t from) {
@@ -133,7 +133,7 @@ bool InventoryReader::AddOne(Host host) {
 
 // A word that names hosts: "root@web[1-3]:1056".
 bool InventoryReader::Add(const std::string& word, const Host& attributes) {
-    std::string names = word.substr(word.find('@') + 1);  // 0 where there is no user
+    std::string names = word.substr(word.find('@') + 1);  // 0 if there is no user
     Host host = attributes;
     if (size_t colon = names.find(':'); colon != std::string::npos) {
         int32_t port = 0;
@@ -261,7 +261,7 @@ bool InventoryReader::ReadFolder(const std::string& path, const std::string& gro
 }
 
 bool InventoryReader::ReadNames(std::string_view names) {
-    // Each name may have a port of its own, so they are taken one by one.
+    // Each name may have a port of its own, so they are handled one by one.
     std::vector<std::string> expanded;
     if (!ExpandNames(names, expanded, error_)) return false;
     Host attributes;

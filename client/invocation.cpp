@@ -32,7 +32,7 @@ bool TakePassword(Invocation& call, std::string& error) {
         error = "no password: name a file with -P or set ZOT_PASSWORD";
         return false;
     }
-    // In a folder there is a file for each host.
+    // A folder has a file for each host.
     auto host =
         Inventory::FromNames(options.target.host, {.passwordFile = options.passwordFile}, error);
     if (!host || host->Hosts().size() != 1) {

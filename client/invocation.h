@@ -1,4 +1,4 @@
-// One run of zotq: what it was called with, where it prints, and what scripts rely on when it ends.
+// One run of zotq: how it was called, where it prints, and the exit statuses that scripts rely on.
 // Every subcommand gets an Invocation and returns an ExitStatus.
 #pragma once
 
@@ -11,12 +11,12 @@
 
 namespace zot::client {
 
-// Of everything but the plugin, which has statuses of its own.
+// For everything but the plugin, which has statuses of its own.
 enum ExitStatus : int {
     kReplyOk = 0,     // every agent answered 200
     kReplyOther = 1,  // some agent answered anything else
     kWrongUsage = 2,
-    kNoReply = 3,  // from some host no valid reply came, or it could not be printed
+    kNoReply = 3,  // some host gave no valid reply, or it could not be printed
 };
 
 struct Console {
@@ -27,7 +27,7 @@ struct Console {
     bool terminal = false;  // `out` is a terminal
 };
 
-// Values of environment variables; null where one is not set.
+// Values of environment variables; null if not set.
 struct Environment {
     const char* password = nullptr;   // ZOT_PASSWORD
     const char* stateHome = nullptr;  // XDG_STATE_HOME
@@ -43,18 +43,19 @@ struct Invocation {
     const Console& console;
 };
 
-// Tells a person what went wrong, or what to mind, on standard error.
+// Tells a person on standard error what went wrong, and returns the status.
 int Fail(const Console& console, std::string_view message, ExitStatus status);
 void Note(const Console& console, std::string_view message);
-// What standard output did not take (a full disk, say) did not reach the caller.
+// Ends the run: if standard output did not take everything (a full disk, for example), the caller
+// did not get it.
 int Finish(const Console& console, int status);
 
-// The password of a single host that no inventory names: from the file, or the environment. False
+// The password of a single host that no inventory names: from the file or the environment. False
 // with the error text.
 bool TakePassword(Invocation& call, std::string& error);
-// Prints a reply as it came, and ends the run.
+// Prints a reply unchanged, and ends the run.
 int FinishWithReply(const Invocation& call, const Answer& answer);
-// The text as it may be printed: on a terminal without control characters.
+// The text in a form fit to print: without control characters on a terminal.
 std::string Shown(const Console& console, std::string_view text);
 
 }  // namespace zot::client

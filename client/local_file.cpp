@@ -40,7 +40,7 @@ bool ReadWholeFile(const std::string& path, size_t maxSize, std::string& content
                    std::string& error) {
     struct stat status = {};
     content.clear();
-    // Not blocking: a named pipe is refused instead of waited for.
+    // Non-blocking, so that a named pipe is refused instead of waited for.
     UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file || fstat(file.Get(), &status) != 0) {
         error = FileError("read", path, errno);

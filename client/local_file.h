@@ -1,5 +1,5 @@
-// Local files whole, with errors told in a sentence. Operations return true, or false with the
-// error text.
+// Reads and writes whole local files. Operations return true, or false with the error as a
+// sentence.
 #pragma once
 
 #include <string>
@@ -11,12 +11,12 @@ namespace zot::client {
 bool ReadWholeFile(const std::string& path, size_t maxSize, std::string& content,
                    std::string& error);
 
-// Reads the first line, without its line end, of anything that can be read, also of a pipe.
+// Reads the first line, without its line end, of anything that can be read, even a pipe.
 bool ReadFirstLine(const std::string& path, std::string& line, std::string& error);
 
-// Puts a file with this content, readable by its owner only, in the place of the one that was
-// there: whoever reads it, and whatever breaks off the write, finds the old or the new one whole.
-// REQUIRES that nobody else writes the same path meanwhile.
+// Replaces a file by one with this content, readable only by its owner. Readers find either the old
+// or the new one whole, even if the write is cut off. REQUIRES that nobody else writes the same
+// path meanwhile.
 bool ReplaceFile(const std::string& path, std::string_view content, std::string& error);
 
 // "cannot read PATH: " and the system's words for the error number.

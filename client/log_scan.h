@@ -1,4 +1,4 @@
-// Finding the new lines of a log with TEST-TextLog, one reply after the other.
+// Finds the new lines of a log with TEST-TextLog, one reply after another.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ struct ScanPosition {
 
 enum class Find { kNext, kLast };
 
-// One reply: whether a line was found, which, and whether more follow at once.
+// One reply: whether a line was found, which one, and whether more follow at once.
 struct Scan {
     bool found = false;
     bool more = false;
@@ -27,7 +27,7 @@ struct Scan {
 
 std::vector<std::string> ScanParams(const std::string& file, const std::string& pattern,
                                     const ScanPosition& position, Find find);
-// Reads a reply 200 and moves the position behind the line; false when the reply is too short.
+// Reads a reply 200 and moves the position after the line; false when the reply is too short.
 bool TakeScan(const Answer& answer, Scan& scan, ScanPosition& position);
 
 }  // namespace zot::client

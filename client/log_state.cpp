@@ -24,7 +24,7 @@ namespace {
 constexpr std::string_view kHeading = "zotq log state 1\n";
 constexpr size_t kMaxStateSize = 4096;
 
-// A name that any file system takes, whatever is in the identity.
+// A name that any file system accepts, whatever the identity contains.
 std::string DigestOf(std::string_view identity) {
     std::string name;
     for (uint8_t byte : Md5Digest(identity.data(), identity.size())) {
@@ -57,7 +57,7 @@ bool MakeFolder(const std::string& path) {
     return !failure && access(path.c_str(), W_OK) == 0;
 }
 
-// Creates the directory for state files, by the rules of the XDG base directories where there is an
+// Creates the directory for state files, by the rules of the XDG base directories if there is an
 // environment. Returns its path, or an empty one with the error text.
 std::string StateDirectory(const Environment& environment, std::string& error) {
     auto absolute = [](const char* path) { return path && path[0] == '/'; };
@@ -93,7 +93,7 @@ bool LogState::Open(const std::string& stateFile, std::string_view identity,
     return Lock(deadline, error) && Read(error);
 }
 
-// The lock has a file of its own, which stays: the state file is another one after each save.
+// The lock has a file of its own, which stays: each save replaces the state file.
 bool LogState::Lock(const Deadline& deadline, std::string& error) {
     constexpr std::chrono::milliseconds kPause{20};
     std::string path = path_ + ".lock";
@@ -126,7 +126,7 @@ bool LogState::Read(std::string& error) {
     std::istringstream values(known ? content.substr(kHeading.size()) : "");
     values >> identity >> position_.position >> position_.lastSize >> position_.lastModified;
     bool whole = static_cast<bool>(values);
-    // Not there in a state that an older version wrote.
+    // Missing from a state that an older version wrote.
     if (values >> alarm_.time >> alarm_.matches) std::getline(values >> std::ws, alarm_.line);
     if (!whole) {
         error = path_ + " is not a state file, or damaged: remove it to start again";

@@ -1,4 +1,4 @@
-// Where a log check goes on: the scan state that the agent returned, kept in a file between runs.
+// Where a log check continues: the scan state that the agent returned, kept in a file between runs.
 //
 // Runs of the same check take turns: each holds a lock from before it reads the state until it has
 // saved the next one, so that no line is counted twice.
@@ -15,20 +15,20 @@
 
 namespace zot::client {
 
-// What was last found, for as long as an alarm is held.
+// What was found last, for as long as an alarm is held.
 struct LogAlarm {
-    int64_t time = 0;  // seconds since 1970; 0 when nothing was found yet
+    int64_t time = 0;  // seconds since 1970; 0 when nothing was ever found
     int64_t matches = 0;
     std::string line;
 };
 
 class LogState {
   public:
-    // Locks the state of the check that `identity` tells from all others and reads it: in
-    // `stateFile`, or if that is empty in a file of the user's state directory, which needs no
-    // environment: without one it is below the home directory of the user's account or, where
-    // that cannot be written, a folder of the user's own in /var/tmp. Waits for another
-    // run until the deadline. False with the error text.
+    // Locks and reads the state of the check with this `identity`, which is different for every
+    // check. It is in `stateFile` or, if that is empty, in a file of the user's state directory:
+    // that is below the home directory of the user's account when the environment says nothing or,
+    // where that cannot be written, a folder of the user's own in /var/tmp. Waits for another run
+    // until the deadline. False with the error text.
     bool Open(const std::string& stateFile, std::string_view identity,
               const Environment& environment, const Deadline& deadline, std::string& error);
     bool Save(const ScanPosition& position, std::string& error, const LogAlarm& alarm = {}) const;

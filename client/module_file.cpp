@@ -15,7 +15,7 @@ constexpr std::string_view kElfMark =
     "\x7F"
     "ELF";
 
-// Little-endian numbers of an ELF file; 0 beyond its end.
+// A little-endian number of an ELF file; 0 beyond its end.
 uint64_t NumberAt(std::string_view file, uint64_t offset, size_t size) {
     if (offset > file.size() || size > file.size() - offset) return 0;
     uint64_t value = 0;
@@ -25,7 +25,7 @@ uint64_t NumberAt(std::string_view file, uint64_t offset, size_t size) {
     return value;
 }
 
-// The program that loads it, as its PT_INTERP says; empty for a static one.
+// The program that loads it, according to its PT_INTERP; empty for a static one.
 std::string_view Interpreter(std::string_view file) {
     constexpr uint64_t kInterpreter = 3;
     bool wide = NumberAt(file, 4, 1) == 2;
@@ -85,7 +85,7 @@ std::string ModuleDigest(std::string_view module) {
 std::string ModuleFault(std::string_view module) {
     if (module.starts_with("#!")) return {};
     if (!module.starts_with(kElfMark)) return "neither an ELF executable nor a script";
-    constexpr uint64_t kExecutable = 2, kShared = 3;  // executables of today are both
+    constexpr uint64_t kExecutable = 2, kShared = 3;  // today's executables are both
     uint64_t type = NumberAt(module, 16, 2);
     return type == kExecutable || type == kShared ? "" : "an ELF file, but no executable";
 }

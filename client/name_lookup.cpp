@@ -56,7 +56,7 @@ Resolver::~Resolver() {
 }
 
 void Resolver::Lookup(const std::string& name, Handler handler) {
-    // Opened at the first name: it reads the system's files, and addresses need none of them.
+    // Opened for the first name: that reads the system's files, and addresses need none of them.
     if (!state_->open) {
         ares_options options = {};
         options.sock_state_cb_data = state_.get();

@@ -1,5 +1,5 @@
-// Names to IPv4 addresses without waiting: many at once, in the caller's own loop. Names come from
-// the hosts file and from DNS; other sources of the system's resolver are not asked.
+// Turns names into IPv4 addresses without waiting: many at once, in the caller's own loop. Asks the
+// hosts file and DNS, but no other sources of the system's resolver.
 #pragma once
 
 #include <netinet/in.h>
@@ -23,19 +23,19 @@ class Resolver {
     using Handler = std::function<void(std::vector<in_addr> addresses, std::string_view reason)>;
 
     Resolver();
-    ~Resolver();  // handlers that were not called are forgotten
+    ~Resolver();  // forgets the handlers not yet called
     Resolver(const Resolver&) = delete;
     Resolver& operator=(const Resolver&) = delete;
 
-    // Looks a name up. The handler may be called before this returns.
+    // Looks up a name. The handler may be called before this returns.
     void Lookup(const std::string& name, Handler handler);
-    // Whether a lookup is under way.
+    // Whether a look-up is running.
     bool Busy() const;
     // Appends what to poll for.
     void AppendDescriptors(std::vector<pollfd>& descriptors) const;
     // The longest wait that poll may make: at most `limit` milliseconds (negative: no limit).
     int WaitLimit(int limit) const;
-    // Goes on after a poll with these descriptors, also after one that none was ready in.
+    // Goes on after a poll with these descriptors, even if none was ready.
     void Process(std::span<const pollfd> descriptors);
 
   private:
@@ -43,7 +43,7 @@ class Resolver {
     std::unique_ptr<State> state_;
 };
 
-// Reads a dotted address as the system does ("127.1" too).
+// Reads a dotted address as the system does (including "127.1").
 bool ParseAddress(const std::string& text, in_addr& address);
 std::string AddressText(in_addr address);
 

@@ -124,7 +124,7 @@ bool SetRange(std::string_view text, std::optional<Range>& range) {
     return range.has_value();
 }
 
-// Puts the value of the option with this (last) name in its place; false when it is wrong.
+// Stores the value of the option with this (last) name; false when it is wrong.
 bool Apply(std::string_view name, const std::string& value, Options& options) {
     if (name == "--hostname") {
         options.hostGiven = true;
@@ -207,7 +207,7 @@ void AddOptions(CLI::App& app, Scope scope, Options& options) {
     }
 }
 
-// Leaves in `words` what is no option. CLI11 takes its arguments in reverse.
+// Leaves in `words` what is not an option. CLI11 takes its arguments in reverse.
 bool Parse(CLI::App& app, std::vector<std::string> arguments, std::vector<std::string>& words,
            std::string& error) {
     std::reverse(arguments.begin(), arguments.end());

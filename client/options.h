@@ -1,4 +1,4 @@
-// What the command line says, and the words that tell people about it: help text, manual page and
+// What the command line says, and the words that describe it: help text, manual page and
 // completions have the same options.
 #pragma once
 
@@ -16,7 +16,7 @@ namespace zot::client {
 enum class Output { kDefault, kTable, kJson, kNdjson, kCsv, kRaw };
 
 struct Options {
-    Target target;  // of a single host; the time limit and the port of all
+    Target target;  // a single host; its time limit and port are those of all
     bool hostGiven = false;
     bool portGiven = false;
     bool timeoutGiven = false;
@@ -43,7 +43,7 @@ struct Options {
     std::optional<Range> critical;
     std::string stateFile;  // empty: the usual place
     int holdMinutes = 0;
-    std::optional<int> unreachable;  // the plugin status of an agent that does not answer
+    std::optional<int> unreachable;  // the plugin status for an agent that does not answer
 
     bool dryRun = false;
     bool force = false;
@@ -57,25 +57,25 @@ struct Options {
     std::vector<std::string> words;  // the command and its parameters
 };
 
-// To whom an option belongs.
+// Where an option belongs.
 enum class Scope { kAll, kPlugin, kSet, kUpgrade };
 
 struct OptionWords {
     std::string_view flags;     // "-H,--hostname"
     std::string_view argument;  // "HOST"; empty for a flag
     Scope scope;
-    std::string_view help;  // a sentence without its point
+    std::string_view help;  // a sentence without its full stop
 };
 
 extern const std::span<const OptionWords> kOptionWords;
 
-// Reads the options up to the first word that is none, so that a parameter may begin with "-".
-// Takes the arguments behind the program's name. False with the error text, also for options that
-// do not go together.
+// Reads the options up to the first word that is not one, so that a parameter may begin with "-".
+// Takes the arguments after the program's name. False with the error text, also for options that
+// contradict each other.
 bool ParseOptions(std::span<const char* const> arguments, Options& options, std::string& error);
 
-// Reads on behind the name of a subcommand, where options and words may be mixed up to "--"; with
-// `wordsOnly` the first word ends the options again. The words that are left are put behind the
+// Continues after the name of a subcommand, where options and words may be mixed up to "--"; with
+// `wordsOnly` the first word ends the options again. The words that are left follow the
 // subcommand's name.
 bool ParseSubcommand(Scope scope, bool wordsOnly, Options& options, std::string& error);
 

@@ -1,4 +1,4 @@
-// What the subcommands for people have in common: hosts are chosen, asked and told about.
+// What the subcommands for people share: they choose hosts, ask them and print what they answer.
 #pragma once
 
 #include <string>
@@ -16,8 +16,8 @@ int AskQuestions(Invocation& call, std::vector<Question> questions);
 // The same with a task for each host. The reports have the fields of `command`'s reply.
 int AskTasks(Invocation& call, const std::string& command, const TaskMaker& makeTask);
 
-// Chooses the hosts and checks the names of fields; false after telling what is wrong, with the
-// status to end with.
+// Chooses the hosts and checks the names of fields; on an error prints it and returns false, with
+// the exit status.
 bool Prepare(Invocation& call, const std::vector<std::string>& fields, Choice& choice, int& status);
 
 }  // namespace zot::client

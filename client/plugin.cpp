@@ -26,7 +26,7 @@ namespace {
 
 constexpr std::string_view kStatusNames[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
 
-// A bar would begin the performance data, a line break or another control the next line.
+// A bar would begin the performance data; a line break or another control character, the next line.
 std::string Printable(std::string_view text, bool keepLines) {
     std::string result;
     for (char c : text) {
@@ -49,8 +49,8 @@ int Print(const Console& console, std::string_view service, PluginStatus status,
     return out.flush() ? status : Fail(console, "cannot write to standard output", kNoReply);
 }
 
-// Ends the process with a status a second after the time limit: the resolution of a name takes its
-// own time, and a monitoring system kills a plugin that says nothing for too long.
+// Ends the process with a status one second after the time limit: resolving a name takes its own
+// time, and a monitoring system kills a plugin that is silent for too long.
 class HardTimeLimit {
   public:
     explicit HardTimeLimit(std::chrono::milliseconds limit) {

@@ -11,11 +11,11 @@ namespace zot::client {
 
 enum PluginStatus : int { kOk = 0, kWarning = 1, kCritical = 2, kUnknown = 3 };
 
-// The check is the first word of the options, its arguments are the others. Whatever goes wrong is
-// UNKNOWN and is told on standard output, which is what monitoring systems show.
+// The check is the first word of the options, its arguments are the others. All errors are UNKNOWN
+// and go to standard output, because that is what monitoring systems show.
 int RunPlugin(Invocation& call);
 
-// Tells that the command line is wrong.
+// Reports that the command line is wrong.
 int PluginUsageError(const Console& console, std::string_view message);
 
 // One line for each check, for the help text.

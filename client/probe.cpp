@@ -29,7 +29,7 @@ std::vector<std::string_view> WordsOf(std::string_view line) {
     }
 }
 
-// "sshd" of "/usr/sbin/sshd", "sshd:" and "-sshd".
+// "sshd" from "/usr/sbin/sshd", "sshd:" and "-sshd".
 std::string_view ProgramName(std::string_view word) {
     word = NamePart(word);
     if (word.starts_with('-')) word.remove_prefix(1);
@@ -37,7 +37,7 @@ std::string_view ProgramName(std::string_view word) {
     return word;
 }
 
-// What the agent runs for its list of processes, and whoever asks for it.
+// What the agent runs for its list of processes, and the process that asks for it.
 bool IsOfTheQuestion(std::string_view line, const std::vector<std::string_view>& words) {
     if (line.find("zot_proclist") != std::string_view::npos) return true;
     if (line == "ps -A -ww -o args=" || line == "cut -c 1-500") return true;
@@ -58,7 +58,7 @@ int64_t CountIn(std::string_view list, const std::string& name) {
         if (words.empty()) continue;
         bool matches = byProgram ? ProgramName(words[0]) == wanted
                                  : line.find(wanted) != std::string_view::npos;
-        // Who asks for zotq by its name wants to know.
+        // Somebody who asks for zotq by its name wants to know.
         bool asksForIt = byProgram && wanted == "zotq";
         if (matches && (asksForIt || !IsOfTheQuestion(line, words))) ++count;
     }
@@ -89,7 +89,7 @@ std::optional<Question> SizeProbe::Next() {
             return Question{"TEST-FolderSize", {path_, "1", "0", "0", "0", "0", "0", "1"}};
         case Step::kListFirst:
         case Step::kListAfter:
-            // A folder that is there lists at least the one above.
+            // An existing folder lists at least the one above.
             return Question{"GetFilesList",
                             {isMask_ ? std::string(FolderPart(path_)) : path_ + "/", "*", "1", "1",
                              "1", "1", "0", "0", "0"}};

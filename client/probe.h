@@ -1,5 +1,5 @@
-// Checks that take more than one question to be right: the folder of which nothing is left, and the
-// process that is not the question about it. Each says what to ask next until it knows.
+// Checks that need more than one question to be right: a folder that may be gone, and processes
+// that must not count the question itself. Each says what to ask next until it knows.
 #pragma once
 
 #include <optional>
@@ -19,21 +19,21 @@ struct Question {
 class Probe {
   public:
     virtual ~Probe() = default;
-    // What to ask now; nothing when it is known, or when the agent's answer settles it.
+    // What to ask now; nothing when the probe knows, or when the agent's answer settles it.
     virtual std::optional<Question> Next() = 0;
-    // Any reply to it, also one that is not 200.
+    // Takes any reply to it, even one that is not 200.
     virtual void Take(const Answer& reply) = 0;
-    // Tells whether the agent runs on the host that asks.
+    // Says whether the agent runs on this host.
     virtual void SetSameHost(bool) {}
 
-    // The reply that has the value, or the one that tells why there is none.
+    // The reply with the value, or the one that says why there is none.
     Answer answer;
 };
 
-// The size of what is in a folder. To the agent a folder that is gone is a mask in the folder
-// above: it would walk through all of that and find 0 bytes. So this asks first whether there is
-// anything at all; if not, the answer is 301. Where the agent may not tell (the check of files is
-// switched off), it asks for a list of the folder when the sum is 0.
+// The size of what is in a folder. If the folder is gone the agent takes the path for a mask in the
+// folder above: it would walk through all of that and find 0 bytes. So this first asks whether
+// anything is there; if not, the answer is 301. Where the agent may not say (the check of files is
+// switched off), it asks for a list of the folder if the sum is 0.
 class SizeProbe : public Probe {
   public:
     explicit SizeProbe(std::string path);
@@ -50,8 +50,8 @@ class SizeProbe : public Probe {
 };
 
 // How many processes there are: those with `name` in their command line or, for "=NAME", those
-// whose program is called NAME. Runs of zotq and what the agent starts to answer are not counted.
-// Where the agent has no list of processes its own count stands in, which knows no "=NAME".
+// whose program is called NAME. Does not count runs of zotq and what the agent starts to answer.
+// Where the agent has no list of processes its own count serves, which does not know "=NAME".
 class ProcessProbe : public Probe {
   public:
     // `ownCommandLine` is that of the process that asks.
@@ -59,7 +59,7 @@ class ProcessProbe : public Probe {
         : name_(std::move(name)), ownCommandLine_(std::move(ownCommandLine)) {}
     std::optional<Question> Next() override;
     void Take(const Answer& reply) override;
-    // The agent's own count there has the one who asks in it.
+    // On this host the agent's own count includes the process that asks.
     void SetSameHost(bool sameHost) override { sameHost_ = sameHost; }
 
   private:
@@ -71,7 +71,7 @@ class ProcessProbe : public Probe {
     Step step_ = Step::kList;
 };
 
-// The text as one word of a shell's command line, whatever is in it.
+// The text as one word of a shell's command line, whatever it contains.
 std::string QuotedForShell(std::string_view text);
 
 }  // namespace zot::client

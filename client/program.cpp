@@ -82,7 +82,7 @@ int RunSubcommand(const Subcommand& row, Invocation& call) {
     return row.run(call);
 }
 
-// No agent has a command in small letters, so this one is a slip.
+// No agent has a command in small letters, so this one is a typing error.
 bool IsMistyped(const std::string& word) {
     return std::all_of(word.begin(), word.end(), [](char c) { return c >= 'a' && c <= 'z'; }) &&
            !NearestCommand(word).empty();
@@ -92,7 +92,7 @@ int Run(std::span<const char* const> arguments, Invocation& call) {
     std::string error;
     Options& options = call.options;
     if (!ParseOptions(arguments, options, error)) {
-        // Wherever the fault is: a monitoring system that runs a plugin reads its standard output.
+        // Wherever the fault is, a monitoring system that runs a plugin reads its standard output.
         bool plugin = std::find(arguments.begin(), arguments.end(), std::string_view("--plugin")) !=
                       arguments.end();
         if (plugin) return PluginUsageError(call.console, error);

@@ -7,7 +7,8 @@
 
 namespace zot::client {
 
-// Takes the arguments behind the program's name; returns an ExitStatus, as a plugin a PluginStatus.
+// Takes the arguments after the program's name; returns an ExitStatus or, as a plugin, a
+// PluginStatus.
 int RunProgram(std::span<const char* const> arguments, const Environment& environment,
                const Console& console);
 

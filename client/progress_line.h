@@ -1,5 +1,5 @@
-// One line on standard error that is written over itself while hosts are asked: "12/46 hosts, 1
-// failed, 3 s left". Silent where nobody watches, and in the first half second.
+// One line on standard error that overwrites itself while hosts are asked: "12/46 hosts, 1 failed,
+// 3 s left". Silent when nobody watches, and in the first half second.
 #pragma once
 
 #include <chrono>
@@ -11,13 +11,13 @@ namespace zot::client {
 
 class ProgressLine {
   public:
-    // A total of 0 is silent.
+    // Silent for a total of 0.
     ProgressLine(const Console& console, size_t total);
     ~ProgressLine() { Clear(); }
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
-    // One more is done.
+    // Counts one more as done.
     void Count(bool failed);
     // Makes room for other output.
     void Clear();

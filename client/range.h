@@ -1,5 +1,5 @@
-// Threshold ranges as the monitoring plugins write them: [@][START:]END. A value outside of the
-// range alerts; with "@" a value inside does.
+// Threshold ranges as monitoring plugins write them: [@][START:]END. A value outside the range
+// alerts; with "@" a value inside does.
 #pragma once
 
 #include <optional>
@@ -10,15 +10,15 @@ namespace zot::client {
 
 class Range {
   public:
-    // START is 0 when it is not given and "~" for no lower limit; without END there is no upper
-    // limit. Nothing when the text is no range.
+    // START is 0 if not given, and "~" for no lower limit; without END there is no upper limit.
+    // Nothing when the text is not a range.
     static std::optional<Range> Parse(std::string_view text);
 
     bool Alerts(double value) const {
         bool inside = value >= start_ && value <= end_;
         return inside == alertInside_;
     }
-    // The range in another unit, of which one of its own is `factor`.
+    // The range in another unit, where one of its own units is `factor`.
     std::string Format(double factor = 1) const;
 
   private:

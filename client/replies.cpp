@@ -30,7 +30,7 @@ struct ReplyFormat {
     std::array<Column, 9> columns;
 };
 
-// Of the lists, and of what is read by code below, there are rows without columns.
+// Lists, and replies that code below reads, have rows without columns.
 constexpr ReplyFormat kFormats[] = {
     {"TEST-UNC",
      {{{"path", Kind::kText, kParam},
@@ -117,7 +117,7 @@ bool ReadColumn(const Column& column, std::span<const std::string> params, const
     field.name = column.name;
     field.inTable = column.inTable;
     if (ofRequest) {
-        // What was asked is only repeated; where it makes no sense the agent has said so.
+        // This only repeats the question; if it made no sense the agent has said so.
         if (index < params.size()) Convert(column.kind, params[index], field);
         return true;
     }
@@ -137,7 +137,7 @@ void InsertAfter(Record& record, std::string_view name, Field field) {
     record.insert(place, std::move(field));
 }
 
-// As df(1) counts: of what ordinary users can have. What is available can be negative, when the
+// As df(1) counts: of what ordinary users can have. The available space can be negative while the
 // reserve is in use.
 void AddUse(Record& record) {
     double used = *Number(record, "size_bytes") - *Number(record, "free_bytes");
@@ -152,7 +152,7 @@ void AddModificationTime(Record& record, const Answer& answer, time_t now) {
     InsertAfter(record, "modified", {"modified_timestamp_seconds", time, Unit::kTimestamp, false});
 }
 
-// A file beyond the limit of the request has its size in place of the digest.
+// A file beyond the limit of the request has its size instead of the digest.
 void TellMissingDigest(Record& record) {
     Field& digest = record.back();
     if (!Text(record, "digest").starts_with("File size ")) return;

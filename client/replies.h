@@ -25,33 +25,33 @@ struct Field {
     std::string name;  // "size_bytes"
     Value value;
     Unit unit = Unit::kNone;
-    bool inTable = true;  // shown where nobody chose fields
-    std::string label{};  // for people, where it is not made from the name
+    bool inTable = true;  // shown unless somebody chose fields
+    std::string label{};  // for people, unless made from the name
 };
 
 using Record = std::vector<Field>;
 
 // The field of this name; nullptr if there is none.
 const Field* FindField(const Record& record, std::string_view name);
-// A field's number, whatever its type is; nothing for texts, lists and missing fields.
+// A field's number, of whatever type; nothing for texts, lists and missing fields.
 std::optional<double> Number(const Record& record, std::string_view name);
 // A field's text; empty for anything else.
 std::string Text(const Record& record, std::string_view name);
 
-// Reads a reply 200 to `command`, which was asked with these parameters (the escapes still in
-// them), into records: one, or one for each entry of a list (GetFilesList, GetProcessesList). A
-// command that is not known gives its lines as "value_1", "value_2" and so on.
+// Reads a reply 200 to `command`, which was asked with these parameters (still escaped), into
+// records: one, or one for each entry of a list (GetFilesList, GetProcessesList). The lines of an
+// unknown command become "value_1", "value_2" and so on.
 //
-// Times of files travel in the agent's local time; `now` is used to find out its zone from the
-// file's age. False when the reply has too few lines or a number is none: `error` names the field.
+// Times of files travel in the agent's local time; `now` and the file's age give its zone. False
+// when the reply has too few lines or a number is wrong: `error` names the field.
 bool ReadReply(std::string_view command, std::span<const std::string> params, const Answer& answer,
                std::vector<Record>& records, std::string& error, time_t now = time(nullptr));
 
-// The names of all fields that a reply to the command can have, as they are in its first record;
-// empty for a command that is not known. Those of settings and information are in it too.
+// The names of all fields that a reply to the command can have, in the order of its first record;
+// empty for an unknown command. Includes those of settings and information.
 std::vector<std::string> FieldNames(std::string_view command);
 
-// The commands whose replies are known, and that this system's agents carry out.
+// The commands whose replies are known, and which this system's agents carry out.
 std::vector<std::string_view> CommandNames();
 
 // "folder_size" from "Folder Size", "ok_log_file" from "OkLogFile".

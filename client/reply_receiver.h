@@ -1,5 +1,5 @@
-// A reply packet as it arrives: opened piece by piece, so that what is no reply is known by its
-// first bytes and nobody waits for the rest of it to be decrypted.
+// Opens a reply packet piece by piece as it arrives, so that its first bytes show what is not a
+// reply, and nobody waits for the rest of it to be decrypted.
 #pragma once
 
 #include <cstddef>
@@ -15,16 +15,16 @@ class ReplyReceiver {
   public:
     enum class State { kMore, kComplete, kBad };
 
-    // The key of the request, and how many bytes a reply may have.
+    // Takes the key of the request, and how many bytes a reply may have.
     ReplyReceiver(std::string_view sessionKey, size_t maxSize)
         : cipher_(sessionKey), maxSize_(maxSize) {}
 
-    // How many bytes to receive next; never one that belongs to what follows the reply.
+    // How many bytes to receive next; never more than belong to the reply.
     size_t Wanted() const { return wanted_; }
-    // Takes at most Wanted() bytes. With kBad, Error() tells what is wrong.
+    // Takes at most Wanted() bytes. With kBad, Error() says what is wrong.
     State Take(std::string_view bytes);
 
-    // Whether the first byte has come.
+    // Whether the first byte has arrived.
     bool Begun() const { return begun_; }
     const std::string& Text() const { return text_; }
     const std::string& Error() const { return error_; }
@@ -39,7 +39,7 @@ class ReplyReceiver {
     size_t wanted_ = 4;
     bool begun_ = false;
     bool haveLength_ = false;
-    std::string head_;    // bytes that are too few to be opened
+    std::string head_;    // too few bytes to be opened
     std::string before_;  // the last encrypted bytes that were opened
     std::string text_;
     std::string error_;

@@ -1,4 +1,4 @@
-// Times as replies carry them: DDMMYYYYhhmmss on the agent's clock, in a zone that nobody tells.
+// Times in replies: DDMMYYYYhhmmss on the agent's clock, in a zone that is not given.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +8,12 @@
 
 namespace zot::client {
 
-// "2026-11-21T18:37:00", without a zone; empty when the text is no time.
+// "2026-11-21T18:37:00", without a zone; empty when the text is not a time.
 std::string LocalTimeText(std::string_view text);
 
-// The moment, in seconds since 1970. The zone is found from the age in seconds that the agent gives
-// (in whole minutes) and our own clock; zones differ by quarters of an hour, so the clocks of agent
-// and server may differ by seven minutes. -1 when the text is no time.
+// The moment, in seconds since 1970. The zone follows from our own clock and the age in seconds (in
+// whole minutes) that the agent gives. Zones differ by quarters of an hour, so the clocks of agent
+// and server may differ by seven minutes. -1 when the text is not a time.
 int64_t LocalTimeToEpoch(std::string_view text, int64_t ageSeconds, time_t now);
 
 }  // namespace zot::client

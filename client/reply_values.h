@@ -1,4 +1,4 @@
-// Single values of replies: texts as agents write them to values with a type and a unit.
+// Single values of replies: turns texts as agents write them into values with a type and a unit.
 #pragma once
 
 #include <string>
@@ -11,8 +11,8 @@ namespace zot::client {
 
 // How a line, or a parameter of the request, becomes a value.
 enum class Kind {
-    kText,     // as it stands
-    kEscaped,  // with its line breaks back in place
+    kText,     // unchanged
+    kEscaped,  // with its line breaks restored
     kLines,    // the same, as a list
     kInteger,
     kDecimal,
@@ -26,8 +26,8 @@ enum class Kind {
     kMode,       // the number of a comparison
 };
 
-// Puts the value, and the unit that belongs to the kind, into the field; false when the text is
-// none of that kind.
+// Puts the value, and the unit that belongs to the kind, into the field; false when the text is not
+// of that kind.
 bool Convert(Kind kind, std::string_view text, Field& field);
 
 // The lines of a text without their ends.

@@ -35,7 +35,7 @@ std::string CsvCell(const std::string& text) {
     return cell + "\"";
 }
 
-// The columns in the order in which the records bring them.
+// The columns in the order in which they first appear in the records.
 std::vector<std::string> FieldsOf(const std::vector<HostReport>& reports, bool tableOnly) {
     std::vector<std::string> names;
     std::set<std::string> known;
@@ -197,7 +197,7 @@ void ReportPrinter::PrintFailures(const std::vector<HostReport>& reports) {
 }
 
 void ReportPrinter::PrintSummary(const std::vector<HostReport>& reports) {
-    // By host: one of several answers that failed makes it a failed one.
+    // By host: one failure among several answers counts as the host's.
     std::map<const ChosenHost*, Failure> hosts;
     std::map<std::string, size_t> words, versions;
     for (const HostReport& report : reports) {

@@ -1,4 +1,4 @@
-// Printing reports in the form that was asked for, and telling people how it went.
+// Prints reports in the chosen form, and says how it went.
 #pragma once
 
 #include <string>
@@ -11,13 +11,13 @@ namespace zot::client {
 
 class ReportPrinter {
   public:
-    // `columns` are the fields of the table where nobody chose others; empty for those that the
-    // replies' own table marks.
+    // `columns` are the fields of the table unless somebody chose others; empty for those that the
+    // replies mark for it.
     ReportPrinter(const Invocation& call, bool many, std::vector<std::string> columns = {});
 
-    // Prints what is printed as it arrives.
+    // Prints those reports that are printed at once.
     void Arrived(const HostReport& report);
-    // Prints the rest, writes the list of failed hosts and returns the status to end with.
+    // Prints the rest, writes the list of failed hosts and returns the exit status.
     int Finish(const std::vector<HostReport>& reports);
 
   private:
@@ -37,8 +37,8 @@ class ReportPrinter {
     Deadline::Clock::time_point begin_ = Deadline::Clock::now();
 };
 
-// Whether these are names of fields that a reply to the command can have, or of those that every
-// report has; false with the error text.
+// Whether these are names of fields that a reply to the command, or any report, can have; false
+// with the error text.
 bool CheckFields(const std::vector<std::string>& fields, const std::vector<std::string>& known,
                  std::string& error);
 

@@ -120,7 +120,7 @@ Field ReportField(const HostReport& report, const Record& record, const std::str
         return {name, ToInt64(report.answer.code)};
     }
     if (name == "seconds") {
-        // Tenths of a millisecond are all that means something.
+        // Nothing below tenths of a millisecond has any meaning.
         return {name, std::round(report.seconds * 1e4) / 1e4, Unit::kSeconds};
     }
     if (name == "error") {

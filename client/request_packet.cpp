@@ -27,7 +27,7 @@ std::span<const uint8_t> AsBytes(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
-// The cipher refuses to work before its self-test, which one process needs only once.
+// The cipher refuses to work before its self-test, which a process needs only once.
 PacketCipher MakeCipher(std::string_view keyString) {
     [[maybe_unused]] static const bool initialised = (TwofishInitialise(), true);
     return PacketCipher(keyString);

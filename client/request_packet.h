@@ -1,5 +1,5 @@
-// The server's half of the protocol as bytes and text, without sockets: request packets, the text
-// that goes into them and the text that comes back.
+// The server's half of the protocol as bytes and text, without sockets: request packets, and the
+// texts of requests and replies.
 #pragma once
 
 #include <cstdint>
@@ -15,32 +15,32 @@ namespace zot::client {
 // the end of the transmission. Line breaks inside command and parameters are escaped.
 std::string ComposeRequest(std::string_view command, std::span<const std::string> params);
 
-// A reply as its reader wants it: the three digits, and the value lines still escaped.
+// A reply in parts: the three digits, and the value lines, still escaped.
 struct Answer {
     std::string code;
     std::vector<std::string> lines;
 };
 
 // Splits a reply text; false when it does not begin with a line of three digits or does not end
-// with a line feed and a carriage return, as a text opened with the wrong key does not.
+// with a line feed and a carriage return. A text opened with the wrong key does neither.
 bool ParseReply(std::string_view text, Answer& answer);
 
 // 16 bytes from the system's random source; empty when it fails.
 std::string RandomSessionKey();
 
-// Packet encryption under a key string, without a length in front, and back.
+// Packet encryption with a key string, without a length in front, and back.
 std::string Encrypt(std::string_view keyString, std::string_view data);
 std::string Decrypt(std::string_view keyString, std::string_view data);
 
-// A request packet field by field. MakeRequest fills it as a server does; a packet with a fault is
-// made by changing a field before Serialise.
+// A request packet field by field. MakeRequest fills it as a server does; change a field before
+// Serialise to make a faulty packet.
 struct RequestFields {
     uint8_t signature[2] = {0x03, 0x12};
     std::string digest;
     std::string encryptedKey;
     std::string encryptedText;
-    std::string trailer;  // bytes behind the last field, counted by the packet length
-    // Lengths to write in place of the true ones.
+    std::string trailer;  // bytes after the last field, included in the packet length
+    // Lengths to write instead of the true ones.
     std::optional<uint32_t> packetLength;
     std::optional<uint16_t> digestLength;
     std::optional<uint16_t> keyLength;

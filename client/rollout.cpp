@@ -32,8 +32,8 @@ using Hosts = std::vector<const ChosenHost*>;
 
 std::atomic<bool> interrupted{false};
 
-// An interrupted transfer leaves an agent that refuses others until it is restarted, so what is
-// under way is ended in peace; a second signal ends at once.
+// An interrupted transfer leaves an agent that refuses others until it is restarted, so transfers
+// already running are completed; a second signal ends at once.
 class PatientInterrupt {
   public:
     PatientInterrupt() {
@@ -90,7 +90,7 @@ class Rollout {
     std::vector<const ChosenHost*> upgraded_;
     std::vector<std::pair<const ChosenHost*, std::string>> failed_;
     std::string lastVersion_, lastSeconds_;
-    bool refused_ = false, lost_ = false;  // what the failures were
+    bool refused_ = false, lost_ = false;  // what kind of failures there were
     std::atomic<bool> broken_{false};      // the list cannot be written
 };
 
@@ -108,7 +108,7 @@ std::vector<HostReport> Rollout::AskInfoOf(const Hosts& hosts) const {
     return reports;
 }
 
-// Never by version, which may say nothing: by the list, and by an answer now.
+// Judged by the list and by an answer now, never by the version, which may say nothing.
 bool Rollout::SkipUpgraded() {
     Hosts recorded;
     for (const ChosenHost& host : choice_.hosts) {
@@ -145,7 +145,7 @@ bool Rollout::SplitCanary(std::string& error) {
     return true;
 }
 
-// Hosts that do not answer, or cannot run the file, fail before anything is sent to anybody.
+// Hosts that do not answer, or cannot run the file, fail before anything is sent to any host.
 void Rollout::CheckBefore() {
     for (const HostReport& report : AskInfoOf(all_)) {
         std::string fault = report.message;
@@ -286,7 +286,7 @@ int Rollout::Run() {
     if (options_.dryRun) return client::Finish(call_.console, StatusOf({}));
     PatientInterrupt patient;
     if (!canary_.empty() && !Stopped()) RunBatch("canary", canary_);
-    // What the check took out is missing from the last batches.
+    // The last batches shrink by what the check took out.
     for (size_t i = 0, at = 0; i < batches_.size() && at < rest_.size() && !Stopped(); ++i) {
         if (i > 0 || !canary_.empty()) Pause();
         if (Stopped()) break;

@@ -35,7 +35,7 @@ RolloutList::~RolloutList() {
 bool RolloutList::Lock(std::string& error) {
     std::string path = path_ + ".lock";
     struct stat status = {};
-    // Again where the holder took the file away with it.
+    // Again if the holder removed the file at its end.
     do {
         lock_.Reset(
             open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));

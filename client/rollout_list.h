@@ -1,5 +1,5 @@
-// Who has what: the list that a roll-out keeps, one line for each host, so that a second run goes
-// on where the first one stopped.
+// Who has what: the list that a roll-out keeps, one line for each host, so that a second run
+// continues where the first one stopped.
 #pragma once
 
 #include <map>
@@ -17,13 +17,13 @@ class RolloutList {
     RolloutList(const RolloutList&) = delete;
     RolloutList& operator=(const RolloutList&) = delete;
 
-    // Reads the list, which need not be there yet, and keeps other roll-outs off it. False with the
-    // error text.
+    // Reads the list, if it exists, and keeps other roll-outs away from it. False with the error
+    // text.
     bool Open(const std::string& path, std::string& error);
-    // Whether the host has the file with this digest, by the list.
+    // Whether the host has the file with this digest, according to the list.
     bool HasUpgraded(const std::string& host, const std::string& digest) const;
-    // Writes down what became of a host, at once; may be called by several threads. False with the
-    // error text when the list cannot be written.
+    // Writes down at once what became of a host; several threads may call it. False with the error
+    // text when the list cannot be written.
     bool Record(const std::string& host, const std::string& state, const std::string& digest,
                 const std::string& note, std::string& error);
 
@@ -37,7 +37,7 @@ class RolloutList {
     bool Lock(std::string& error);
 
     std::string path_;
-    UniqueFd lock_;  // on a file of its own, which goes with the roll-out
+    UniqueFd lock_;  // on a separate file, which is removed after the roll-out
     mutable std::mutex entriesMutex_;
     std::map<std::string, Entry> entries_;
 };

@@ -44,7 +44,7 @@ bool PlanBatches(std::string_view sizes, size_t hosts, std::vector<size_t>& batc
 std::string PlanText(const std::string& canary, const std::vector<size_t>& batches, size_t hosts) {
     std::string text = "plan: " + canary;
     for (size_t i = 0; i < batches.size(); ++i) {
-        // What repeats the last size, and the rest after it, belongs together.
+        // Batches that repeat the last size, and the rest after them, belong together.
         bool same = i > 0 && (batches[i] == batches[i - 1] || (i + 1 == batches.size() && i > 1 &&
                                                                batches[i - 1] == batches[i - 2]));
         bool first = i == 0 && canary.empty();

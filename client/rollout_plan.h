@@ -8,9 +8,9 @@
 
 namespace zot::client {
 
-// How many hosts each batch has, from sizes such as "1,5,20%", of which the last repeats until all
-// hosts are in. A percentage counts of all of them and is at least one host. False with the error
-// text when the sizes make no sense.
+// How many hosts each batch has, from sizes such as "1,5,20%"; the last one repeats until all hosts
+// are included. A percentage refers to all hosts and means at least one. False with the error text
+// when the sizes make no sense.
 bool PlanBatches(std::string_view sizes, size_t hosts, std::vector<size_t>& batches,
                  std::string& error);
 

@@ -12,14 +12,14 @@ namespace {
 
 constexpr size_t kMaxScriptSize = size_t{1} << 20;
 constexpr size_t kMaxArguments = 19;  // of the agent's 23 words
-// Its words have room for 1024 bytes, the path of the script among them.
+// The agent's words have room for 1024 bytes, including the path of the script.
 constexpr size_t kMaxArgumentsSize = 600;
 constexpr int kOutputLines = 20;
 constexpr std::string_view kResultMark = "scriptres:";
 constexpr std::string_view kExitMark = "zotq-exit:";
 
-// Nothing in a reply tells how the script ended, so a shell runs it and says so in the first line.
-// The quotes are those of the agent's command line, which knows no escapes.
+// Nothing in a reply says how the script ended, so a shell runs it and says so in the first line.
+// The quotes are those of the agent's command line, which has no escapes.
 constexpr std::string_view kRunAndTell =
     "/bin/sh -c 'o=$(\"$0\" \"$@\" 2>&1); echo \"zotq-exit:$?\"; printf \"%s\\n\" \"$o\"' "
     "\"%script%\"";
@@ -61,7 +61,7 @@ bool ScriptParams(const std::string& file, std::span<const std::string> argument
         error = "the arguments are longer than the agent takes";
         return false;
     }
-    // Where there are no arguments their line must not be empty, but then nothing refers to it.
+    // Without arguments their line must still not be empty, but nothing refers to it.
     params = {std::string(kRunAndTell) + (line.empty() ? "" : " %params%"), script,
               line.empty() ? "0" : line, std::to_string(seconds), std::to_string(kOutputLines + 1)};
     return true;

@@ -1,4 +1,4 @@
-// A local script that is sent to be run over there, and what came of it.
+// A local script that is sent to a host to be run there, and its result.
 #pragma once
 
 #include <optional>
@@ -11,9 +11,9 @@
 
 namespace zot::client {
 
-// The parameters of TEST-ShellScript for the script in a local file. `seconds` is what it may take.
-// False with the error text when the file cannot be read or is empty, or an argument cannot be
-// carried: the agent's command line has no escapes and holds so many words.
+// The parameters of TEST-ShellScript for the script in a local file. `seconds` is how long it may
+// take. False with the error text when the file cannot be read or is empty, or when an argument
+// cannot be sent: the agent's command line has no escapes and room for only so many words.
 bool ScriptParams(const std::string& file, std::span<const std::string> arguments, int seconds,
                   std::vector<std::string>& params, std::string& error);
 
@@ -26,8 +26,8 @@ struct ScriptResult {
 // Reads a reply 200; false when it is too short.
 bool ReadScriptResult(const Answer& answer, ScriptResult& result);
 
-// What the agent may spend on the script out of a time limit, in seconds: it counts whole ones, and
-// its reply must come in time.
+// How long, in seconds, the agent may spend on the script within a time limit: it counts whole
+// seconds, and its reply must come in time.
 int ScriptSeconds(int limitMs);
 
 }  // namespace zot::client

@@ -10,7 +10,7 @@
 namespace zot::client {
 namespace {
 
-// The parameters, where "-" stands for the lines of standard input.
+// The parameters; "-" means the lines of standard input.
 bool CollectParams(const Invocation& call, std::vector<std::string>& params) {
     const auto& words = call.options.words;
     for (size_t i = 1; i < words.size(); ++i) {
@@ -24,7 +24,7 @@ bool CollectParams(const Invocation& call, std::vector<std::string>& params) {
     return true;
 }
 
-// One host's reply as it comes is what scripts read.
+// Scripts read one host's unchanged reply.
 bool IsPlain(const Options& options, const Choice& choice) {
     return !choice.many && options.fields.empty() && !options.fold && !options.diff &&
            options.failedFile.empty() &&

@@ -22,13 +22,13 @@ constexpr std::string_view kPassword = "Password";
 constexpr std::string_view kAccessNames[] = {"IPFiltering",  "IPFilterAddr", "IPFilterMarks",
                                              "AllowRManage", "ManageAddr",   "UpdateAddr"};
 
-// Whether `text` is a whole number from `min` on.
+// Whether `text` is a whole number from `min` to `max`.
 bool IsNumber(std::string_view text, int64_t min, int64_t max) {
     int64_t value = 0;
     return ParseInt64(text, value) && value >= min && value <= max;
 }
 
-// What is wrong with a value that the agent would misread without a word; empty when nothing is.
+// What is wrong with a value that the agent would misread silently; empty when nothing is.
 std::string_view ValueFault(const WireSetting& setting, std::string_view value) {
     constexpr int64_t kMaxPort = 65535;
     switch (setting.kind) {
@@ -46,7 +46,7 @@ std::string_view ValueFault(const WireSetting& setting, std::string_view value) 
     return "";
 }
 
-// The entries of a list are separated by both characters, whichever of them were given.
+// Separates the entries of a list by both characters, whichever were given.
 std::string WithFullLineBreaks(std::string_view value) {
     std::string result;
     for (char c : value) {
@@ -56,7 +56,7 @@ std::string WithFullLineBreaks(std::string_view value) {
     return result;
 }
 
-// What is typed next does not show, if somebody types.
+// Hides what is typed next, if somebody types.
 class HiddenInput {
   public:
     explicit HiddenInput(const Console& console)

@@ -43,7 +43,8 @@ int ShowListing(Invocation& call, const char* command) {
     return Finish(call.console, kReplyOk);
 }
 
-// Looks before it changes, where a change could lock out whoever asks or should only be shown.
+// Looks before it changes anything if a change could lock out the one who asks, or should only be
+// shown.
 class SetTask : public HostTask {
   public:
     SetTask(const Options& options, const ChosenHost& host,

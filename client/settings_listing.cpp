@@ -57,8 +57,8 @@ std::vector<Row> MakeRows(const Answer& answer) {
     return rows;
 }
 
-// Writes each mark behind its entry and drops the row of the marks. Where they do not fit each
-// other both stay as they are.
+// Writes each mark after its entry and drops the row of the marks. If they do not match, both stay
+// unchanged.
 void JoinMarks(std::vector<Row>& rows, const MarkedList& list) {
     auto named = [&](std::string_view name) {
         return std::find_if(rows.begin(), rows.end(),

@@ -1,4 +1,4 @@
-// Replies of name and value as people read them: one to a line, lists spread out.
+// Replies of name and value in a form for people: one pair on a line, lists spread out.
 #pragma once
 
 #include <iosfwd>
@@ -7,7 +7,8 @@
 
 namespace zot::client {
 
-// Prints a reply to GetInfo or GetSettings. What is on and what is off stands behind each entry.
+// Prints a reply to GetInfo or GetSettings. After each entry that can be off it says whether it is
+// on.
 void PrintListing(const Answer& answer, std::ostream& out);
 
 }  // namespace zot::client

@@ -17,7 +17,7 @@ constexpr std::string_view kInfoTexts[] = {"AgentName",      "AgentPlatform", "A
 constexpr std::string_view kInfoNumbers[] = {"ActiveConnections", "OpenedConnections",
                                              "FailedConnections", "Port", "Timeout"};
 constexpr std::string_view kInfoFlags[] = {"Service", "Active"};
-// What a table has room for.
+// What fits into a table.
 constexpr std::string_view kInfoInTable[] = {"AgentVersion", "HostName", "OpenedConnections",
                                              "FailedConnections"};
 
@@ -79,7 +79,7 @@ Value NumberOrText(std::string_view text) {
     return std::string(text);
 }
 
-// "Linux 6.1" of "Linux 6.1.0-21-amd64 #1 SMP ...".
+// "Linux 6.1" from "Linux 6.1.0-21-amd64 #1 SMP ...".
 std::string ShortSystem(std::string_view running) {
     size_t blank = running.find(' ');
     if (blank == std::string_view::npos) return std::string(running);

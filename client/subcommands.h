@@ -1,5 +1,5 @@
 // The subcommands of zotq, one table for dispatch, help, completion and the nearest name. Each
-// takes the words behind the options, prints, and returns an ExitStatus.
+// takes the words after the options, prints, and returns an ExitStatus.
 #pragma once
 
 #include <span>
@@ -26,11 +26,11 @@ extern const std::span<const Subcommand> kSubcommands;
 
 const Subcommand* FindSubcommand(std::string_view name);
 // The name of a subcommand or of an agent's command that was probably meant; empty when none is
-// near.
+// similar.
 std::string NearestCommand(std::string_view word);
 
-// COMMAND [PARAM ...]: sends a request as it stands; one host's reply is printed as it came unless
-// another form is asked for.
+// COMMAND [PARAM ...]: sends a request unchanged; prints one host's reply unchanged unless another
+// form was chosen.
 int SendRequest(Invocation& call);
 // The checks, each in a file of its kind.
 int AskDisk(Invocation& call);
@@ -45,7 +45,7 @@ int AskLog(Invocation& call);
 int AskScript(Invocation& call);
 int AskStatus(Invocation& call);
 int AskInfo(Invocation& call);
-// hosts: shows whom the options choose, and asks nobody.
+// hosts: shows which hosts the options choose, and asks none.
 int ShowHosts(Invocation& call);
 // settings: shows the settings.
 int ShowSettings(Invocation& call);

@@ -11,7 +11,7 @@
 namespace zot::client {
 namespace {
 
-// How much of the text, from its front on, is a number; 0 when it begins with none.
+// How many characters at the front of the text are a number; 0 when it does not begin with one.
 size_t DecimalSize(std::string_view text) {
     size_t i = text.starts_with('-') || text.starts_with('+') ? 1 : 0;
     size_t size = 0;

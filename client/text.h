@@ -1,5 +1,4 @@
-// Text for people: sentences, and numbers as they write them, without exponent and whatever the
-// locale.
+// Text for people: sentences, and numbers without exponent in any locale.
 #pragma once
 
 #include <initializer_list>
@@ -10,20 +9,20 @@
 
 namespace zot::client {
 
-// The parts one behind the other.
+// The parts joined.
 std::string Concat(std::initializer_list<std::string_view> parts);
 
 // Reads an optional sign and digits with at most one point among them, as the whole text.
 bool ParseDecimal(std::string_view text, double& value);
 
-// The first number in the text, for which "load 1.5" and "12%" are enough of a number; false when
-// there is none.
+// The first number in the text, so that "load 1.5" and "12%" count as numbers; false when there is
+// none.
 bool FindDecimal(std::string_view text, double& value);
 
-// Whole numbers without a fraction, others with at most so many digits of it.
+// Whole numbers without a fraction, others with at most `decimals` digits of it.
 std::string FormatDecimal(double value, int decimals = 2);
 
-// How many digits of a fraction the performance data have: those that a range may have been about.
+// How many decimals the performance data have: as many as a range can distinguish.
 constexpr int kDataDecimals = 6;
 
 // "1 file", "2 files".
@@ -32,21 +31,21 @@ std::string Count(double number, std::string_view one, std::string_view many);
 // "3 ms", "2.5 s", "12 min", "3.5 h", "20 d".
 std::string FormatSeconds(double seconds);
 
-// The text as a terminal may show it: control characters as "\\x1B", bytes that are no UTF-8 as
-// U+FFFD. Line ends stay if `keepLines`.
+// The text in a form that a terminal may show: control characters as "\\x1B", bytes that are not
+// UTF-8 as U+FFFD. Line ends stay if `keepLines`.
 std::string Visible(std::string_view text, bool keepLines = false);
 // Valid UTF-8: each byte that is not part of a well-formed character becomes U+FFFD.
 std::string ValidUtf8(std::string_view text);
 // The length of the character at the front of a text that is not empty, 0 when it is not
 // well-formed (RFC 3629).
 size_t CharacterSize(std::string_view text);
-// How many places the text takes on a terminal, one for each character.
+// How many columns the text takes on a terminal, one for each character.
 size_t Width(std::string_view text);
 
 // Two columns for a help text, the second filled up to the margin.
 std::string HelpTable(std::span<const std::pair<std::string, std::string_view>> rows);
 
-// How many letters have to be changed, added, left out or swapped to make one word of the other.
+// How many letters must be changed, added, left out or swapped to turn one word into the other.
 size_t Distance(std::string_view a, std::string_view b);
 
 // Bytes with the binary unit that suits them: "512 B", "1.5 GiB".

@@ -1,4 +1,4 @@
-// A table for people: columns as wide as they must be, numbers to the right.
+// A table for people: columns as wide as necessary, numbers aligned to the right.
 #pragma once
 
 #include <iosfwd>

@@ -11,7 +11,7 @@
 namespace zot::client {
 namespace {
 
-// A bar that is drawn over itself.
+// A bar that overwrites itself.
 class ProgressBar {
   public:
     ProgressBar(const Console& console, size_t size) : console_(console), size_(size) {}
@@ -33,7 +33,7 @@ class ProgressBar {
     size_t shown_ = 101;
 };
 
-// What only makes sense for a roll-out makes one, also of a single host.
+// Options that only make sense for a roll-out make it one, even with a single host.
 bool IsRollout(const Options& options, const Choice& choice) {
     return choice.many || options.dryRun || options.check || !options.canary.empty() ||
            !options.batches.empty() || !options.rolloutList.empty();

@@ -16,7 +16,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// What tells one life of an agent from the next.
+// What distinguishes one life of an agent from the next.
 struct AgentLife {
     std::string version;
     std::string runningOs;
@@ -38,8 +38,8 @@ bool AskForLife(const Target& target, AgentLife& life, std::string& error) {
     return false;
 }
 
-// An agent that has just begun is hardly told from the next: the new one could have as many
-// connections by the time of its first answer. So it gets some more.
+// An agent that has just begun is hard to distinguish from the next: by its first answer the new
+// one could have as many connections. So it gets some more.
 bool AskForOldLife(const Target& target, AgentLife& life, std::string& error) {
     constexpr int64_t kEnough = 8;
     if (!AskForLife(target, life, error)) return false;
@@ -49,7 +49,8 @@ bool AskForOldLife(const Target& target, AgentLife& life, std::string& error) {
     return true;
 }
 
-// The log in which an agent tells that an upgrade was undone. It may be off, or not for us to read.
+// The log in which an agent reports that an upgrade was undone. It may be off, or not readable for
+// us.
 class UndoneLog {
   public:
     explicit UndoneLog(const Target& target) : target_(target) {
@@ -84,7 +85,7 @@ class UndoneLog {
     ScanPosition position_;
 };
 
-// Asks until another process answers than before: the old agent serves on for a moment.
+// Asks until a new process answers: the old agent serves for another moment.
 bool AwaitNewLife(const Target& target, AgentLife& life, const Deadline& deadline) {
     constexpr milliseconds kPause{50};
     constexpr milliseconds kAnswerTime{2000};

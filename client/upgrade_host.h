@@ -1,4 +1,4 @@
-// Upgrading the agent of one host: nothing is sent that cannot run there, and success is a new
+// Upgrades the agent of one host: sends nothing that cannot run there, and succeeds only with a new
 // process that answers.
 #pragma once
 
@@ -14,7 +14,7 @@ namespace zot::client {
 
 struct UpgradeOrders {
     std::string_view module;
-    bool force = false;                         // send also what does not look right
+    bool force = false;                         // send even what looks wrong
     std::chrono::milliseconds patience{30000};  // for the new agent, after the transfer
 };
 
@@ -27,14 +27,14 @@ struct UpgradeResult {
     };
     Kind kind = Kind::kFailed;
     Answer answer;        // the agent's last reply
-    std::string message;  // why it is not done
+    std::string message;  // why it failed
     std::string version;  // of the new agent
     double seconds = 0;   // from the end of the transfer to its first answer
 };
 
-// Waits until it is known. An agent is told from the next by its count of connections, which begins
-// anew with the process; where the agent's own log tells of an upgrade that was undone, and may be
-// read, it is believed.
+// Waits until the result is known. A new agent shows in its count of connections, which begins
+// again with the process. Where the agent's own log reports an upgrade that was undone, and can be
+// read, that counts.
 UpgradeResult UpgradeHost(const Target& target, const UpgradeOrders& orders,
                           const TransferProgress& progress);
 

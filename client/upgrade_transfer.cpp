@@ -14,9 +14,9 @@
 #include "base/md5.h"
 
 // The agent takes what it receives, at most 1024 bytes at once, first for the module, and checks
-// the trailer of 16 bytes by what is left of one receive. A trailer that is split between two is
-// refused as "Wrong CRC". The connection is a stream and tells nothing of the agent's progress, so
-// no order of sends keeps the trailer whole in every case. What does:
+// the trailer of 16 bytes by what is left of one receive. It refuses a trailer that is split
+// between two as "Wrong CRC". The connection is a stream and shows nothing of the agent's progress,
+// so no order of sends keeps the trailer whole in every case. What does:
 //
 //  - The data go through a small send buffer, so that little of them is under way when the last is
 //    handed to the system.
@@ -38,7 +38,7 @@ constexpr milliseconds kFirstPause{250};
 constexpr int kPauseGrowth = 4;
 
 void PrepareSocket(int fd) {
-    // Best effort, as is everything here: the repetition makes up for it.
+    // Best effort, like everything here: the repetition makes up for it.
     int size = kSendBuffer;
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     int on = 1;
