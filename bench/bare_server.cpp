@@ -1,4 +1,4 @@
-// What a server can do at the least: one thread accepts, receives, answers with so many bytes and
+// The least a server can do: one thread accepts, receives, answers with a fixed number of bytes and
 // closes. The yardstick of serving_bench.
 //
 //   bare_server PORT REPLY_SIZE

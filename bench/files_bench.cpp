@@ -1,11 +1,11 @@
-// The file tests against the tools that do the same on the same data, as ratios: below 1 the agent
-// is faster. Both sides run in a process of their own; the least of several runs counts.
+// The file tests beside tools that do the same on the same data, as ratios: below 1 the agent is
+// faster. Each side runs in its own process; the fastest of several runs counts.
 //
 //     files_bench [FOLDER [MEBIBYTES]]
 //
-// Makes a tree of 100,000 files and two files of so many MiB (1024) in a new folder below FOLDER
-// (the system's temporary folder), and removes them again. The walks use two processors when
-// they are free, so theirs is the ratio of wall time, on a machine that does nothing else.
+// Makes a tree of 100,000 files and two files of MEBIBYTES (1024) in a new folder below FOLDER (the
+// system's temporary folder), and removes them again. The walks use two processors when they are
+// free, so theirs is the ratio of wall time, on a machine that does nothing else.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>

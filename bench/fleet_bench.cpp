@@ -1,5 +1,5 @@
-// One zotq asks 1,000 real agents, each a process on a loopback address of its own, beside xargs
-// that starts a zotq for each. Prints seconds, processor seconds and memory beside their goals;
+// One zotq asks 1,000 real agents, each a process on a loopback address of its own; beside it,
+// xargs starts a zotq for each. Prints seconds, processor seconds and memory beside their goals;
 // ends with 1 when a goal is missed.
 //   fleet_bench [AGENTS]
 #include <netinet/in.h>
@@ -49,7 +49,7 @@ pid_t Start(const std::string& command) {
     return child;
 }
 
-// Runs a command to its end, with what its own children cost.
+// Runs a command to its end; the cost includes that of its children.
 Cost Measure(const std::string& command) {
     auto begin = std::chrono::steady_clock::now();
     pid_t child = Start(command);
@@ -67,7 +67,7 @@ Cost Measure(const std::string& command) {
     return cost;
 }
 
-// The best of some runs: others use the machine too.
+// The best of several runs: others use the machine too.
 Cost Best(const std::string& command, int runs) {
     Cost best = Measure(command);
     for (int i = 1; i < runs; ++i) {
@@ -95,7 +95,7 @@ class Fleet {
         }
     }
 
-    // A list in which the first hosts are those that take connections and say nothing.
+    // A list whose first hosts accept connections and say nothing.
     std::string List(int hanging) const {
         std::string path = folder_ + "/list" + std::to_string(hanging);
         std::ofstream list(path);

@@ -1,5 +1,5 @@
-// The file hashes over a block that stays in the cache, beside libgcrypt and beside our own
-// portable code.
+// The file hashes on a block that stays in the cache, beside libgcrypt and beside our own portable
+// code.
 #include <benchmark/benchmark.h>
 #include <gcrypt.h>
 

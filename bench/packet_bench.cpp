@@ -1,5 +1,5 @@
 // The packet cipher beside libgcrypt's Twofish in CFB8 mode and beside plain cipher feedback, and
-// the whole way of a request's bytes.
+// the whole path of a request's bytes.
 #include <gcrypt.h>
 
 #include <algorithm>
@@ -103,7 +103,7 @@ void DecryptOurs(benchmark::State& state) {
     Measure(state, size, [&](auto& data) { cipher.Decrypt(data, data.data()); });
 }
 
-// Cipher feedback as it is defined: a whole block for each byte, and a register that is shifted.
+// Cipher feedback by its definition: a whole block for each byte, and a register that is shifted.
 template <bool encrypt>
 void FeedbackPlain(benchmark::State& state) {
     const uint8_t bytes[20] = {};

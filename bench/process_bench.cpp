@@ -1,8 +1,8 @@
-// What TEST-ExternalPrg costs beside the least that a program can do: posix_spawn and waitpid.
-// Both run /bin/true. The two take turns, and the figures are medians (of single runs and of
-// rounds), so that other work on the machine hardly counts. Measure on an idle machine all the
-// same: the agent's child leads a session of its own, for which Linux makes a scheduling group of
-// its own, and with more work than processors a fresh group waits longer for its first turn.
+// What TEST-ExternalPrg costs beside the least a program can do: posix_spawn and waitpid. Both run
+// /bin/true. The two take turns, and the figures are medians (of single runs and of rounds), so
+// that other work on the machine hardly counts. Still, measure on an idle machine: the agent's
+// child leads its own session, for which Linux makes a scheduling group, and with more work than
+// processors a fresh group waits longer for its first turn.
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -92,7 +92,7 @@ int main() {
     zot::AgentSettings settings;
     settings.tmpDir = "/tmp";
     Compare("/bin/true from a small process", settings);
-    // The memory of a busy agent must not make starting a child dearer.
+    // A busy agent's memory must not make it more expensive to start a child.
     std::vector<char> ballast(size_t{256} << 20, 'x');
     Compare("/bin/true with 256 MiB in use", settings);
     return ballast.back() == 'x' ? 0 : 1;

@@ -1,4 +1,4 @@
-// Benchmarks in pairs: the table at the end shows how we do beside a peer measured in the same run.
+// Benchmarks in pairs: the table at the end compares us with a peer measured in the same run.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -13,7 +13,7 @@
 namespace zot {
 
 // Speed of `ours` relative to `peer`, both names of benchmarks that do the same work in one
-// iteration. A goal of 0 is no goal: the ratio is only shown.
+// iteration. With a goal of 0 the ratio is only shown.
 struct Ratio {
     std::string label;
     std::string ours;
@@ -21,8 +21,8 @@ struct Ratio {
     double goal;
 };
 
-// Shows the median of each benchmark and keeps the times of its runs: of the processor, or of the
-// clock where the benchmark says UseRealTime().
+// Shows the median of each benchmark and keeps the times of its runs: processor time, or wall time
+// if the benchmark says UseRealTime().
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -69,9 +69,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
     std::map<std::string, std::vector<double>> times_;
 };
 
-// Runs the registered benchmarks and prints the ratios; the result is for main to return. Unless
-// the command line says otherwise, each is repeated and the repetitions of all are shuffled, so
-// that a busy moment of the machine does not fall on one side of a ratio.
+// Runs the registered benchmarks and prints the ratios; main returns the result. Unless the command
+// line says otherwise, each is repeated and the repetitions of all are shuffled, so that a busy
+// moment of the machine does not affect only one side of a ratio.
 inline int RunWithRatios(int argc, char** argv, const std::vector<Ratio>& ratios) {
     std::vector<std::string> texts = {argv[0], "--benchmark_repetitions=9",
                                       "--benchmark_min_time=0.05",

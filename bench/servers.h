@@ -1,5 +1,5 @@
-// Servers to measure, each a process of its own on a port of the loopback interface, and a client
-// that loads them.
+// Servers to measure, each a process on its own port of the loopback interface, and a client that
+// loads them.
 #pragma once
 
 #include <sys/types.h>
@@ -18,7 +18,7 @@ struct Server {
     uint16_t port = 0;
     pid_t pid = 0;
     std::string request;
-    size_t replySize = 0;  // what each answer must have at least; less is a failure
+    size_t replySize = 0;  // the least size of each answer; a smaller one is a failure
 
     double CpuSeconds() const;
     long PssKib() const;
@@ -35,15 +35,15 @@ pid_t Start(std::vector<std::string> arguments);
 using Clock = std::chrono::steady_clock;
 
 // Waits until the server answers. Returns how long that took since `start`, in seconds. This and
-// what follows throw when the server does not do what it should.
+// the functions below throw when the server does not do what it should.
 double AwaitReply(const Server& server, Clock::time_point start = Clock::now());
 
 UniqueFd Connect(uint16_t port);
 
-// Asks so many times, with so many requests on their way at once. Returns requests per second.
+// Sends this many requests, with `inFlight` at a time. Returns requests per second.
 double Load(const Server& server, int requests, int inFlight);
 
-// The middle of the times that so many requests take, one after the other, in microseconds.
+// The median time of this many requests, one after another, in microseconds.
 double MedianLatency(const Server& server, int requests);
 
 double Median(std::vector<double> values);

@@ -1,8 +1,8 @@
-// Whole requests over loopback beside a bare server and, where it is installed, the Zabbix agent in
-// clear text: processor time for each request and requests per second, with few and many requests
-// on their way; what idle and slow connections cost; the start. Rounds in which each server has its
-// turn, in random order; the table shows the median of the rounds' ratios, so that other work on
-// the machine hardly counts.
+// Whole requests over loopback, beside a bare server and, where installed, the Zabbix agent in
+// clear text: processor time per request and requests per second, with few and many requests at a
+// time; the cost of idle and slow connections; the start. The servers take turns in rounds, in
+// random order; the table shows the median of the rounds' ratios, so that other work on the machine
+// hardly counts.
 //
 //   serving_bench [ROUNDS]
 #include <sys/resource.h>
@@ -56,7 +56,7 @@ class Folder {
     char path_[32] = "/tmp/zot-bench-XXXXXX";
 };
 
-// A question whose answer is 60 bytes long and asks nothing of the machine.
+// A question whose answer is 60 bytes long and costs the machine nothing.
 std::string Request() {
     return client::BuildRequest(kPassword, "0123456789abcdef", std::string(32, 'x') + "\n\r");
 }
@@ -76,7 +76,7 @@ Server StartAgent(const Folder& folder, const std::string& name, bool verbose) {
     return agent;
 }
 
-// In daemon mode the process that serves is another one than that which was started.
+// In daemon mode another process serves than the one that was started.
 void AwaitDaemon(const Folder& folder, Server& agent) {
     AwaitReply(agent);
     std::ifstream(folder / (agent.name + ".pid")) >> agent.pid;
@@ -104,7 +104,7 @@ Server StartZabbix(const Folder& folder) {
     return zabbix;
 }
 
-// The processor time of a server and of its children that serve.
+// The processor time of a server and of its serving children.
 double CpuOf(const Server& server) {
     double sum = server.CpuSeconds();
     std::ifstream children("/proc/" + std::to_string(server.pid) + "/task/" +
@@ -156,7 +156,7 @@ void MeasureRequests(const std::vector<Server>& servers, int rounds) {
     }
 }
 
-// How much longer requests take beside what happens to the one agent than at the other.
+// How much longer requests take at the crowded agent than at the other.
 double LatencyRatio(const Server& crowded, const Server& alone, int rounds) {
     std::vector<double> ours;
     std::vector<double> theirs;
@@ -196,7 +196,7 @@ void MeasureCrowds(const Server& crowded, const Server& alone, int rounds) {
 
     std::vector<UniqueFd> slow = ConnectMany(crowded, kSlow);
     std::atomic<bool> stop{false};
-    // A packet that stays short of its end for long.
+    // A packet that stays incomplete for a long time.
     const std::string packet("\xff\xff\0\0\3\x12\x10\0", 8);
     std::thread sender([&] {
         for (size_t turn = 0; !stop; ++turn) {
@@ -247,7 +247,7 @@ void RaiseDescriptorLimit() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Whatever happens, nothing stays behind.
+// Whatever happens, nothing is left running.
 struct Running {
     ~Running() {
         for (Server& server : servers) server.Stop();

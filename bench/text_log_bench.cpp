@@ -1,5 +1,5 @@
-// Text-log scans beside grep, ripgrep and mawk, and beside a plain scan, on a generated log of
-// 512 MiB in the page cache. All times are of the clock: the peers run as processes of their own.
+// Text-log scans beside grep, ripgrep and mawk, and beside a plain scan, on a generated log of 512
+// MiB in the page cache. All times are wall time: the peers run as processes of their own.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -94,7 +94,7 @@ void Ours(benchmark::State& state, const LogCriterion& criterion) {
     SetBytes(state);
 }
 
-// One line after the other is read and tested alone.
+// Each line is read and tested alone.
 void Plain(benchmark::State& state, const LogCriterion& criterion) {
     for (auto _ : state) {
         std::ifstream log(TheLog().Path());
@@ -107,7 +107,7 @@ void Plain(benchmark::State& state, const LogCriterion& criterion) {
     SetBytes(state);
 }
 
-// The peer's answer goes into a pipe: grep stops at its first match when it writes to nowhere.
+// The peer's answer goes into a pipe: grep stops at its first match when it writes to /dev/null.
 void Peer(benchmark::State& state, std::vector<const char*> arguments) {
     arguments.push_back(TheLog().Path().c_str());
     arguments.push_back(nullptr);

@@ -1,7 +1,7 @@
-# Runs when things are installed, with the prefix of the installation: fills the installed paths into
-# the files that name them, and puts each where its system looks for it.
+# Runs at installation, when the prefix is known: fills the installed paths into the files that name
+# them, and puts each file where its system looks for it.
 
-# As everywhere, what belongs to the machine and not to the prefix moves to the root for /usr.
+# With the prefix /usr, what belongs to the machine and not to the prefix goes to the root, as usual.
 if(CMAKE_INSTALL_PREFIX MATCHES "^/(usr/?)?$")
   set(root "")
 else()
@@ -35,7 +35,7 @@ set(ownerFile OWNER_READ OWNER_WRITE)
 set(forAll ${ownerFile} GROUP_READ WORLD_READ)
 set(executable ${ownerAll} GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-# An empty directory, unless it is there: an administrator may have changed its permissions.
+# An empty directory, unless it exists: an administrator may have changed its permissions.
 function(install_directory directory)
   if(NOT IS_DIRECTORY $ENV{DESTDIR}${directory})
     file(INSTALL DESTINATION ${directory} TYPE DIRECTORY FILES "" DIRECTORY_PERMISSIONS ${ARGN})
@@ -50,7 +50,7 @@ endfunction()
 
 install_directory(${ZOT_STATEDIR} ${ownerAll})
 install_directory(${ZOT_LOGDIR} ${ownerAll} GROUP_READ GROUP_EXECUTE)
-# For root alone, as what it becomes a copy of.
+# For root alone, like the file that is copied from it.
 install_configured(zot.cfg.sample.in ${ZOT_SYSCONFDIR}/zot zot.cfg.sample ${ownerFile})
 
 set(zshDir ${CMAKE_INSTALL_PREFIX}/share/zsh/site-functions)

@@ -22,7 +22,7 @@ if(ZOT_SANITIZE)
   # More would take longer to compile than it saves when the tests run.
   target_compile_options(zot_options INTERFACE -O1 -g1)
   target_link_options(zot_options INTERFACE -fsanitize=${ZOT_SANITIZE})
-  # In instrumented code this warning of GCC sees uses that are none, in the library's own headers.
+  # In instrumented code GCC gives this warning wrongly, in the library's own headers.
   target_compile_options(zot_options INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 else()

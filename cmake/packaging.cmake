@@ -31,7 +31,7 @@ external programs, and TCP and UDP services. zotq asks it from the command line.
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://zot.example.org")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
-# Configuration and service lie outside of the prefix.
+# Configuration and service are outside the prefix.
 set(CPACK_SET_DESTDIR ON)
 
 find_program(ZOT_DPKG dpkg)
@@ -47,7 +47,7 @@ set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
-# The scripts for processes and CPU use ps; a host without it can do all else.
+# The scripts for processes and CPU use ps; a host without it can do everything else.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "procps, logrotate")
 find_program(ZOT_SHLIBDEPS dpkg-shlibdeps)
 if(ZOT_SHLIBDEPS)
@@ -55,8 +55,8 @@ if(ZOT_SHLIBDEPS)
 else()
   set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libc-ares2, libgcc-s1, libstdc++6")
 endif()
-# The configuration itself is none of these files: the first installation writes it, with a password
-# of its own, and no upgrade touches it.
+# The configuration itself is not among these files: the first installation writes it, with its own
+# password, and no upgrade touches it.
 set(controlDir ${CMAKE_SOURCE_DIR}/packaging/debian)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${controlDir}/conffiles ${controlDir}/postinst ${controlDir}/prerm ${controlDir}/postrm)

@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     VyString errorText;
     bool admitted = IpInList(address, list, errorText);
 
-    // Further items behind a list change nothing for those that it admits already.
+    // Further items after a list change nothing for an address that it already admits.
     char text[24];
     AddressToText(address, text, sizeof text);
     VyString longer = VyString::Concat(list, ",");

@@ -1,6 +1,6 @@
-// The packet cipher against cipher feedback as the standard writes it down: one block at a time,
-// through the block encryption that the published vectors check. The first byte is the length of
-// the key string.
+// The packet cipher against cipher feedback as the standard defines it: one block at a time, with
+// the block encryption that the published vectors check. The first byte is the length of the key
+// string.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

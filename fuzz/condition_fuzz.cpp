@@ -1,6 +1,6 @@
 // The condition language on any bytes: the text up to the first LF is the condition, the rest is
-// the line. A prepared condition must say of the line what the evaluation of its tokens says once
-// the line has been put into them.
+// the line. A prepared condition must give the same result for the line as evaluating its tokens
+// once the line has been put into them.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     VyString errorText;
     ConditionProgram program(parser.output);
-    // Twice, since the second line meets a stack that was used.
+    // Twice, because the second line meets a used stack.
     program.Evaluate(line, errorText);
     bool result = program.Evaluate(line, errorText);
     if (program.IsTrueOf(line) != result) std::abort();

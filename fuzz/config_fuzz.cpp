@@ -1,6 +1,6 @@
 // The configuration file: any bytes are loaded, saved and loaded again. What a save has written
-// must say the same at the next load, and saving that again must not change a byte, unless a line
-// fills the buffer that lines are read with: its line end is then a line of its own.
+// must mean the same at the next load, and saving that again must not change a byte, unless a line
+// fills the buffer for reading lines: then its line end is a line of its own.
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -47,7 +47,7 @@ AgentSettings Load(const std::string& path) {
 
 std::string Save(AgentSettings& settings) {
     VyString errorText;
-    // Only what stands behind a usable path can be saved; the warning about the filter is none.
+    // Only what follows a usable path can be saved; the warning about the filter is not a failure.
     fuzz::Require(SaveConfig(settings, errorText));
     return fuzz::Scratch::Read(settings.configPath);
 }

@@ -1,5 +1,5 @@
 // The dispatcher and every handler that a plain request reaches: the input is the request text.
-// Scripts, programs, network tests and actions are switched off, since they would do what the
+// Scripts, programs, network tests and actions are switched off, because they would do what the
 // input says; everything else runs, in a folder of its own.
 #include <cstdint>
 #include <cstring>
@@ -69,7 +69,7 @@ struct World : fuzz::Scratch {
 
 bool LeavesTheFolder(std::string_view text) {
     if (text.find("..") != std::string_view::npos) return true;
-    // A path may begin a line, or anything in it that is taken for a path of its own.
+    // A path may be at the beginning of a line, or anything in it may be taken for a path.
     for (size_t at = text.find('/'); at != std::string_view::npos; at = text.find('/', at + 1)) {
         if (at == 0 || static_cast<signed char>(text[at - 1]) < 48) return true;
     }

@@ -29,11 +29,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const Folder folder;
     std::string_view mask(reinterpret_cast<const char*>(data), size);
     std::string_view path = fuzz::TakeLine(mask);
-    // The system's matcher takes time that grows with every further star.
+    // With each star the system's matcher takes longer.
     if (std::count(mask.begin(), mask.end(), '*') + std::count(path.begin(), path.end(), '*') > 6) {
         return 0;
     }
-    // The rest of the machine's files is no part of the test.
+    // The rest of the machine's files is not part of the test.
     if (path.starts_with('/') || path.find("..") != std::string_view::npos) return 0;
 
     std::string_view name = NamePart(path);

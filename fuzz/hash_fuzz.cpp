@@ -1,5 +1,5 @@
 // The hashes as files are read, in pieces and with the processor's own instructions, against the
-// portable code that takes the message whole. The first byte is the size of the first piece; each
+// portable code on the whole message. The first byte is the size of the first piece, and each
 // further one is longer by that.
 #include <algorithm>
 #include <cstdint>

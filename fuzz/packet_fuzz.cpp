@@ -1,6 +1,6 @@
-// The packet decoder. The first byte says how the rest becomes a packet: as it is, or as the fields
-// of a packet whose password and lengths are right, so that the decryption is reached too; further
-// bits put wrong lengths into it.
+// The packet decoder. The first byte says how the rest becomes a packet: unchanged, or as the
+// fields of a packet with the right password and lengths, so that the decryption is reached too;
+// further bits put in wrong lengths.
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -46,8 +46,8 @@ struct Receiver {
     Log log;
 };
 
-// However the bytes are cut, the front makes the same packet of them: one after the other, which is
-// a cut at every byte, and in two parts.
+// However the bytes are cut, the front must make the same packet of them: byte by byte, and in two
+// parts.
 void TakeInParts(std::string_view bytes, size_t firstPart, const PasswordKey& password,
                  const RequestPacket* expected, Log& log) {
     PacketIntake intake;
@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Receiver receiver;
     const std::string bytes = MakePacket({reinterpret_cast<const char*>(data), size});
 
-    // What is incomplete has no complete beginning.
+    // An incomplete packet has no complete beginning.
     PacketState whole = CheckPacket(bytes);
     for (size_t part : {bytes.size() / 2, bytes.size() - (bytes.empty() ? 0 : 1)}) {
         PacketState before = CheckPacket(std::string_view(bytes).substr(0, part));

@@ -1,5 +1,5 @@
-// The scan of a log as plainly as it can be done, to compare the fast one with: every line is cut
-// on its own, kept, and tested alone.
+// The plainest scan of a log, to compare the fast one with: every line is cut by itself, kept, and
+// tested alone.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,7 @@ struct PlainScan {
     std::vector<std::string> allFound;
 };
 
-// Of what expressions see and what is reported, a line counts by its first `longest` bytes.
+// For expressions, and for the report, only a line's first `longest` bytes count.
 inline PlainScan ScanPlainly(std::string_view content, int64_t position,
                              const std::vector<LogCriterion>& criteria, bool findAll,
                              size_t longest) {

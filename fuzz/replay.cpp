@@ -1,7 +1,6 @@
-// Runs a fuzz target over files, and over all files of folders, without the fuzzer: any compiler
-// can check that what was once found stays mended. Variations of the files follow, the same ones in
-// every run, so that each target's comparison with a plain algorithm is made on more than its
-// seeds.
+// Runs a fuzz target over files, and over all files of folders, without the fuzzer, so that any
+// compiler can check that what was once found stays fixed. Variations of the files follow, the same
+// in every run, so that each target's comparison with a plain algorithm covers more than its seeds.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -34,7 +33,7 @@ void Replay(const fs::path& path, std::vector<std::string>& inputs) {
     inputs.push_back(bytes);
 }
 
-// One of the inputs with a few pieces of others put in, bytes taken out and bytes changed.
+// One of the inputs with a few pieces of others inserted, bytes removed and bytes changed.
 std::string Variation(const std::vector<std::string>& inputs, std::mt19937& random) {
     auto pick = [&random](size_t count) { return random() % count; };
     std::string bytes = inputs[pick(inputs.size())];

@@ -1,5 +1,5 @@
 // The client's side: a reply text taken apart, and what the agent would have to send for it. The
-// escaping that both sides share must come back as it went.
+// escaping that both sides share must restore it exactly.
 #include <cstdint>
 #include <string>
 

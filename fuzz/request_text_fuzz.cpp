@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fuzz::Require(NextLine(rest, line) == !expected.empty());
         if (expected.empty()) break;
         fuzz::Require(line == expected);
-        // Trimming takes blanks away and never adds anything else than a later line.
+        // Trimming removes blanks and never adds anything but a later line.
         std::string_view raw = TrimView(RawLine(text, number + 1));
         if (!raw.empty() && static_cast<signed char>(raw.front()) >= 33) fuzz::Require(raw == line);
     }

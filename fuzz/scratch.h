@@ -44,7 +44,7 @@ class Scratch {
     std::string path_;
 };
 
-// The input up to the first line feed; `input` keeps what is behind it.
+// The input up to the first line feed; `input` keeps what follows it.
 inline std::string_view TakeLine(std::string_view& input) {
     std::string_view line = input.substr(0, input.find('\n'));
     input.remove_prefix(line.size() < input.size() ? line.size() + 1 : line.size());

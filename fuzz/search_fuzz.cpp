@@ -1,6 +1,6 @@
-// The search language on any bytes: the first byte holds the two flags, the text up to the first
-// LF is the expression, the rest is the line. The result must be that of the postfix tokens
-// evaluated one by one, each text being sought position by position.
+// The search language on any bytes: the first byte holds the two flags, the text up to the first LF
+// is the expression, the rest is the line. The result must be that of the postfix tokens evaluated
+// one by one, with each text searched for position by position.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

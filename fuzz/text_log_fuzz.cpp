@@ -1,7 +1,7 @@
-// The fast scan beside the plain one on any log. The first four bytes choose: findAll, case and
-// whole words with the kinds of one or two criteria, the size of the blocks, the longest line that
-// is held (even: the log is scanned in two parts), the position. The criteria follow, each up to
-// its LF, and the rest is the log.
+// The fast scan beside the plain one on any log. The first four bytes choose: findAll; case, whole
+// words and the kinds of one or two criteria; the size of the blocks; the longest line that is held
+// (even: the log is scanned in two parts); the position. The criteria follow, each up to its LF,
+// and the rest is the log.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -25,7 +25,7 @@ class LogFile {
     ~LogFile() { unlink(path_.c_str()); }
 
     const std::string& Write(std::string_view content) {
-        // Cut behind the new bytes: a file cut to nothing first costs a file system much more.
+        // Cut after the new bytes: cutting a file to nothing first costs a file system much more.
         auto size = static_cast<ssize_t>(content.size());
         if (pwrite(fd_, content.data(), content.size(), 0) != size || ftruncate(fd_, size) != 0) {
             abort();

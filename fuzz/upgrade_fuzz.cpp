@@ -1,5 +1,5 @@
-// The upgrade receiver: the first line is the size that the request announces, then each receive is
-// a length byte and its bytes; length 0 stands for the right trailer for what was sent so far.
+// The upgrade receiver: the first line is the size that the request announces; then each receive is
+// a length byte and its bytes. Length 0 means the right trailer for what was sent so far.
 #include <cstdint>
 #include <string>
 
@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             std::string module = fuzz::Scratch::Read(scratch / "zot__.upd");
             fuzz::Require(sent == module + Trailer(module));
         }
-        // A failure has opened the gate again; an order keeps it shut until it is carried out.
+        // After a failure the gate is open again; an order keeps it shut until it is carried out.
         if (!transfer.InProgress()) fuzz::Require(gate.Enter() != transfer.HasOrder());
     }
     std::filesystem::remove(scratch / "zot__.upd");

@@ -12,8 +12,8 @@ expect() {
 file=$1
 shift
 if [ "$(uname -s)-$(uname -m)" = Linux-x86_64 ]; then
-    # Looked for in the agent's own code: the mark on an executable also needs start-up code of the
-    # system that carries it.
+    # Checked in the agent's own code: for the mark on an executable the system's start-up code must
+    # have it too.
     expect "control-flow protection" 'IBT, SHSTK' "$(readelf -nW "$file")"
 fi
 for file in "$@"; do

@@ -55,7 +55,7 @@ END
 
 heading() { printf '\n--- %s\n\n' "$*"; }
 
-# show COMMAND [ARGUMENT...]: shows how one would type the command.
+# show COMMAND [ARGUMENT...]: shows the command as somebody would type it.
 show() {
     printf '$'
     for word in "$@"; do

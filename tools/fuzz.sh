@@ -1,8 +1,8 @@
 #!/bin/sh
 # Runs fuzz targets under the address and undefined-behaviour sanitizers, each for a while:
 #   sh tools/fuzz.sh [SECONDS [TARGET...]]
-# 60 seconds each and all targets unless told otherwise. What they learn stays in build-fuzz/work,
-# what they find is left there too and ends the run. Needs clang.
+# 60 seconds each and all targets by default. What they learn stays in build-fuzz/work; what they
+# find is left there too and ends the run. Needs clang.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/setup.sh
@@ -19,7 +19,7 @@ for target in "$@"; do
     work=build-fuzz/found/$target
     mkdir -p "$work"
     log=$work.log
-    # A target changes its working directory, so every path is a whole one.
+    # A target changes its working directory, so every path is absolute.
     if nice "build-fuzz/${target}_fuzz" -max_total_time="$seconds" -timeout=10 \
         -print_final_stats=1 -artifact_prefix="$PWD/$work-" "$PWD/$work" \
         "$PWD/fuzz/corpus/$target" >"$log" 2>&1; then

@@ -1,12 +1,12 @@
 #!/bin/sh
 # missing_includes.sh FILE...: prints each header that a source file or its own header uses but gets
-# only by way of another one, where another system or the next change may not have it.
+# only through another one, where another system or the next change may not have it.
 set -eu
 cd "$(dirname "$0")/.."
 
 status=0
 for file in "$@"; do
-    # What only the library's own inner workings use is no business of ours.
+    # What only the library itself uses internally does not concern us.
     { include-what-you-use -Xiwyu --no_fwd_decls -Xiwyu --mapping_file=tools/iwyu.imp \
         -Xiwyu --max_line_length=200 -std=gnu++20 -I src -I . \
         '-DZOT_VERSION=""' "$file"; } 2>&1 | awk '

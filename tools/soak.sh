@@ -1,8 +1,8 @@
 #!/bin/sh
 # The floods and faults of the system tests in full size, and the numbers that they print:
 #   sh tools/soak.sh [FACTOR]
-# FACTOR (10 unless told otherwise) multiplies the sizes: 10 means 5,000 idle connections, 50 means
-# 100,000 returns of a refused peer. BUILD_DIR names the build directory.
+# FACTOR (default 10) multiplies the sizes: 10 means 5,000 idle connections, 50 means 100,000
+# returns of a refused peer. BUILD_DIR names the build directory.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/setup.sh

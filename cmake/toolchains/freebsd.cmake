@@ -1,7 +1,7 @@
 # Cross-compiles for FreeBSD with clang and lld:
 #   cmake -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/freebsd.cmake -DZOT_SYSROOT=DIRECTORY
 # ZOT_SYSROOT  holds lib, usr/lib and usr/include of that system
-# ZOT_TARGET   the system to build for, x86_64-unknown-freebsd13.2 unless told otherwise
+# ZOT_TARGET   the system to build for, x86_64-unknown-freebsd13.2 by default
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZOT_SYSROOT ZOT_TARGET)
 if(NOT IS_DIRECTORY "${ZOT_SYSROOT}/usr/include")
   message(FATAL_ERROR "ZOT_SYSROOT has to name a directory with FreeBSD's lib and usr")

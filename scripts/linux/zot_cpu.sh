@@ -18,7 +18,7 @@ read_times
 
 busy=$((busy - old_busy))
 total=$((total - old_total))
-# The kernel may take back idle time that it has reported, so the counters can stand or run back.
+# The kernel may take back idle time that it has reported, so the counters can stop or go backwards.
 if [ "$total" -le 0 ] || [ "$busy" -lt 0 ]; then busy=0 total=1; fi
 [ "$busy" -le "$total" ] || busy=$total
 

@@ -96,7 +96,7 @@ TEST_F(UpgradeTest, AWrongSizeIsRefusedButStillHoldsTheGate) {
         UpgradeGate gate;
         UpgradeTransfer transfer(gate);
         EXPECT_EQ(Begin(transfer, size), "501\nWrong file parameter(s)\n") << size;
-        // What follows is swallowed, also the right trailer of an empty file.
+        // What follows is swallowed, even the right trailer of an empty file.
         for (const std::string& bytes : {Trailer(""), module_}) {
             EXPECT_EQ(Receive(transfer, bytes), "");
             EXPECT_TRUE(transfer.InProgress());

@@ -33,7 +33,7 @@ TEST_F(Crc32, IsTheComplementOfTheCheckValue) {
     }
 }
 
-// A bit at a time, as the polynomial is defined.
+// Bit by bit, as the polynomial is defined.
 uint32_t ByDefinition(uint32_t state, std::span<const uint8_t> data) {
     for (uint8_t byte : data) {
         state ^= byte;

@@ -101,7 +101,7 @@ TEST(Md5, GivesThePublishedDigestsForEveryLengthAndPiece) {
     EXPECT_EQ(ToHex(digest), "d41d8cd98f00b204e9800998ecf8427e");
 }
 
-// With the interface of the others.
+// The same interface as the others.
 class Sha1 {
   public:
     static constexpr size_t kDigestSize = Sha1Hash::kDigestSize;

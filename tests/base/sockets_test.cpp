@@ -63,7 +63,7 @@ TEST(Sockets, TcpConnect) {
     socket.Reset();
 
     int before = NextFd();
-    // The text of the call that began the connection, not of the refusal that came later.
+    // The text of the call that began the connection, not of the later refusal.
     EXPECT_EQ(Connect("127.0.0.1", refusing.Port(), 1000, error), -6);
     EXPECT_TRUE(error == strerror(EINPROGRESS) || error == strerror(ECONNREFUSED)) << error.View();
     EXPECT_EQ(Connect("127.0.0.1", listener.Port(), -1, error), -6);

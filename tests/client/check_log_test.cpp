@@ -13,7 +13,7 @@
 namespace zot::client {
 namespace {
 
-// An agent that answers TEST-TextLog only, and a log that it reads.
+// An agent that only answers TEST-TextLog, and a log that it reads.
 class CheckLog : public testing::Test {
   protected:
     CheckLog() { Append(3); }
@@ -64,7 +64,7 @@ TEST_F(CheckLog, FollowsALogThatIsEmptiedOrStillBeingWritten) {
     EXPECT_NE(Run().out.find(" 2 new lines with 'error' in "), std::string::npos);
     std::ofstream(log_, std::ios::app) << "d\n";
     EXPECT_NE(Run().out.find(", the last: error in a line without an end "), std::string::npos);
-    // Rotated by copying, so that the file is shorter than it was, and read while it was empty.
+    // Rotated by copying: the file is shorter than it was, and is read while empty.
     for (const char* content : {"error |\n", "", "error |\n"}) {
         dir_.Write("app.log", content);
         bool found = Run().out.find("1 new line with 'error' in " + log_ +
@@ -87,8 +87,8 @@ TEST_F(CheckLog, AnAlarmIsHeldForAWhile) {
 }
 
 TEST_F(CheckLog, FindsAPlaceWithoutAnEnvironment) {
-    // A home directory of the account, which tests must not fill, is passed over when it cannot be
-    // had; what is left is a folder of the user's own.
+    // The account's home directory, which tests must not fill, is skipped when it is not available;
+    // a folder of the user's own remains.
     Environment none = {kTestPassword};
     std::string error;
     LogState state;
@@ -144,7 +144,7 @@ TEST_F(CheckLog, AStateThatIsNotItsOwnIsRefusedAndKept) {
         EXPECT_EQ(test::ReadFile(file), damaged);
     }
     EXPECT_EQ(Run("|--state|" + (dir_ / "missing/state")).status, kUnknown);
-    std::filesystem::create_directory(dir_ / "state.new");  // stands in the way of the save
+    std::filesystem::create_directory(dir_ / "state.new");  // in the way of the save
     std::filesystem::remove(file);
     EXPECT_EQ(Run("|--state|" + file).status, kUnknown);
     EXPECT_FALSE(std::filesystem::exists(file));

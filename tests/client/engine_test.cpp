@@ -101,7 +101,7 @@ TEST(Engine, TellsEveryFailureByItsWord) {
 }
 
 TEST(Engine, JunkEndsAtOnceAndASlowReplyAtTheDeadline) {
-    // Nobody waits for the rest of what is no reply, however much it announces.
+    // Nobody waits for the rest of something that is not a reply, however much it announces.
     FakeAgent junk([](int fd, const std::string&, const std::string&) {
         SendAll(fd, LengthBytes(64 << 20) + std::string(1000, 'x'));
         char byte;

@@ -1,4 +1,4 @@
-// An agent that answers as a test tells it, and runs of zotq against it.
+// An agent that answers what a test tells it, and runs of zotq against it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ inline void SendReply(int fd, const std::string& key, const std::string& text) {
     SendAll(fd, LengthBytes(text.size()) + Encrypt(key, text));
 }
 
-// Accepts one connection after the other, reads a request from each, lets the handler answer it and
+// Accepts one connection after another, reads a request from each, lets the handler answer it and
 // closes it.
 class FakeAgent {
   public:
@@ -43,7 +43,7 @@ class FakeAgent {
 
     explicit FakeAgent(Handler handler)
         : handler_(std::move(handler)), thread_([this] { Serve(); }) {}
-    // Sends these replies in their order, the last one again and again.
+    // Sends these replies in order, and the last one again and again.
     explicit FakeAgent(std::vector<std::string> replies)
         : FakeAgent([replies, next = size_t{0}](int fd, const std::string& key,
                                                 const std::string&) mutable {
@@ -99,7 +99,7 @@ class FakeAgent {
     std::thread thread_;
 };
 
-// The words of a command line, which "|" separates.
+// The words of a command line, separated by "|".
 inline std::vector<std::string> Words(const std::string& line) {
     std::vector<std::string> words;
     for (size_t at = 0, end = 0; !line.empty() && end < line.size(); at = end + 1) {

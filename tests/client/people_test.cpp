@@ -25,8 +25,7 @@ std::string WithoutTimes(const std::string& text) {
     return std::regex_replace(text, std::regex("\"seconds\":[0-9.e-]+|[0-9.]+ m?s\\b"), "TIME");
 }
 
-// A list of hosts that stand on 127.0.0.1: those that answer, one that refuses, one without
-// password.
+// A list of hosts that are all 127.0.0.1: some that answer, one that refuses, one without password.
 class Fleet : public testing::Test {
   protected:
     void Add(const std::string& name, const FakeAgent& agent, const std::string& more = "") {

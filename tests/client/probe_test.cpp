@@ -7,7 +7,8 @@
 namespace zot::client {
 namespace {
 
-// Follows a probe with an agent that answers each command the same. Returns the answer in one line.
+// Follows a probe with an agent that always gives the same answer to a command. Returns the answer
+// as one line.
 std::string Follow(Probe& probe, std::map<std::string, Answer> replies,
                    std::string* last = nullptr) {
     for (int i = 0; i < 9; ++i) {

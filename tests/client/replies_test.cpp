@@ -130,7 +130,7 @@ TEST(Replies, InformationAndSettings) {
               "ip_filter_addr=[10.0.0.1;10.0.0.2;] allow_r_manage=true \n");
 }
 
-// Whoever adds a command is told to name the fields of its reply.
+// A new command must name the fields of its reply.
 TEST(Replies, EveryCommandThatAnswersHasFields) {
     for (const Command& command : CommandTable()) {
         Reply reply;

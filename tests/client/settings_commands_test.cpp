@@ -78,7 +78,7 @@ TEST(Settings, WhatTheAgentWouldIgnoreIsRefused) {
     EXPECT_TRUE(agent.Requests().empty());
 }
 
-// The agent's settings, and what it took.
+// The agent's settings, and what it accepted.
 struct GuardedAgent : FakeAgent {
     GuardedAgent()
         : FakeAgent([](int fd, const std::string& key, const std::string& text) {

@@ -18,7 +18,7 @@ std::string Module(size_t size) {
     return module.replace(0, std::min<size_t>(size, 2), "#!", std::min<size_t>(size, 2));
 }
 
-// A program of today as the linkers of each system make it: an ABI, and the loader that it names.
+// A program as today's linkers of each system make it: an ABI, and the loader that it names.
 std::string Elf(uint8_t abi, const std::string& loader) {
     std::string file(400, '\0');
     file.replace(0, 4,
@@ -40,13 +40,13 @@ std::string Elf(uint8_t abi, const std::string& loader) {
 class UpgradeAgent {
   public:
     struct Plan {
-        int refusals = 0;           // answers "Wrong CRC" that often whatever came
+        int refusals = 0;           // answers "Wrong CRC" this often, whatever it received
         std::string begin = "200";  // the answer to the request
         size_t hangUpAfter = SIZE_MAX;
         bool restarts = true;
         std::string settings = "600\nOperation is not allowed\n\r";
         const char* system = "Linux 6.1";
-        std::string* module = nullptr;  // what came in, to be read when the agent is gone
+        std::string* module = nullptr;  // receives what was sent, to be read when the agent is gone
     };
     explicit UpgradeAgent(Plan plan) : plan_(plan) {}
     const FakeAgent& Agent() const { return agent_; }

@@ -34,7 +34,7 @@ class DispatcherTest : public testing::Test {
         });
     }
 
-    // The reply text, with "!" behind it when the command was not recognised.
+    // The reply text, followed by "!" when the command was not recognised.
     std::string Ask(std::string_view request, const char* peer = "10.0.0.2") {
         SettingsSnapshot settings = store_.Snapshot();
         Reply reply;
@@ -87,7 +87,7 @@ TEST_F(DispatcherTest, ManagementNeedsSwitchAndAddress) {
     EXPECT_EQ(Ask("UpgradeCode\n500\n\r"), refused);
 }
 
-// Each with the switches that allow it: one of them is enough.
+// Each with the switches that allow it: one is enough.
 TEST_F(DispatcherTest, TestsAndActionsNeedTheirSwitch) {
     using A = AgentSettings;
     const struct {

@@ -41,7 +41,7 @@ TEST_F(AuditLogTest, TenLinesAMinuteForEachAddressAndTheRestInOne) {
     EXPECT_EQ(Lines(), 11);
     log_.WriteCounts(settings_, 159);
     EXPECT_EQ(Lines(), 11);
-    log_.NoteStranger(settings_, one, 160);  // counts what is over by itself
+    log_.NoteStranger(settings_, one, 160);  // this writes the counts of the past minute
     log_.WriteCounts(settings_, 220);
     EXPECT_EQ(Lines(), 13);
     EXPECT_EQ(Count("\t 192.0.2.1\t not authenticated, 40 more in a minute\n"), 1);
@@ -66,7 +66,7 @@ TEST_F(AuditLogTest, GoesToTheSystemsLogWithoutWaiting) {
     ASSERT_EQ(bind(receiver.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     AuditLog log(path);
     settings_.auditLog = "syslog";
-    // More than fit into the receiver's queue: those that do not are lost.
+    // More than fit into the receiver's queue: the rest is lost.
     for (int i = 0; i < 2000; ++i) {
         log.NoteRequest(settings_, inet_addr("192.0.2.1"), "GetInfo\nsecret\n\r", "200", 3);
     }

@@ -68,7 +68,7 @@ TEST_F(ConfigFile, WhereTheFileCannotBeRead) {
         EXPECT_EQ(SaveConfig(settings_, error_), 0);
         EXPECT_EQ(LoadConfig(settings_, error_), 0);
         EXPECT_EQ(error_, "Cannot open configuration file '" + path + "'");
-        EXPECT_EQ(settings_.okLogFile, "log1.txt");  // the defaults are in force all the same
+        EXPECT_EQ(settings_.okLogFile, "log1.txt");  // the defaults apply nevertheless
     }
 }
 

@@ -19,7 +19,7 @@
 namespace zot {
 namespace {
 
-// Runs `body` in a child process and returns its exit status, which `body` gives.
+// Runs `body` in a child process and returns the exit status that `body` returned.
 int InChild(const std::function<int()>& body) {
     pid_t child = fork();
     if (child == 0) _exit(body());
@@ -30,7 +30,7 @@ int InChild(const std::function<int()>& body) {
 
 class ConfigSave : public ::testing::Test {
   protected:
-    // Loads a configuration of this content, so that the next save starts from it.
+    // Loads a configuration with this content, so that the next save starts from it.
     void Load(const std::string& content) {
         std::string path = dir_.Write("zot.cfg", content);
         strcpy(settings_.configPath, path.c_str());
@@ -91,7 +91,7 @@ TEST_F(ConfigSave, LinesAreRewrittenWhereTheyStand) {
 }
 
 TEST_F(ConfigSave, NoValueBringsALineOfItsOwn) {
-    // In place and appended: line breaks, a NUL, and text that a reader would take for a new line.
+    // Rewritten and appended: line breaks, a NUL, and text that a reader would take for a new line.
     Load("comment=x\n");
     settings_.comment = "a\r\nport=1\nb\v\rc";
     settings_.host = std::string_view("h\0\nport=2", 9);
@@ -112,7 +112,7 @@ TEST_F(ConfigSave, NoValueBringsALineOfItsOwn) {
     EXPECT_EQ(Saved().find("\r\n", at) - at, 1023u);
 }
 
-// The beginning of an address lets in others than the address.
+// The beginning of an address would admit other hosts.
 TEST_F(ConfigSave, ListsOfAddressesAreCutBetweenTheirItems) {
     Load("");
     std::string filter, items;
@@ -207,8 +207,8 @@ TEST_F(ConfigSave, KilledAtAnyMomentItLeavesAWholeFileInPlace) {
         if (child == 0) {
             for (;;) SaveConfig(settings_, error_);
         }
-        // While the saves go on there is no moment without a file, nor with half of it. Every other
-        // kill waits for a save that is under way.
+        // While the saves go on there is always a file, and always a whole one. Every other kill
+        // waits for a save to be in progress.
         for (int look = 0; look < round; ++look) EXPECT_EQ(Saved(), whole);
         auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
         while (round % 2 == 0 && access(Other(".New").c_str(), F_OK) != 0 &&
@@ -220,7 +220,7 @@ TEST_F(ConfigSave, KilledAtAnyMomentItLeavesAWholeFileInPlace) {
         if (access(Other(".New").c_str(), F_OK) == 0) ++interrupted;
     }
     EXPECT_GT(interrupted, 0) << "no kill hit a save";
-    EXPECT_EQ(SaveConfig(settings_, error_), 1);  // whatever was left behind
+    EXPECT_EQ(SaveConfig(settings_, error_), 1);  // whatever was left from before
     EXPECT_EQ(Saved(), whole);
 }
 

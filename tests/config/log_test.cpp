@@ -25,7 +25,7 @@ namespace {
 class LogFile : public ::testing::Test {
   protected:
     LogFile() {
-        setenv("TZ", "XYZ-05:45", 1);  // east of UTC by no whole hour
+        setenv("TZ", "XYZ-05:45", 1);  // east of UTC, not by a whole hour
         tzset();
         Set([this](AgentSettings& settings) {
             strcpy(settings.configPath, (dir_ / "zot.cfg").c_str());
@@ -43,7 +43,7 @@ class LogFile : public ::testing::Test {
         });
     }
     std::string Read(const char* name) const { return test::ReadFile(dir_ / name); }
-    // The text with its date and time replaced, if they are now.
+    // The text with its date and time replaced, if they are the current ones.
     static std::string WithoutTime(const std::string& text) {
         time_t now = time(nullptr);
         for (time_t then = now - 5; then <= now; ++then) {
@@ -165,7 +165,8 @@ TEST_F(LogFile, ABrokenLogIsToldOnceOnAnother) {
     rmdir((dir_ / "ok").c_str());
     log.WriteLogText(LogKind::kSuccess, 0, "3\n");
     EXPECT_EQ(WithoutTime(Read("ok")), "[now]\t zot\t\t 3\n");
-    // The log of failures itself is told on the log of successes, where there is no verbose log.
+    // A failure of the log of failures itself is noted in the log of successes where there is no
+    // verbose log.
     mkdir((dir_ / "broken").c_str(), 0700);
     Set([](AgentSettings& settings) { settings.badLogFile = "broken"; });
     unlink((dir_ / "ok").c_str());

@@ -49,7 +49,7 @@ TEST(SettingsStore, WhoMustNotWaitIsTurnedAwayWhileAChangeGoesOn) {
 
 TEST(SettingsStore, SnapshotAndCrashRecordOutliveChanges) {
     SettingsStore store;
-    // What a change reports is passed on and keeps nothing from being published.
+    // The result of a change is passed on, and the change is published whatever it is.
     auto set = [&store](int port) {
         return store.Change([port](AgentSettings& settings) {
             settings.port = port;

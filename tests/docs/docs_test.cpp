@@ -1,5 +1,5 @@
-// Manual pages, sample configuration and completions against the tables of the program: whoever
-// adds a key, a command or a name is told what else to write.
+// Manual pages, sample configuration and completions against the tables of the program. A new key,
+// command or name fails here until everything about it is written.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -70,7 +70,7 @@ TEST(Docs, ConfigurationPageHasEveryKeyWithKindAndDefault) {
     VyString ignoredError;
     const AgentSettings empty = Load(dir, "", ignoredError);
     for (const ConfigKey& key : ConfigKeys()) {
-        // An empty file leaves the defaults, but for the directory that is then resolved.
+        // An empty file leaves the defaults, except for the directory, which is then resolved.
         std::string value = key.flag != nullptr    ? std::to_string(empty.*key.flag)
                             : key.text == nullptr  ? std::to_string(empty.*key.number)
                             : key.name == "tmpdir" ? key.defaultText
@@ -169,7 +169,7 @@ std::string BareWords(const std::string& text) {
     return words;
 }
 
-// What the page says behind an item: its paragraph.
+// What the page says about an item: its paragraph.
 std::string ItemText(const std::string& page, const std::string& item) {
     size_t begin = page.find("\n.It " + item + "\n");
     EXPECT_NE(begin, std::string::npos) << item;
@@ -187,7 +187,7 @@ TEST(Docs, ClientPageSaysWhatTheHelpSays) {
             item.replace(comma, 2, " , Fl ");
         }
         if (!option.argument.empty()) item += " Ar " + std::string(option.argument);
-        // Options of set and of upgrade may share a name, each with its words.
+        // Options of set and of upgrade may share a name, each with its own words.
         std::string wanted = BareWords(std::string(option.help));
         bool told = BareWords(ItemText(page, item)).starts_with(wanted);
         size_t second = page.rfind("\n.It " + item + "\n");
@@ -236,7 +236,7 @@ TEST(Docs, CompletionsHaveEveryOptionAndSubcommand) {
 TEST(Docs, CompletionsHaveEveryCommandAndSetting) {
     Names commands;
     for (const Command& command : CommandTable()) commands.insert(std::string(command.name));
-    // A transfer is more than a request: the client has a word of its own for it.
+    // A transfer is more than a request: the client has its own word for it.
     commands.erase("UpgradeCode");
     for (const std::string& name : RefusedNames(SourceFile("docs/man/zot-commands.7"))) {
         commands.erase(name);
@@ -258,7 +258,7 @@ TEST(Docs, ExpressionPageHasEveryOperator) {
     const std::string page = SourceFile("docs/man/zot-expr.7");
     Names documented;
     for (const auto& line : Matches(page, R"(^\.(It )?Ic (.+)$)")) {
-        // A parenthesis is protected from being taken for punctuation.
+        // A parenthesis is protected against being taken for punctuation.
         documented.merge(Found(line[2], R"((\\&)?([^ ,]+))", 2));
     }
     for (const OperatorEntry& row : ConditionOperatorTable) {

@@ -1,5 +1,5 @@
 // The tables of docs/architecture.md against the code: who includes whom, and which mutexes exist.
-// Whoever adds a room or a mutex, or includes upwards, is told here.
+// A new room, a new mutex or an include that runs upwards fails here.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Room {
-    int floor = 0;                     // 0: beside the house, then only what the page lists
+    int floor = 0;                     // 0: beside the house, so only what the page lists
     std::set<std::string> neighbours;  // rooms, and single headers as they are included
 };
 
@@ -46,7 +46,7 @@ std::map<std::string, std::string> Sources() {
     return sources;
 }
 
-// The room that a file stands in: the innermost folder around it that the page knows.
+// The room of a file: the innermost folder around it that the page knows.
 std::string RoomOf(const std::map<std::string, Room>& rooms, const fs::path& path) {
     fs::path folder = path.parent_path();
     while (!folder.empty() && rooms.count(folder.string()) == 0) folder = folder.parent_path();

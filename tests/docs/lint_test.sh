@@ -1,6 +1,6 @@
 #!/bin/sh
 # lint_test.sh SOURCE: manual pages must be clean for mandoc, scripts for shellcheck and for the
-# shells that they are for.
+# shells that they are written for.
 set -eu
 cd "$1"
 
@@ -15,7 +15,7 @@ fi
 
 failed=0
 for page in docs/man/*.[1-9]; do
-    # A page may name one that is not installed here.
+    # A page may name another that is not installed here.
     complaints=$(mandoc -T lint "$page" 2>&1 |
         grep -v -e 'referenced manual not found' -e 'outdated mandoc.db') || continue
     echo "$complaints"

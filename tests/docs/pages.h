@@ -1,4 +1,4 @@
-// Reading the project's own pages and sources.
+// Reads the project's own pages and sources.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,8 +21,8 @@ inline std::string SourceFile(const std::string& path) {
     return text;
 }
 
-// All matches of a POSIX extended expression, each as the whole and its groups. "^" and "$" are the
-// borders of lines.
+// All matches of a POSIX extended expression, each as the whole and its groups. "^" and "$" match
+// at the borders of lines.
 inline std::vector<std::vector<std::string>> Matches(const std::string& text,
                                                      const std::string& pattern) {
     regex_t expression;
@@ -50,7 +50,7 @@ inline Names Found(const std::string& text, const std::string& pattern, size_t g
     return names;
 }
 
-// What stands between two texts, without them.
+// The text between two texts, without them.
 inline std::string Section(const std::string& text, const std::string& from,
                            const std::string& to) {
     size_t begin = text.find(from);

@@ -9,7 +9,7 @@
 namespace zot {
 namespace {
 
-// The message of an expression, or "1" or "0" where it has none.
+// The message of an expression, or "1" or "0" if it has none.
 std::string Outcome(bool result, const VyString& errorText) {
     if (result) return errorText.Empty() ? "1" : "true with a message";
     return errorText.Empty() ? "0" : std::string(errorText.View());
@@ -21,7 +21,7 @@ std::string Outcome(std::string_view expression) {
     return Outcome(result, errorText);
 }
 
-// What the expression leaves on the stack, shown by a message that holds it.
+// What the expression leaves on the stack, shown by a message that contains it.
 std::string ValueOf(const std::string& expression) {
     std::string shown = Outcome(expression);
     constexpr std::string_view kMessage = "invalid result ";
@@ -45,7 +45,7 @@ TEST(Condition, Operators) {
         {"'10 kb' == 10240", "1"},
         {"'10 KB' == 10240", "1"},
         {"'10 xb' == 10", "0"},
-        {"\"'5'\" > 10", "1"},  // one pair of quotes is taken off before it is read as a number
+        {"\"'5'\" > 10", "1"},  // it loses one pair of quotes before it is read as a number
         {"'a' <> 'A'", "1"},
         {"'\xE4' > 'z'", "1"},
         {"'b' >= 'a' and 'a' <= 'a' and 'a' >= 'a'", "1"},
@@ -55,7 +55,7 @@ TEST(Condition, Operators) {
         {"1 < '1.000001' or 1 <= '0.999999'", "0"},
         {std::string("'ab\0c' == 'ab\0d'", 17), "1"},  // texts end at a NUL
         {"\"'abc'\" == 'abc'", "1"},                   // the left side loses two pairs of quotes
-        {"'abc' == \"'abc'\"", "0"},                   // the right side only behind a number
+        {"'abc' == \"'abc'\"", "0"},                   // the right side only after a number
         {"1 == \"'1'\"", "1"},
         {"'' == ''", "1"},
         // logic
@@ -128,7 +128,7 @@ TEST(Condition, Operators) {
         {"'a - 5' getnumber 1", "5"},
         {"'--5' getnumber 2", "5"},
         {"'-' getnumber 1", ""},
-        {"'12 34 -' getnumber 1", ""},  // the last minus eats the text before it
+        {"'12 34 -' getnumber 1", ""},  // the last minus consumes the text before it
         {"'12 34-' getnumber 2", "34"},
         {"'5' getnumber 2", ""},
         {"'a' getnumber 1", ""},

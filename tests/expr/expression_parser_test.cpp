@@ -54,7 +54,7 @@ TEST(ExpressionParser, WritesPostfix) {
          {"'-5'", "'-5'"},
          {"'it''s'", "'it' 's'"},
          {"\"it's\"", "\"it's\""},
-         {"(1 == 1", "1 1 == ("},  // no failure here: the evaluator fails on the parenthesis
+         {"(1 == 1", "1 1 == ("},  // not a failure here: the evaluator fails on the parenthesis
          {"()", ""}});
     ExpectOutputs(SearchOperatorTable, {{"'error' and not 'warning'", "'error' 'warning' not and"},
                                         {"-5 or +12", "-5 +12 or"}});
@@ -102,7 +102,7 @@ TEST(ExpressionParser, CheckingLeavesTheOutputAlone) {
     EXPECT_EQ(Joined(parser.output), "'a'");
 }
 
-// Quadratic work or recursion would not come back from these.
+// Quadratic work or recursion would never finish these.
 TEST(ExpressionParser, TakesLongTexts) {
     constexpr size_t kSize = 1 << 20;
     for (std::string_view unit : {"(", ")", "not ", "'", "''", "1 ", "1+", "x", "1+(", " ", "-"}) {

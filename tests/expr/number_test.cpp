@@ -22,7 +22,7 @@ TEST(ParseNumber, ReadsWholeDecimalBinaryAndUnits) {
         {"-.5", -0.5},
         {"'42'", 42},
         {"\"42\"", 42},
-        {"-.", 0},  // one character after the sign is all that is asked for
+        {"-.", 0},  // one character after the sign is enough
         {"101B", 5},
         {"'0B'", 0},
         {"10 kb", 10240},
@@ -67,7 +67,7 @@ TEST(ParseNumber, GivesTheNearestDouble) {
         ASSERT_EQ(ParseNumber(text, value), 1) << text;
         ASSERT_EQ(value, std::strtod(text.c_str(), nullptr)) << text;
     }
-    // A midpoint between two doubles: one digit a thousand places behind decides.
+    // A midpoint between two doubles: one digit a thousand places later decides.
     std::string half = "9007199254740993." + std::string(1000, '0');
     double value = 0;
     ASSERT_EQ(ParseNumber(half, value), 1);

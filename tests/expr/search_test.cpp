@@ -110,7 +110,7 @@ TEST(Search, JoinsTexts) {
         {"error: timeout", "'error' and not 'timeout'", false, false, false},
         {"an Error here", "'error'", true, false, false},
         {"errors", "'error'", false, true, false},
-        {"b", "'a' or 'b' and 'c'", false, false, false},  // "or" and "and" are equals
+        {"b", "'a' or 'b' and 'c'", false, false, false},  // "or" and "and" have equal priority
         {"a", "'c' and 'b' or 'a'", false, false, true},
         {"a", "not 'b' and not 'c'", false, false, true},
         {"abc", "('a' or 'x') and ('y' or ('b' and 'c'))", false, false, true},

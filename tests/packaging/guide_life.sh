@@ -1,11 +1,11 @@
 # shellcheck shell=sh
-# Sourced in a system of its own, beside the package, the guide and what stands in for systemd.
+# Sourced in a private system, beside the package, the guide and what replaces systemd.
 . ./terminal.sh
 
 mv zot_1.deb "zot_$(dpkg-deb -f zot_1.deb Version)_amd64.deb"
 install -m 755 unit_runner.sh /usr/local/sbin/systemctl
 export PATH="/usr/local/sbin:/usr/local/bin:$PATH"
-# For the maintainer scripts systemd is there, and nothing keeps them from starting the service.
+# The maintainer scripts see systemd, and nothing keeps them from starting the service.
 mkdir -p /run/systemd/system
 rm -f /usr/sbin/policy-rc.d
 # The ten hosts are this one.
@@ -19,12 +19,12 @@ echo "error: again" >>/var/log/shop.log
 [ "$(zot-watch web1 /var/log/shop.log error /root/shop.state)" = "error: again" ] ||
     { echo "FAILED: zot-watch"; exit 1; }
 
-# expect_found PATTERN COMMAND: what the command, as a line of the guide has it, prints.
+# expect_found PATTERN COMMAND: the output of the command, a line of the guide, matches the pattern.
 expect_found() {
     sh -c "$2" sh web1 / >reply.txt 2>&1 || { echo "FAILED: $2"; cat reply.txt; exit 1; }
     grep -q "$1" reply.txt || { echo "FAILED: $2 printed"; cat reply.txt; exit 1; }
 }
-# The lines for other programs, with their variables filled in as those programs do.
+# The lines for other programs, with the variables that those programs fill in.
 # shellcheck disable=SC2016
 expect_found '^DISK .*used=' "$(sed -n 's/^ *command_line  *//p' guide.md |
     sed 's/$HOSTADDRESS\$/web1/; s/$HOSTNAME\$/web1/; s|$ARG1\$|-w 99.9 -c 100 disk /|')"

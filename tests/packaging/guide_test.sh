@@ -1,6 +1,6 @@
 #!/bin/sh
-# guide_test.sh BUILD GUIDE: carries out the guide's commands (its ```sh blocks) as they are printed,
-# in their order, on a system that begins without the package.
+# guide_test.sh BUILD GUIDE: runs the guide's commands (its ```sh blocks) as printed, in their
+# order, on a system that begins without the package.
 set -eu
 build=$1
 guide=$2

@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# Sourced in a system of its own, beside zot_1.deb and zot_2.deb: the life of the package.
+# Sourced in a private system, beside zot_1.deb and zot_2.deb: the life of the package.
 
 config=/etc/zot/zot.cfg
 unit=/usr/lib/systemd/system/zot.service
@@ -9,7 +9,7 @@ fail() {
     exit 1
 }
 
-# A line of the service unit, executed as systemd does without its doubled dollar signs.
+# Runs a line of the service unit as systemd does, without its doubled dollar signs.
 run_unit_line() { sh -euc "$(sed -n "s/^$1=//p" "$unit" | sed 's/\$\$/$/g')"; }
 
 # Asks until the agent answers 200 and the reply has the line.
@@ -42,7 +42,7 @@ printf '0\n/usr/sbin/zot -d\n' | zotq -p "$port" TEST-Process - >reply.txt || fa
 [ "$(sed -n 2p reply.txt)" -eq 1 ] || fail "process count"
 zotq -p "$port" GetProcessesList | grep -q '/usr/sbin/zot -d' || fail "process list"
 
-# The sample as it is shipped is good but for the password.
+# The sample works as shipped, once it has a password.
 zotq -p "$port" SetSettings 'Comment=kept' LogOkConn=1 >/dev/null || fail "change of settings"
 [ "$(stat -c '%a %U' $config)" = "600 root" ] || fail "permissions after a save"
 [ -s /var/log/zot/accepted.log ] || ask_for 'LogOkConn=1' GetSettings

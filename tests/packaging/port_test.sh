@@ -1,6 +1,6 @@
 #!/bin/sh
-# port_test.sh SOURCE CMAKE: lays out what a FreeBSD installation has besides programs and pages, and
-# compares it with the list of the port.
+# port_test.sh SOURCE CMAKE: collects what a FreeBSD installation has besides programs and pages,
+# and compares it with the list of the port.
 set -eu
 source=$1
 cmake=$2

@@ -1,10 +1,10 @@
 # shellcheck shell=sh
-# Sourced by tests that install the package. They work in a system of their own: the files of this
-# machine under a layer in memory, with processes of its own; both go away with the test.
+# Sourced by tests that install the package. They work in a private system: the files of this
+# machine under a layer in memory, and processes of its own; both disappear with the test.
 
 # can_layer DIRECTORY: whether files of this machine can be laid under others there.
 can_layer() {
-    # The inner shell expands what stands in single quotes.
+    # The inner shell expands what is in single quotes.
     # shellcheck disable=SC2016
     unshare --mount --pid --fork --kill-child sh -euc '
         mount -t tmpfs tmpfs "$1"
@@ -13,8 +13,8 @@ can_layer() {
     ' sh "$1" 2>/dev/null
 }
 
-# require_private_root: ends the test as skipped where there is no dpkg, it is not for us to use, or
-# the machine, a container for example, allows no system of one's own.
+# require_private_root: ends the test as skipped where there is no dpkg, where we may not use it, or
+# where the machine, a container for example, allows no private system.
 require_private_root() {
     probe=$(mktemp -d)
     if [ "$(id -u)" -ne 0 ] || ! command -v dpkg-deb >/dev/null || ! can_layer "$probe"; then
@@ -33,12 +33,12 @@ build_package() {
 }
 
 # run_in_private_root SCRIPT DIRECTORY [TREE]: runs the script as root there, in a copy of the
-# directory. The tree is there too, at its own place, on whatever file system it lies.
+# directory. The tree is there too, at its own place, on whatever file system it is.
 run_in_private_root() {
-    # Ports of its own too, where the tool for that is there.
+    # A network of its own too, where the tool for that exists.
     network=
     if command -v ip >/dev/null; then network=--net; fi
-    # The inner shell expands what stands in single quotes.
+    # The inner shell expands what is in single quotes.
     # shellcheck disable=SC2016
     unshare --mount --pid --fork --kill-child $network sh -euc '
         if command -v ip >/dev/null; then ip link set lo up; fi

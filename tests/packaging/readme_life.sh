@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# Sourced in a system of its own, beside README.md and the name of the source tree.
+# Sourced in a private system, beside README.md and the name of the source tree.
 . ./terminal.sh
 
 export PATH="/usr/local/sbin:/usr/local/bin:$PATH"

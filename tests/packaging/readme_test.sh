@@ -1,6 +1,6 @@
 #!/bin/sh
-# readme_test.sh SOURCE: carries out the README's commands as they are printed, in a copy of the
-# source tree with what was built there.
+# readme_test.sh SOURCE: runs the README's commands as printed, in a copy of the source tree with
+# what was built there.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/private_root.sh"

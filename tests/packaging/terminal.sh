@@ -1,8 +1,8 @@
 # shellcheck shell=sh
-# Sourced in a system of its own: carries out the commands of a document as its reader would.
+# Sourced in a private system: runs the commands of a document as its reader would.
 
 # Ends the agent in the terminal as soon as it listens, as Ctrl-C does (a shell without a terminal
-# keeps that signal from what runs in the background), and goes on no sooner than a daemon answers.
+# keeps that signal from background programs), and returns only when a daemon answers.
 zot() {
     if [ "$1" = -d ]; then
         command zot "$@"
@@ -30,7 +30,7 @@ zotq() {
 password=choose-a-long-one
 vi() { sed -i "s/^password=.*/password=$password/" "$1"; }
 
-# carry_out FILE: all ```sh blocks of the document, in one shell, each line printed before.
+# carry_out FILE: runs all ```sh blocks of the document, in one shell, and prints each line first.
 carry_out() {
     awk '/^ *```sh$/ {inside = 1; next}
          /^ *```/ {inside = 0}

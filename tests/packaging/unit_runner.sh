@@ -1,5 +1,5 @@
 #!/bin/sh
-# Stands in for systemctl where systemd does not run: carries out the lines of the service unit.
+# Replaces systemctl where systemd does not run: carries out the lines of the service unit.
 set -eu
 unit=/usr/lib/systemd/system/zot.service
 pidfile=/run/zot.pid

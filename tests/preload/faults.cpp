@@ -1,4 +1,4 @@
-// Loaded into the agent by the system tests: lets them move its clocks and break what is under it.
+// Loaded into the agent by the system tests: moves its clocks and makes its calls fail.
 #include "tests/preload/faults.h"
 
 #include <dirent.h>
@@ -28,11 +28,11 @@ using zot::test::CallFault;
 using zot::test::FaultControl;
 using zot::test::kShort;
 
-// Calls that come before the mapping stands, from the runtime's own start, find no orders here.
+// Calls of the runtime's own start, before the mapping exists, find no orders here.
 constinit FaultControl none;
 constinit FaultControl* control = &none;
 
-// The next definition of the function. No guarded static: memory is asked for before those work.
+// The next definition of the function. No guarded static: memory is needed before those work.
 #define REAL(name)                                                     \
     static std::atomic<void*> found{nullptr};                          \
     if (found.load() == nullptr) found.store(dlsym(RTLD_NEXT, #name)); \
@@ -51,10 +51,10 @@ __attribute__((constructor)) void Attach() {
     if (memory != MAP_FAILED) control = static_cast<FaultControl*>(memory);
 }
 
-// Some systems declare their calls with noexcept and some do not; a definition has to agree.
+// Some systems declare their calls with noexcept and some do not; a definition must agree.
 #define AS_DECLARED(call) noexcept(noexcept(call))
 
-// A real fault, at once and on this thread. Each order to crash is good for one crash.
+// A real fault, at once and on this thread. Each order causes one crash.
 void CrashIf(std::atomic<bool>& ordered) {
     if (!ordered.exchange(false)) return;
     volatile int* nowhere = nullptr;
@@ -68,7 +68,7 @@ bool Fails(CallFault& fault) {
     return true;
 }
 
-// For calls that move bytes: false when the call fails, else `size` is what it may move.
+// For calls that move bytes: false when the call fails, otherwise `size` is what it may move.
 bool MayMove(CallFault& fault, size_t& size) {
     if (!Fails(fault)) return true;
     if (errno != kShort) return false;
@@ -141,7 +141,7 @@ int open(const char* path, int flags, ...) {
     return openat(AT_FDCWD, path, flags, mode);
 }
 
-// What glibc's checked headers make of an open without a mode.
+// What glibc's checked headers turn an open without a mode into.
 int __open_2(const char* path, int flags) { return open(path, flags); }
 
 dirent* readdir(DIR* folder) {

@@ -1,4 +1,5 @@
-// What a test tells the library that is loaded into the agent under test: a small shared mapping.
+// The orders of a test for the library that is loaded into the agent under test: a small shared
+// mapping.
 #pragma once
 
 #include <atomic>
@@ -10,12 +11,12 @@ namespace zot::test {
 // Instead of an error number: half of the bytes are read, written or sent.
 inline constexpr int32_t kShort = -1;
 
-// One kind of call that fails on order. Orders are given while the agent runs, so what the start
-// needs is not hit by accident.
+// One kind of call that fails on order. Orders come while the agent runs, so the calls of its start
+// are not hit by accident.
 struct CallFault {
     std::atomic<int32_t> error{0};  // the errno of the failure, or kShort
-    std::atomic<int64_t> skip{0};   // so many calls are let through first
-    std::atomic<int64_t> left{0};   // so many calls fail then
+    std::atomic<int64_t> skip{0};   // calls that are let through first
+    std::atomic<int64_t> left{0};   // calls that then fail
     std::atomic<int64_t> hits{0};   // calls that have failed
 
     void Fail(int32_t errorNumber, int64_t count = INT64_MAX, int64_t after = 0) {
@@ -25,7 +26,7 @@ struct CallFault {
     }
     void Stop() { left.store(0); }
 
-    // Asked in the agent at each call: whether this one fails.
+    // Called in the agent for each call: whether this one fails.
     bool Strikes() {
         if (left.load() <= 0 || skip.fetch_sub(1) > 0) return false;
         if (left.fetch_sub(1) <= 0) return false;

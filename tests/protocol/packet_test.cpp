@@ -88,13 +88,13 @@ TEST_F(PacketTest, EveryLengthIsChecked) {
             EXPECT_EQ(Decode(bad), "invalid") << field.offset << " " << value;
         }
     }
-    // Bytes behind the request are allowed as long as they are announced.
+    // Bytes after the request are allowed if they are announced.
     std::string padded = good + "padding";
     padded.replace(0, 4, Le(padded.size() - 4, 4));
     EXPECT_EQ(Decode(padded), "GetInfo\n\r");
 }
 
-// What the trace log tells about a packet, without times.
+// What the trace log says about a packet, without times.
 std::vector<std::string> Trace(const std::function<void(Log&)>& decode) {
     test::TempDir dir;
     SettingsStore store;

@@ -33,7 +33,7 @@ TEST(RequestText, LinesAreWalkedOnceWhateverBlankOnesStandBetween) {
     EXPECT_EQ(walk("a\n\n \n b \nc"), "a;b;");
     EXPECT_EQ(walk("\n\nb=1"), "b=1;");
     EXPECT_EQ(walk("a\n\n \n\r"), "a;");
-    // Takes hours when every line is looked for from its own beginning.
+    // Takes hours if every line is searched for from its own beginning.
     const std::string blank(4 << 20, '\n');
     EXPECT_EQ(walk(blank + "\r"), "");
     EXPECT_EQ(walk(blank + "a" + blank + "b\n\r"), "a;b;");

@@ -205,7 +205,7 @@ bool AgentProcess::WaitUntilReady(std::chrono::milliseconds limit) {
                 ready = !exit_ && Output().find("Listening...\n") != std::string::npos;
                 return ready || exit_;
             }
-            // The pid is written behind the lock, when the port is already open.
+            // The pid is written after the lock, when the port is already open.
             ready = exit_ == 0 && Pid() != 0 && ReadFile(PidFilePath()).ends_with('\n');
             return ready || exit_.value_or(0) != 0;
         },
@@ -234,7 +234,7 @@ void AgentProcess::Signal(int number) const {
     if (pid > 0) kill(pid, number);
 }
 
-// A daemon without a pid file of its own can only be asked to end.
+// A daemon without its own pid file can only be asked to end.
 void AgentProcess::StopDaemon() const {
     pid_t pid = Pid();
     if (pid > 0 && ReadFile(PidFilePath()) == std::to_string(pid) + "\n") {

@@ -1,5 +1,5 @@
 // The real agent for the system tests: a throw-away configuration on a free port of the loopback
-// interface, an executable started from the build directory, and its end with the test.
+// interface, an executable from the build directory, and its end together with the test.
 #pragma once
 
 #include <sys/types.h>
@@ -16,20 +16,21 @@
 
 namespace zot::test {
 
-// For every wait of a test that ends as soon as what it waits for is there.
+// For every wait that ends as soon as what it waits for happens.
 constexpr std::chrono::milliseconds kPatience{20000};
 
-// Looks every few milliseconds, until the condition holds (true) or the limit has passed (false).
+// Checks every few milliseconds, until the condition holds (true) or the limit has passed (false).
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = kPatience);
 
-// What a hostile or a plain peer does on an open connection; each fails the test when it cannot.
+// What a hostile or an ordinary peer does on an open connection; each fails the test when it
+// cannot.
 void Send(client::AgentConnection& connection, std::string_view bytes);
-// Everything the agent says until it closes the connection.
+// Everything that the agent sends until it closes the connection.
 std::string UntilClose(client::AgentConnection& connection);
 // The text of the reply to a request under this key.
 std::string ReceiveReply(client::AgentConnection& connection, const char* key);
 
-// How often a text stands in another.
+// How often a text occurs in another.
 size_t Count(std::string_view text, std::string_view part);
 
 // Lets this process have as many descriptors as the system allows: crowds need them.
@@ -38,19 +39,19 @@ void RaiseDescriptorLimit();
 // A port of the loopback interface on which nothing listens at the moment.
 uint16_t FreePort();
 
-// Asks whoever serves at the target; false when no valid reply comes.
+// Asks whatever serves at the target; false when no valid reply comes.
 bool TryAsk(const client::Target& target, std::string_view command,
             const std::vector<std::string>& params = {}, client::Answer* answer = nullptr);
 
 struct AgentOptions {
     std::vector<std::string> arguments{"-i"};  // before the configuration file; "-d" for the daemon
     std::string settings{};                  // further configuration lines; they win over the usual
-    std::vector<std::string> environment{};  // "NAME=VALUE", beside the environment of the test
+    std::vector<std::string> environment{};  // "NAME=VALUE", added to the environment of the test
     // Words in front of the agent's command line: {"sh", "-c", "ulimit -n 64; exec \"$@\"", "sh"}
     // starts it with few descriptors. They must end in an exec, so that the process stays the same.
     std::vector<std::string> prefix{};
     uint16_t port = 0;       // 0 chooses a free one
-    bool awaitReady = true;  // false for starts that are meant to fail: returns at once
+    bool awaitReady = true;  // false for starts that should fail: returns at once
 };
 
 class AgentProcess {
@@ -76,10 +77,10 @@ class AgentProcess {
 
     // True as soon as the agent listens: "Listening..." was printed, or the pid file is locked.
     bool WaitUntilReady(std::chrono::milliseconds limit = kPatience);
-    // The exit code of the process started (in daemon mode: of the one that detaches), or minus the
-    // signal that ended it; nothing when it still runs after the limit.
+    // The exit code of the process that was started (in daemon mode: of the one that detaches), or
+    // minus the signal that ended it; nothing when it still runs after the limit.
     std::optional<int> WaitForExit(std::chrono::milliseconds limit = kPatience);
-    // True as soon as the daemon is gone: neither its pid file is locked nor its port served.
+    // True as soon as the daemon is gone: its pid file is not locked and its port not served.
     bool WaitForDaemonEnd(std::chrono::milliseconds limit = kPatience) const;
     // Sends a signal to the process that serves.
     void Signal(int number) const;
@@ -110,7 +111,7 @@ class AgentProcess {
     TempDir dir_;
     uint16_t port_ = 0;
     client::Target target_;
-    pid_t child_ = 0;  // the process started, 0 before
+    pid_t child_ = 0;  // the process that was started, 0 before
     std::optional<int> exit_;
 };
 

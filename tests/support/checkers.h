@@ -1,4 +1,4 @@
-// What a run under a checker cannot show: the checkers' own runtimes need memory and time.
+// What a run with a sanitizer cannot show, because its runtime needs memory and time of its own.
 #pragma once
 
 #if defined(__has_feature)

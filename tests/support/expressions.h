@@ -1,4 +1,4 @@
-// Evaluating an expression once from its text, which only tests do.
+// Evaluates an expression once from its text, which only tests do.
 #pragma once
 
 #include <string_view>
@@ -10,7 +10,7 @@
 
 namespace zot::test {
 
-// False, with `errorText` as it was, when the condition does not parse.
+// False, with `errorText` unchanged, when the condition does not parse.
 inline bool EvaluateConditionText(std::string_view expression, VyString& errorText) {
     ExpressionParser parser(ConditionOperatorTable);
     return ParseExpression(parser, expression, false) &&

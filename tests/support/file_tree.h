@@ -1,4 +1,4 @@
-// Making the kinds of entries that a file test can meet.
+// Makes the kinds of entries that a file test can meet.
 #pragma once
 
 #include <cstdint>

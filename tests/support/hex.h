@@ -1,4 +1,4 @@
-// Reading and showing bytes as hexadecimal, as the vector files under data/ have them.
+// Reads and shows bytes as hexadecimal, as in the vector files under data/.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A socket of a test's own on a free port of 127.0.0.1.
+// A test's own socket on a free port of 127.0.0.1.
 #pragma once
 
 #include <netinet/in.h>
@@ -13,7 +13,7 @@ namespace zot::test {
 
 class Loopback {
   public:
-    // A SOCK_STREAM socket listens when `backlog` is not negative; else its port refuses.
+    // A SOCK_STREAM socket listens when `backlog` is not negative; otherwise its port refuses.
     explicit Loopback(int type, int backlog = -1) : fd_(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -30,8 +30,8 @@ class Loopback {
     int Port() const { return port_; }
     // The first two parameter lines of a request that names this socket.
     std::string HostLines() const { return "127.0.0.1\n" + std::to_string(port_) + "\n"; }
-    // From now on nothing that comes over the loopback interface is answered: it drops packets
-    // whose count of hops left is lower than any packet's there.
+    // From now on nothing that arrives over the loopback interface is answered: it drops packets
+    // with fewer hops left than any packet has there.
     void Deafen() const {
         int hops = 255;
         if (setsockopt(fd_.Get(), IPPROTO_IP, IP_MINTTL, &hops, sizeof hops) != 0)
@@ -40,7 +40,7 @@ class Loopback {
     // Waits for a client.
     UniqueFd Accept() const { return UniqueFd(accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC)); }
 
-    // Waits for one datagram and remembers whom a Reply goes to.
+    // Waits for one datagram and remembers where a Reply goes.
     std::string Receive() {
         socklen_t size = sizeof peer_;
         std::string data(65536, '\0');
@@ -61,7 +61,7 @@ class Loopback {
     sockaddr_in peer_{};
 };
 
-// What a stream socket sends up to its end.
+// What a stream socket receives up to its end.
 inline std::string ReceiveAll(int fd) {
     std::string all;
     char part[8192];

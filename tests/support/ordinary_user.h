@@ -1,4 +1,4 @@
-// Running a piece of a test without the rights of root, for whom no permission bit counts.
+// Runs a piece of a test without the rights of root, for whom no permission bit counts.
 #pragma once
 
 #include <functional>

@@ -1,5 +1,5 @@
-// What another process holds, as its system tells. Where the system does not tell, these throw: a
-// test must not pass on what nobody saw.
+// What another process holds, according to its system. Where the system does not say, these throw:
+// a test must not pass on what nobody saw.
 #pragma once
 
 #include <sys/types.h>
@@ -9,17 +9,17 @@
 
 namespace zot::test {
 
-// Memory that is really there.
+// The memory that is really in use.
 long ResidentKib(pid_t pid);
 long ThreadCount(pid_t pid);
 
-// The open descriptors, each with the path of what it refers to; other texts where it has no path.
+// The open descriptors, each with the path of what it refers to, or another text if it has none.
 std::map<int, std::string> DescriptorsOf(pid_t pid);
 
 // The arguments, each with its terminating NUL.
 std::string CommandLineOf(pid_t pid);
 
-// How often the text stands in the writable memory of the process.
+// How often the text occurs in the writable memory of the process.
 int CountInMemory(pid_t pid, const std::string& text);
 
 }  // namespace zot::test

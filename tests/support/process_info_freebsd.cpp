@@ -16,7 +16,7 @@
 namespace zot::test {
 namespace {
 
-// What the kernel answers about the process.
+// The kernel's answer about the process.
 std::string Ask(int what, pid_t pid) {
     int name[] = {CTL_KERN, KERN_PROC, what, pid};
     size_t size = 0;

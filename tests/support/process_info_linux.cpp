@@ -34,7 +34,7 @@ long ThreadCount(pid_t pid) { return StatusValue(pid, "Threads"); }
 std::map<int, std::string> DescriptorsOf(pid_t pid) {
     std::map<int, std::string> descriptors;
     for (const auto& entry : std::filesystem::directory_iterator(Folder(pid) + "/fd")) {
-        // What was closed since the folder was opened has no target any more.
+        // A descriptor that was closed since the folder was opened has no target any more.
         std::error_code closed;
         std::string target = std::filesystem::read_symlink(entry.path(), closed);
         if (!closed) descriptors[std::stoi(entry.path().filename())] = target;

@@ -1,4 +1,4 @@
-// A directory of a test's own, removed with everything in it.
+// A test's own directory, removed with everything in it.
 #pragma once
 
 #include <filesystem>

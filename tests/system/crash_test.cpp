@@ -42,7 +42,7 @@ TEST(Crash, AnOldAgentIsReplacedInPlace) {
     for (auto* order : {&faults->crashInUname, &faults->crashInLocaltime}) {
         faults->clockOffsetSeconds.fetch_add(kLongUptime);
         order->store(true);
-        // The time of day is asked for once a second only.
+        // The time of day is asked for only once a second.
         EXPECT_TRUE(WaitUntil([&] { return !Answers(agent); }));
         EXPECT_TRUE(WaitUntil([&] { return !order->load() && Answers(agent); }));
     }

@@ -38,7 +38,7 @@ std::vector<std::string> WithDescriptors(int count) {
     return {"/bin/sh", "-c", "ulimit -n " + std::to_string(count) + " && exec \"$@\"", "sh"};
 }
 
-// The beginning of a packet that announces so many bytes behind its length; the digest is right.
+// The beginning of a packet that announces this many bytes after its length; the digest is right.
 std::string Beginning(const AgentProcess& agent, uint32_t length) {
     client::RequestFields fields = client::MakeRequest(agent.Target().password, kKey, "");
     fields.packetLength = length;
@@ -47,9 +47,9 @@ std::string Beginning(const AgentProcess& agent, uint32_t length) {
 
 TEST(Crew, StrangersThatComeBackShutNobodyOut) {
     RaiseDescriptorLimit();
-    // Enough that a stranger stays for longer than this machine may need between two calls.
+    // So long that a stranger outlives any pause of this machine between two calls.
     AgentProcess agent({.settings = "logfails=0\ntimeout=-1\n", .prefix = WithDescriptors(1024)});
-    // None of these may go: a transfer, a request that runs, a packet that has begun rightly.
+    // None of these may go: a transfer, a running request, a packet that began correctly.
     AgentConnection transfer = agent.Connect();
     Send(transfer, agent.Packet(kKey, "UpgradeCode\n200\n\r"));
     EXPECT_EQ(ReceiveReply(transfer, kKey), "200\n\r");
@@ -84,7 +84,7 @@ TEST(Crew, StrangersThatComeBackShutNobodyOut) {
     EXPECT_TRUE(ReceiveReply(begun, kKey).starts_with("200\n"));
     Send(transfer, std::string(216, 'x'));
     EXPECT_EQ(ReceiveReply(transfer, kKey), "300\nWrong CRC\n\r");
-    // Hundreds of strangers had not one thread each.
+    // Hundreds of strangers did not have a thread each.
     EXPECT_LE(ThreadCount(agent.Pid()), 30);
 }
 
@@ -98,8 +98,8 @@ TEST(Crew, AcceptingThatHasToWaitHearsTheHangup) {
         known.push_back(agent.Connect());
         Send(known.back(), Beginning(agent, 500));
     }
-    // They are no strangers, so the next one waits for its turn until they have been silent for too
-    // long, by a time-out that comes with the hang-up.
+    // They are not strangers, so the next one waits until they have been silent for too long, by a
+    // time-out that comes with the hang-up.
     AgentConnection next = agent.Connect();
     Send(next, agent.Packet(kKey, "GetInfo\n\r"));
     std::ofstream(agent.ConfigPath(), std::ios::app) << "timeout=1000\n";
@@ -134,7 +134,7 @@ TEST(Crew, WhatIsOnItsWayTakesABoundedPlace) {
         EXPECT_LT(ResidentKib(agent.Pid()) - before, 100 * 1024) << "KiB for all";
     }
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
-    // A stranger's packet is judged at its end, as everybody's is.
+    // A stranger's packet is judged at its end, like any other.
     Send(strangers[0], std::string(kMiB - 24, 'x'));
     EXPECT_EQ(UntilClose(strangers[0]), "");
 }
@@ -149,7 +149,7 @@ TEST(Crew, SlowChecksLeaveQuickOnesFastAndThreadsGoBack) {
                       "200");
         });
     }
-    // All of them run at once, and beside them there is always somebody free.
+    // All of them run at once, and there is still always a free thread.
     EXPECT_TRUE(WaitUntil([&] { return agent.Info("ActiveConnections") == "61"; }));
     auto start = steady_clock::now();
     for (int i = 0; i < 20; ++i) EXPECT_EQ(agent.Ask("GetInfo").code, "200");

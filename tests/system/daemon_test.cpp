@@ -19,7 +19,7 @@ namespace {
 TEST(Daemon, DetachesAndHoldsItsPidFile) {
     AgentProcess agent({.arguments = {"-d"}, .awaitReady = false});
     EXPECT_EQ(agent.WaitForExit(), 0);
-    // Who has started it can ask it.
+    // The one who started it can ask it.
     EXPECT_TRUE(TryAsk(agent.Target(), "GetInfo"));
     std::string output = agent.Output();
     // Every line once, although the process forked after most of them.
@@ -31,7 +31,7 @@ TEST(Daemon, DetachesAndHoldsItsPidFile) {
     EXPECT_EQ(getpgid(pid), pid);
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
 
-    // Another agent with the same pid file runs without one, and leaves the file as it is.
+    // Another agent with the same pid file runs without one, and leaves the file unchanged.
     AgentProcess second({.arguments = {"-d"},
                          .settings = "pidfile=" + agent.PidFilePath() + "\nbadlogfile=bad.txt\n",
                          .awaitReady = false});
@@ -56,8 +56,8 @@ TEST(Daemon, StartsAndServesWhateverItsStarterLeft) {
     TempDir lent;
     MakeFifo(lent / "pipeline");
     UniqueFd pipeline(open((lent / "pipeline").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    // Children that nobody waits for, a descriptor limit of its own, and a pipeline that waits for
-    // its last writer.
+    // Children that nobody waits for, its own descriptor limit, and a pipeline that waits for its
+    // last writer.
     std::string shell =
         "trap '' CHLD; ulimit -Sn 200; exec 9>" + lent / "pipeline" + "; exec \"$@\"";
     AgentProcess agent({.arguments = {"-d"},

@@ -1,6 +1,6 @@
-// The real agent while memory, files, processes, sockets and clocks fail under it: the reply or the
-// exit that belongs to the fault, or else an agent that goes on serving. Never a crash, never a
-// descriptor or a temporary file left behind.
+// The real agent while memory, files, processes, sockets and clocks fail: it gives the reply or the
+// exit that belongs to the fault, or else goes on serving. Never a crash, never a descriptor or a
+// temporary file left.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -30,8 +30,7 @@ struct Request {
     Lines params;
 };
 
-// Requests that together open, read and write files, start children, and listen to
-// the network.
+// Requests that together open, read and write files, start children, and listen to the network.
 const Request kRequests[] = {
     {"GetInfo", {}},
     {"GetSettings", {}},
@@ -70,7 +69,7 @@ class Faults : public testing::Test {
         }));
     }
 
-    // Asks although nothing good needs to come of it.
+    // Asks, although no good answer is needed.
     bool TryAsk(const Request& request, const char* password = nullptr) const {
         client::Target target = agent_->Target();
         if (password != nullptr) target.password = password;
@@ -83,7 +82,7 @@ class Faults : public testing::Test {
         EXPECT_EQ(answer.lines, lines) << request.command;
     }
 
-    // The fault is over: everything must be as it was before.
+    // The fault is over: everything must be as before.
     void ExpectUnharmed() {
         ASSERT_FALSE(agent_->WaitForExit(milliseconds(0)).has_value());
         EXPECT_EQ(agent_->Ask("ReloadCfg").code, "200");
@@ -127,7 +126,7 @@ TEST_F(Faults, EveryAllocationMayFail) {
     if (!kMeasurable) GTEST_SKIP() << "the checker itself ends without memory";
     Start();
     for (const Request& request : kRequests) {
-        // One after the other, until the request takes no further one.
+        // One call after another, until the request makes no further one.
         for (int nth = 0; nth < 300; ++nth) {
             int64_t before = faults_->memory.hits.load();
             faults_->memory.Fail(ENOMEM, 1, nth);
@@ -144,7 +143,7 @@ TEST_F(Faults, EveryAllocationMayFail) {
 }
 
 // Requests whose answer is known, so that a wrong one shows: each call that they make fails once,
-// one after the other. What is told then is either right or that it failed.
+// one after another. The answer is then either right or reports the failure.
 TEST_F(Faults, EveryCallMayFail) {
     TempDir lent;
     fs::create_directories(lent / "tree/below/deep");
@@ -157,7 +156,7 @@ TEST_F(Faults, EveryCallMayFail) {
     Loopback listener(SOCK_STREAM, 512);
     const struct {
         Request request;
-        size_t compared;  // lines of the answer that are the same every time
+        size_t compared;  // the lines of the answer that are the same every time
     } asked[] = {
         {{"SetSettings", {"Comment=kept"}}, 9},
         {{"GetSettings", {}}, 1},
@@ -175,7 +174,7 @@ TEST_F(Faults, EveryCallMayFail) {
         const char* name;
         CallFault FaultControl::*fault;
         std::vector<int> errors;
-        bool keepsConnection = true;  // the answer still comes
+        bool keepsConnection = true;  // the answer still arrives
     } calls[] = {
         {"open", &FaultControl::open, {EMFILE, EINTR, EIO}},
         {"read", &FaultControl::read, {EIO, EINTR, kShort}},
@@ -228,7 +227,7 @@ TEST_F(Faults, EveryCallMayFail) {
         }
     }
     for (const auto& call : calls) {
-        // Nothing that a request needs is made by a pipe.
+        // No request needs a pipe.
         bool used = call.fault != &FaultControl::pipe;
         EXPECT_EQ(((*faults_.operator->()).*call.fault).hits.load() > 0, used) << call.name;
     }
@@ -248,7 +247,7 @@ TEST_F(Faults, WhatFailsIsToldToTheServer) {
     ExpectAnswer(kRequests[10], "300", {"Cannot create temp file"});
     faults_->open.Stop();
 
-    // A full disk: the old file stays whole, and what was asked stays in memory.
+    // A full disk: the old file stays whole, and the change stays in memory.
     std::string before = ReadFile(path);
     faults_->write.Fail(ENOSPC);
     ExpectAnswer({"SetSettings", {"Comment=lost"}}, "300",
@@ -258,7 +257,7 @@ TEST_F(Faults, WhatFailsIsToldToTheServer) {
     EXPECT_EQ(agent_->Info("Comment"), "lost");
     faults_->write.Stop();
 
-    // Short writes are none of the server's business.
+    // Short writes are not the server's business.
     faults_->write.Fail(kShort);
     ExpectAnswer({"SetSettings", {"Comment=kept"}}, "200", {});
     faults_->write.Stop();
@@ -328,7 +327,7 @@ TEST_F(Faults, DeadNameServersDoNotHoldUpATimeout) {
     }
     for (std::thread& asker : askers) asker.join();
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(3000));
-    // The main thread, those that served the requests and one that was free, and the look-ups.
+    // The main thread, the threads that served the requests and one free one, and the look-ups.
     EXPECT_LE(ThreadCount(agent_->Pid()), 1 + 20 + 2 + 16) << "look-ups left behind";
     faults_->lookupSeconds.store(0);
     ExpectUnharmed();
@@ -363,7 +362,7 @@ TEST_F(Faults, AConfigurationThatIsAFolderForAWhile) {
     fs::rename(path, path + ".away");
     fs::create_directory(path);
     ExpectAnswer({"ReloadCfg", {}}, "300", {"Cannot open configuration file '" + path + "'"});
-    // A load starts from the defaults and takes nothing back: there is no password now.
+    // A load starts from the defaults and takes nothing back: now there is no password.
     EXPECT_FALSE(TryAsk(kRequests[0]));
     EXPECT_TRUE(TryAsk(kRequests[0], ""));
     agent_->Signal(SIGHUP);

@@ -1,4 +1,4 @@
-// Crowds and hostile peers: what one connection does must cost the others nothing and must end.
+// Crowds and hostile peers: what one connection does must cost the others nothing, and must end.
 //
 // The sizes are small here; ZOT_FLOOD multiplies them (tools/soak.sh).
 
@@ -47,7 +47,7 @@ AgentOptions With(std::string settings, std::string limits = "") {
     return options;
 }
 
-// The middle of the times that requests take, in microseconds.
+// The median time of requests, in microseconds.
 double MedianLatency(const AgentProcess& agent, int requests) {
     std::vector<double> times;
     for (int i = 0; i < requests; ++i) {
@@ -80,7 +80,7 @@ void Reset(AgentConnection& connection) {
     connection.Close();
 }
 
-// What the figures of docs/reliability.md are read from.
+// The figures of docs/reliability.md come from here.
 template <typename... Values>
 void Report(const char* format, Values... values) {
     std::printf(format, values...);
@@ -122,7 +122,7 @@ TEST(Floods, IdleCrowd) {
 
 TEST(Floods, PeersThatNeverReadALargeReplyAreDropped) {
     AgentProcess agent(With("timeout=1000\ndelayforscripts=0\n"));
-    // Far more than what the sockets of both sides hold.
+    // Far more than the sockets of both sides hold.
     constexpr size_t kLineLength = 500;
     constexpr size_t kLines = 10000;
     std::string script =
@@ -136,8 +136,8 @@ TEST(Floods, PeersThatNeverReadALargeReplyAreDropped) {
     }
     EXPECT_TRUE(agent.IsAlone());
 
-    // One that reads gets all of it, although that takes longer than the time-out, and so does each
-    // of its first pauses.
+    // One that reads gets everything, although that takes longer than the time-out, and so does
+    // each of its first pauses.
     AgentConnection slow = agent.Connect();
     int small = 65536;
     setsockopt(slow.Fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
@@ -145,7 +145,7 @@ TEST(Floods, PeersThatNeverReadALargeReplyAreDropped) {
     std::string reply;
     std::string error;
     char first = 0;
-    // Under a checker it takes a while to make and encrypt the reply.
+    // With a sanitizer it takes a while to make and encrypt the reply.
     EXPECT_TRUE(
         WaitUntil([&] { return recv(slow.Fd(), &first, 1, MSG_PEEK) == 1; }, 10 * kPatience));
     auto start = steady_clock::now();
@@ -167,7 +167,7 @@ TEST(Floods, OneByteAtATime) {
     std::vector<AgentConnection> crowd(static_cast<size_t>(Scaled(50)));
     std::string packet = agent.Packet(kKey, "GetInfo\n\r");
     for (auto& connection : crowd) connection = agent.Connect();
-    // Each byte starts the time-out anew, so all come through, although it takes longer than that.
+    // Each byte restarts the time-out, so all arrive, although that takes longer.
     auto pause = milliseconds(1500) / packet.size();
     for (char byte : packet) {
         for (auto& connection : crowd) Send(connection, {&byte, 1});
@@ -232,7 +232,7 @@ TEST(Floods, AnnouncedLengthsOfEverySize) {
         }
     }
     EXPECT_EQ(agent.Ask("GetInfo").code, "200");
-    // What is announced is not set aside: 256 small buffers, however large it was.
+    // Announced bytes take no memory: 256 small buffers, however large the number was.
     if (kMeasurable) {
         EXPECT_LT(ResidentKib(agent.Pid()) - before, 1024);
     }
@@ -244,7 +244,7 @@ TEST(Floods, AStrangersConnectionHoldsNoMoreThanALimit) {
     constexpr size_t kLimit = size_t{16} << 20;
     AgentConnection connection = agent.Connect();
     std::string packet(kLimit + 4096, 'x');
-    // Announces just what is still taken, and sends more than that.
+    // Announces exactly what is still accepted, and sends more.
     packet.replace(0, 6, std::string("\xfc\xff\xff\x00\x03\x12", 6));
     std::string error;
     static_cast<void>(connection.Send(packet, Deadline(kPatience), error));
@@ -260,7 +260,7 @@ TEST(Floods, ATreeDeeperThanThereAreDescriptors) {
     TempDir top;
     std::string depth = top.Path();
     fs::path here = fs::current_path();
-    // Too deep for one path, so it is made from within.
+    // Too deep for one path, so it is made from inside.
     fs::current_path(depth);
     for (int i = 0; i < 170; ++i) {
         // Where the descriptors end, the walk stays for a while.

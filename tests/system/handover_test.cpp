@@ -1,5 +1,5 @@
-// From one program of the agent to the next: what a restart and an upgrade leave, and who takes
-// over.
+// From one program of the agent to the next: what a restart and an upgrade leave, and which program
+// takes over.
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -63,7 +63,7 @@ class Upgrade {
     const AgentProcess& agent_;
 };
 
-// An agent whose executable, as far as restarts and upgrades know, is a file of the test's own.
+// An agent whose executable, for restarts and upgrades, is a file of the test's own.
 class HandOver : public testing::Test {
   protected:
     static std::string Wrapper(const std::string& remark) {
@@ -88,7 +88,7 @@ class HandOver : public testing::Test {
         upgrade.Send(module + Upgrade::Trailer(module));
         ASSERT_EQ(upgrade.Receive(), "200\n\r");
     }
-    // Makes the agent that runs differ from a fresh one.
+    // Makes the running agent differ from a fresh one.
     void AgeAgent() const {
         for (int i = 0; i < 2; ++i) agent_->Ask("GetInfo");
     }
@@ -104,7 +104,7 @@ class HandOver : public testing::Test {
         return 0;
     }
     // Whether an agent answers that has had at most one other connection before: a new one. The one
-    // that transferred has had more.
+    // that received the transfer has had more.
     bool FreshAgentAnswers(uint16_t port = 0) const {
         client::Target target = agent_->Target();
         if (port != 0) target.port = port;
@@ -206,7 +206,7 @@ TEST_F(HandOver, AnUpgradeIsFollowedByAnother) {
     }
 }
 
-// Executables that never listen, and how they fail to.
+// Executables that never listen, each failing in its own way.
 TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
     const std::string padding = "\n# " + std::string(100, '.') + "\n";
     const std::string old = ReadFile(Program());
@@ -243,7 +243,7 @@ TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
     }
 }
 
-// An agent that does not know the guard is found where its file, not the old agent, says.
+// An agent that does not know the guard is found where its file says, not where the old agent was.
 TEST_F(HandOver, AnAgentFromBeforeThereWereGuardsIsTakenForGood) {
     Start("-i");
     const std::string module = "#!/bin/sh\nexec env -u ZOT_HANDOVER " ZOT_BUILD_DIR
@@ -276,7 +276,7 @@ TEST_F(HandOver, WhoAsksTheNewAgentToEndIsObeyed) {
     ExpectProgram(Wrapper("ends at once"));
 }
 
-// A stop of the service reaches the guard: nothing is started any more, and the old file is back.
+// A stop of the service reaches the guard: it starts nothing more, and the old file is back.
 TEST_F(HandOver, AStopEndsTheGuardAndTheNewAgent) {
     const std::string old = ReadFile(Program());
     Start("-d");
@@ -303,7 +303,7 @@ TEST_F(HandOver, AScriptThatCannotBeExecutedLeavesTheAgentInService) {
     EXPECT_TRUE(WaitUntil([&] { return Answers(agent_->Target()) && agent_->Pid() == pid; }));
     ExpectNothingLeft();
     ExpectProgram(Wrapper("the first agent"));
-    // A file that is still open for writing somewhere is tried again, and the gate is open.
+    // An exec of a file that is still open for writing is tried again, and the gate is open.
     faults_->execute.Fail(ETXTBSY, 5);
     AgeAgent();
     TransferModule(Wrapper("later"));
@@ -312,7 +312,7 @@ TEST_F(HandOver, AScriptThatCannotBeExecutedLeavesTheAgentInService) {
     ExpectProgram(Wrapper("later"));
 }
 
-// Tries to take the port until it succeeds or the file is there; how often it succeeded.
+// Tries to take the port until it succeeds or the file exists; returns how often it succeeded.
 std::string TakePort(uint16_t port, const std::string& stopFile) {
     sockaddr_in address{};
     address.sin_family = AF_INET;

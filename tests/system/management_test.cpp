@@ -49,7 +49,7 @@ TEST(Management, ThePortMovesOrComesBack) {
     EXPECT_TRUE(WaitUntil([&] { return Answers(moved); }));
     EXPECT_FALSE(Answers(agent.Target()));
 
-    AgentProcess other;  // its port cannot be had
+    AgentProcess other;  // its port is taken
     ASSERT_TRUE(TryAsk(moved, "SetSettings", {"Port=" + std::to_string(other.Port())}));
     std::string port = "Port=" + std::to_string(moved.port);
     auto count = [&](const char* line) { return Count(agent.Output(), line); };
@@ -65,7 +65,7 @@ TEST(Management, ThePortMovesOrComesBack) {
     EXPECT_TRUE(WaitUntil([&] { return count("Return to original port\n") == 3; }));
     EXPECT_EQ(count("Error: cannot open new port for listening\n"), 3u);
     EXPECT_EQ(count("original port"), 3u);
-    // The next start would fail with the other ones.
+    // The next start would fail with the other port.
     EXPECT_EQ(Count(ReadFile(agent.ConfigPath()), "port=" + std::to_string(moved.port) + "\r\n"),
               1u);
 }

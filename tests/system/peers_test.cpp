@@ -1,4 +1,4 @@
-// What strangers and peers without the right can get out of a running agent: not more than theirs.
+// What strangers and peers without permission can get from a running agent: no more than is theirs.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -100,7 +100,7 @@ TEST(Peers, TheAgentsOwnConnectionsMayNeitherManageNorUpgrade) {
         ASSERT_GT(reply.size(), 4U);
         EXPECT_EQ(client::Decrypt(kKey, reply.substr(4)), "600\nOperation is not allowed\n\r")
             << command;
-        // Closed as soon as it was sent, with no answer waited for.
+        // Closed as soon as it was sent, without waiting for an answer.
         agent.Ask("ACT-TCPUDPsend", {"127.0.0.1", port, "0", packet, "0"});
         agent.Ask("TEST-TCP", {"127.0.0.1", port, "9000", packet, "0"});
     }
@@ -140,7 +140,7 @@ TEST(Peers, AFailedReloadNeitherOpensTheAgentNorSpoilsItsFile) {
     EXPECT_EQ(agent.Ask("SetSettings", {"Comment=x"}).code, "200");
 }
 
-// Settings under which a request must bring more than the digest that travels in clear.
+// Settings that demand more of a request than the digest, which travels in clear.
 TEST(Peers, ShortKeysAndRepeatedRequestsAreRefusedWhereThatIsAsked) {
     AgentProcess agent({.settings = "minrequestkey=13\nreplaywindow=3600\nbadlogfile=bad.txt\n"
                                     "auditlog=audit.txt\n"});

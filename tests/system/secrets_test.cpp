@@ -1,5 +1,5 @@
-// What must not be told: passwords in logs, command lines and memory that is no longer used, and
-// files that others could read.
+// What must stay secret: passwords in logs, command lines and memory no longer in use, and files
+// that others could read.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -20,7 +20,7 @@ TEST(Secrets, APasswordThatWasReplacedIsNowhere) {
     AgentProcess agent({.arguments = {"-d", "-vd"},
                         .settings = "verboselogfile=verbose.txt\nlogsuccess=1\nlogfails=1\n"});
     client::Target target = agent.Target();
-    // An allocator writes over the beginning of what is freed, so the end is what is sought.
+    // An allocator overwrites the beginning of freed memory, so this searches for the end.
     const std::string tail = "the end of the first secret";
     const std::string first = std::string(80, '-') + tail;
     auto ask = [&](const std::string& command, const std::vector<std::string>& params) {
@@ -30,7 +30,7 @@ TEST(Secrets, APasswordThatWasReplacedIsNowhere) {
     };
     EXPECT_EQ(ask("SetSettings", {"Password=" + first}), "200");
     target.password = first;
-    // Every way on which the password is read, sent and written, and packets with a wrong one.
+    // Every way by which the password is read, sent and written, and packets with a wrong one.
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(ask("GetSettings", {}), "200");
         EXPECT_EQ(ask("ReloadCfg", {}), "200");

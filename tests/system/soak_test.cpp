@@ -1,5 +1,5 @@
 // Every kind of request, good and bad, from several clients at once, with reloads and changes of
-// settings: afterwards the agent holds no more than it held before. ZOT_SOAK_SECONDS sets how long.
+// settings: afterwards the agent holds no more than before. ZOT_SOAK_SECONDS sets the duration.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -127,7 +127,7 @@ TEST(Soak, AfterwardsTheAgentHoldsWhatItHeld) {
         // The main thread and two that serve; the thread checker has threads of its own.
         return now.descriptors == idle && (kThreadChecker || now.threads == 3);
     };
-    runFor(length / 4);  // buffers and libraries that are there to stay
+    runFor(length / 4);  // buffers and libraries that stay
     EXPECT_TRUE(WaitUntil(settled));
     Holdings before = Look(agent);
     runFor(length);

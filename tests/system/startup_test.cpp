@@ -1,4 +1,4 @@
-// What an operator sees when the agent starts, line for line, and how it ends when it cannot.
+// What an operator sees when the agent starts, line by line, and how it ends when it cannot.
 
 #include <gtest/gtest.h>
 
@@ -39,9 +39,9 @@ const std::string kChecks =
     "ZOT encyption checking .. Ok\n"
     "Sock testing .. Ok\n";
 
-// Runs the agent with these arguments alone.
+// Runs the agent with only these arguments.
 std::string RunToExit(std::vector<std::string> arguments, int expectedCode) {
-    // The shell drops the configuration file that is put behind the arguments.
+    // The shell drops the configuration file that comes after the arguments.
     std::string line = "exec \"$0\"";
     for (const std::string& argument : arguments) line += " '" + argument + "'";
     AgentProcess agent({.arguments = {}, .prefix = {"/bin/sh", "-c", line}, .awaitReady = false});

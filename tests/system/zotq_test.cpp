@@ -57,7 +57,7 @@ TEST(Zotq, UpgradesARunningDaemonUnderLoad) {
         while (!stop) answers("");
     });
     pid_t before = agent.Pid();
-    // The executable under test with another name for itself.
+    // The executable under test with a different name for itself.
     std::string name = "AgentName=VY Remote Monitoring Agent";
     std::string module = ReadFile(ZOT_BUILD_DIR "/zot");
     size_t at = module.find(name.substr(10));
@@ -141,7 +141,7 @@ TEST(ZotqPlugin, CountsNoProcessOfTheQuestionAndRunsNoName) {
     ExpectRun(Zotq(agent, "--plugin process " + agent.ConfigPath()), 0, "PROCESS OK - 1 .*\n");
     ExpectRun(Zotq(agent, "--plugin process nosuchprocess"), 2, "PROCESS CRITICAL - 0 .*\n");
     ExpectRun(Zotq(agent, "--plugin process =nosuchprocess"), 2, "PROCESS CRITICAL - 0 .*\n");
-    // By the count of an agent that has no list, too.
+    // Also by the count of an agent that has no list.
     AgentProcess counting(
         {.settings = "proccntscript=" ZOT_SOURCE_DIR "/scripts/zot_proccnt.sh\n"});
     for (const AgentProcess* asked : {&agent, &counting}) {
@@ -160,7 +160,7 @@ TEST(ZotqPlugin, AScriptThatFailedIsCriticalAndGetsItsArgumentsWhole) {
     ExpectRun(Zotq(agent, "script " + script + " 0 'a  b'"), 0, "<0>\n<a  b>\n");
 }
 
-// Hosts that all stand on this one.
+// Hosts that are all this one.
 std::string ListOf(const std::vector<std::pair<std::string, const AgentProcess*>>& hosts) {
     std::string list;
     for (const auto& [name, agent] : hosts) {

@@ -41,7 +41,7 @@ class DirectoryIterator : public testing::Test {
     }
 
     test::TempDir dir_;
-    // As long as a name can be, and no text in any encoding.
+    // As long as a name can be, and not text in any encoding.
     const std::string longName_ = "\xff\xfe\n" + std::string(252, '\x80');
 };
 

@@ -38,7 +38,7 @@ TEST(SameContent, ComparesTheCommonLength) {
     EXPECT_EQ(SameContent("/proc/self/mem", whole), std::nullopt);  // opens, but cannot be read
 }
 
-// The search as it is defined, one window after the other.
+// The search by its definition, one window after another.
 bool DefinedSearch(const std::string& data, std::string text, bool caseSensitive, bool wholeWord) {
     auto lower = [caseSensitive](std::string& s) {
         if (!caseSensitive) std::transform(s.begin(), s.end(), s.begin(), ::tolower);
@@ -100,7 +100,7 @@ TEST(FindInFile, TakesTextsLongerThanOneRead) {
     EXPECT_EQ(FindInFile(path, text, true, false), false);
 }
 
-// Whole words at the borders of the windows of nine bytes and of the blocks these are read in.
+// Whole words at the borders of the windows of nine bytes and of the blocks they are read in.
 TEST(FindInFile, WordsAtTheEndOfABlock) {
     test::TempDir dir;
     constexpr size_t kBlockEnd = 9 + (262144 - 9) / 6 * 6;

@@ -27,7 +27,7 @@ std::string Answer(Handler& handler, const std::string& params) {
     return std::string(reply.Text().View());
 }
 
-// Parameter lines by number; those not named hold "0".
+// Parameter lines by number; the others hold "0".
 std::string Lines(std::initializer_list<std::pair<int, std::string>> values) {
     std::vector<std::string> lines(21, std::string(1, '0'));
     for (const auto& [number, text] : values) lines[static_cast<size_t>(number)] = text;
@@ -48,7 +48,7 @@ TEST(FileTests, Unc) {
     EXPECT_EQ(answer(""), "501\nPath not specified\n");
     EXPECT_EQ(answer("\\"), "501\nPath not specified\n");
     EXPECT_EQ(answer("/no/such"), "301\nNo such file or directory\n");
-    // One that is of no size where processes are files, else a tiny one, and always full.
+    // A file system without a size where processes are files, otherwise a tiny one, always full.
     std::string steady = access("/proc/self", F_OK) == 0 ? "/proc" : "/dev";
     struct statvfs space {};
     ASSERT_EQ(statvfs(steady.c_str(), &space), 0);
@@ -200,7 +200,7 @@ TEST(FileHash, ValuesAndErrors) {
     EXPECT_EQ(errorText, "Cannot open file");
 }
 
-// Multiples of the block that the sizes were once read in end with an error, whatever is read now.
+// Sizes that are multiples of the old block size give an error, however the file is read now.
 TEST(FileHash, MultiplesOfTheBlock) {
     test::TempDir dir;
     for (int64_t size : {0, 20480, 40960, 655360}) {
@@ -283,7 +283,7 @@ TEST(GetFilesList, PassesMasksAndColumns) {
     EXPECT_EQ(listed("a*", "0100101"),
               (Entries{"200 " + folder + " 1 4", std::string("a.txt 0      3 ") + date}));
     EXPECT_EQ(listed("a*", "0100010")[0], "200 " + folder + " 1 3");
-    // A file stands for its folder, a folder that is missing for the one above it.
+    // A file means its folder, a missing folder the one above it.
     EXPECT_EQ(Listed(dir / "a.txt" + "\nsub\n" + Flags("1000000"))[0], "200 " + folder + " 2 2");
     EXPECT_EQ(Listed(dir / "none/" + "\n*\n" + Flags("1111111")),
               Entries{"200 " + folder + "none/ 0 5"});
@@ -298,7 +298,7 @@ TEST(GetFilesList, AnswersALargeFolderWhole) {
     test::TempDir dir;
     test::TempDir sources;
     test::MakeFile(sources / "file");
-    // Names are what counts, and many of one file are made and removed far faster than files.
+    // The names count, and many names of one file are made and removed far faster than files.
     for (int i = 0; i < kEntries; ++i) {
         std::filesystem::create_hard_link(sources / "file", dir / ("entry-" + std::to_string(i)));
     }

@@ -68,7 +68,7 @@ TEST(FileMacros, ResolveLevelByLevel) {
     test::MakeFile(dir / "New/b.log");
     test::MakeLink("b.log", dir / "New/link");
     test::MakeFifo(dir / "fifo");
-    // The top folder is the newest of all, yet "." and ".." stand for nothing.
+    // The top folder is the newest of all, yet "." and ".." are never chosen.
     test::SetModificationTime(dir / "New/A.log", 1000);
     test::SetModificationTime(dir / "New/b.log", 2000);
     test::SetModificationTime(dir / "New/link", 3000);

@@ -45,7 +45,7 @@ TEST(FolderSize, SumsWhatTheMaskTakes) {
     EXPECT_EQ(FolderSize(dir / "sublink", true), 1000);  // only the top may be a link
 }
 
-// A folder in the tree that bears the mask as its name is summed in place of its parent.
+// A folder in the tree whose name is the mask is summed instead of its parent.
 TEST(FolderSize, FolderNamedAsTheMask) {
     test::TempDir dir;
     test::MakeFolder(dir / "a");
@@ -80,7 +80,7 @@ TEST(FolderSize, UnreadableFolders) {
               "10 -1 -1");
 }
 
-// Below `path`, `levels` folders one in the other, each with a file "f" of one byte.
+// Below `path`, `levels` nested folders, each with a file "f" of one byte.
 void MakeChain(const std::string& path, const std::string& name, int levels, mode_t mode = 0755) {
     UniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (int level = 0; level < levels; ++level) {
@@ -113,7 +113,7 @@ TEST(FolderSize, WithoutADescriptorForEachLevelThereIsNoSum) {
         });
     };
     EXPECT_EQ(resultsWith(kLevels + 178), "300 300");
-    // Those of the reserve are not touched, and what was reached is not taken for the whole.
+    // The reserve is not touched, and a part is not reported as the whole.
     EXPECT_EQ(resultsWith(kLevels + 100), "-1 -1");
 }
 
@@ -192,7 +192,7 @@ TEST_F(CountFilesTest, FolderThatTheAgentMayNotWrite) {
     test::MakeFolder(locked + "/inner");
     EXPECT_EQ(CountAsUser(locked + "/inner", "*.none", true), "-1");
     EXPECT_EQ(CountAsUser(locked + "/inner", "*.none", false), "-1");
-    // A file that may be written is plain enough.
+    // A writable file is plain enough.
     test::MakeFile(locked + "/inner/open", 0, 0666);
     EXPECT_EQ(CountAsUser(locked + "/inner", "*.none", false), "0");
     EXPECT_EQ(CountAsUser(locked + "/inner", "*", true), "1");
@@ -206,7 +206,7 @@ TEST_F(CountFilesTest, FolderThatTheAgentMayNotWrite) {
     EXPECT_EQ(CountAsUser(dir_ / "unsearchable", "*", false), "-1");
 }
 
-// More entries than one thread walks alone, in branches of unlike depth.
+// More entries than one thread walks alone, in branches of different depth.
 TEST(TreeWalk, LargeTreeIsCountedOnce) {
     test::TempDir dir;
     test::TempDir sources;

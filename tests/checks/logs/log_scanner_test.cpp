@@ -64,7 +64,7 @@ TEST(LogScanner, FirstScanOnlyNotesTheEnd) {
     EXPECT_EQ(scanner.state.position, 20);
     EXPECT_EQ(scanner.state.lastSize, 21);
     EXPECT_EQ(scanner.found.fileSize, 21);
-    // An empty file cannot tell that it was scanned: its next scan is a first one again.
+    // An empty file cannot show that it was scanned: its next scan is a first one again.
     scanner.state = {};
     EXPECT_EQ(scanner.Scan(""), 0);
     EXPECT_EQ(scanner.state.position, -1);
@@ -154,7 +154,7 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
     EXPECT_EQ(found.errorText.View(), "File \"log\" not found");
     EXPECT_EQ(found.fileSize, -1);
     test::MakeFifo(path);
-    // A writer that waits for a reader goes on waiting.
+    // A writer that waits for a reader keeps waiting.
     std::atomic<bool> hasReader{false};
     std::thread writer([&] {
         UniqueFd fifo(open(path.c_str(), O_WRONLY | O_CLOEXEC));
@@ -168,7 +168,7 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
     EXPECT_FALSE(hasReader);
     UniqueFd reader(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     writer.join();
-    // A log that comes to its place while the scan waits is found.
+    // A log that appears while the scan waits is found.
     tuning.openRetry = std::chrono::seconds(1);
     std::string next = folder.Write("next", "hit\n");
     std::thread mover([&] { std::rename(next.c_str(), path.c_str()); });

@@ -48,7 +48,7 @@ class TextLog : public testing::Test {
     Texts One(const std::string& text, const std::string& kind, const std::string& findAll = "1") {
         return {path, "0", "1", "0", findAll, text, kind, "1", "0", "0"};
     }
-    // With two; the flag for macros stands on line 20.
+    // With two; the flag for macros is on line 20.
     Texts Two(const std::string& first, const std::string& second, const std::string& kind) {
         Texts lines = One(first, kind, "0");
         lines.back() = "1";
@@ -70,7 +70,7 @@ TEST_F(TextLog, RefusalsInTheirOrder) {
                   "301\nFile does not exist\n");
         EXPECT_EQ(Answer(*handler, {path, "1", "1", "1x", "1", "1", "1"}),
                   "501\nWrong parameter\n");
-        // Numbers too large for an offset are at least numbers.
+        // Numbers too large for an offset are still numbers.
         EXPECT_EQ(
             Answer(*handler, {path, "-9", "-9", "-9", "-99999999999999999999", "0", "0", "0"}),
             "301\nfseek error\n");
@@ -105,7 +105,7 @@ TEST_F(TextLog, ExpressionsAndTheirMessages) {
     EXPECT_EQ(found(TestTextLog2, One("'error' and not 'timeout'", "1")), "     1 error 7");
     EXPECT_EQ(found(TestTextLog2, One("'%data%' getnumber 1 > 10", "2")),
               "     9 timeout error 900");
-    // No criterion is met by a line on which its evaluation fails.
+    // A line on which the evaluation fails meets no criterion.
     EXPECT_EQ(found(TestTextLog2, One("10 div ('%data%' getnumber 1 - 7) > 0", "2")), "     0 ");
     EXPECT_EQ(found(TestTextLog2, One("x", "1")), "Search expression errorUnknown operator: \"x\"");
     EXPECT_EQ(found(TestTextLog2, One("x", "2")),
@@ -152,7 +152,7 @@ TEST_F(TextLog, MacrosStandOnTheLineBehindTheCriteria) {
     one[15] = two[19] = "1";
     EXPECT_EQ(Split(Answer(TestTextLog2, one)).back(), path);
     EXPECT_EQ(Split(Answer(TestTextLog2, two)).back(), path);
-    two[9] = "2147483647";  // so many criteria leave no line for the flag
+    two[9] = "2147483647";  // this many criteria leave no line for the flag
     EXPECT_EQ(Answer(TestTextLog2, two), "301\nFile does not exist\n");
 }
 
@@ -161,8 +161,8 @@ void Put(const std::string& path, std::string_view text, int flags) {
     if (write(file.Get(), text.data(), text.size()) < 0) abort();
 }
 
-// The writer never waits for the requests, except before it takes the file away from under them:
-// the lines that nobody has read by then are lost to everyone.
+// The writer never waits for the requests, except before it takes the file away: lines that nobody
+// has read by then are lost to everyone.
 TEST_F(TextLog, LosesNoLineAndReportsNoneTwiceBesideARestlessWriter) {
     constexpr int kFiles = 12;
     constexpr int kLines = 400;
@@ -187,8 +187,8 @@ TEST_F(TextLog, LosesNoLineAndReportsNoneTwiceBesideARestlessWriter) {
                 continue;
             }
             while (reported < number - 1) std::this_thread::yield();
-            // Another file, or this one cut, which makes it shorter than it ever was. Never to
-            // nothing: an empty file would pass for one that was not scanned yet.
+            // Another file, or this one cut so that it becomes shorter than it ever was. Never to
+            // nothing: an empty file would count as one that was not scanned yet.
             std::string first = line(number) + "\n";
             if (number / (kLines + 1) % 2 == 0) {
                 std::rename(path.c_str(), (path + ".1").c_str());

@@ -102,7 +102,7 @@ TEST(NetHandlers, UdpTriesAgainAfterAWholeSecond) {
 
 TEST(NetHandlers, UdpWithoutAnAnswer) {
     Loopback silent(SOCK_DGRAM);
-    // A negative time is the second that 0 is too, or the attempts would be a flood.
+    // A negative time means a second, as 0 does, or the attempts would be a flood.
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(Ask(TestUdp, silent.HostLines() + "-3000\n2\nd\n1\n"), "301\nTimeout\n0\n");
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
@@ -158,7 +158,7 @@ TEST(NetHandlers, SendOverTcp) {
     };
     EXPECT_EQ(sent("0\n one%0D%0A\n0\n two \n\r"), " one\r\n two ");
     EXPECT_EQ(sent("0\none\n0\n"), "one");
-    // The end mark of the request is no second block, whereas an escaped carriage return is.
+    // The end mark of the request is not a second block, but an escaped carriage return is.
     EXPECT_EQ(sent("0\none\n0\n\r"), "one");
     EXPECT_EQ(sent("0\none\n-1\n%0D\n\r"), "one\r");
 }
@@ -179,7 +179,7 @@ TEST(NetHandlers, SendingEndsBeforeTheConnectionCloses) {
     peer.join();
     EXPECT_EQ(received.size(), block.size());
     EXPECT_EQ(error, 0) << "no reset";
-    // A peer that stays is not waited for without end.
+    // The wait for a peer that stays is limited.
     UniqueFd stays;
     std::thread silent([&] { stays = listener.Accept(); });
     EXPECT_EQ(Ask(ActTcpUdpSend, listener.HostLines() + "0\nd\n0\n"), kSent);

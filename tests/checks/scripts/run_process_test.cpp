@@ -88,7 +88,7 @@ TEST_F(RunProcessTest, ManyEndsAtOnceAreAllNoticed) {
         threads.emplace_back([this] { EXPECT_EQ(Run("sh -c 'exit 3'"), "3"); });
     }
     for (std::thread& thread : threads) thread.join();
-    // An end that is missed once is seen again when the time limit is over.
+    // An end that was missed once is noticed when the time limit is over.
     EXPECT_LT(SecondsSince(start), kLong / 1000);
 }
 
@@ -111,7 +111,7 @@ TEST_F(RunProcessTest, WhatCannotBeExecuted) {
 }
 
 TEST_F(RunProcessTest, NobodyElseTellsTheOutcome) {
-    // The failed exec is told also where no marker can be written.
+    // A failed exec is reported even where no marker can be written.
     int code = 0;
     VyString error;
     EXPECT_FALSE(RunProcessQuiet("/no/such/program", {}, dir_ / "none", kLong, code, error));
@@ -168,7 +168,7 @@ TEST_F(RunProcessTest, TheChildStartsClean) {
     int leak = open("/dev/null", O_RDONLY);
     EXPECT_EQ(Run("sh -c 'kill -PIPE $$'"), "abnormal termination");
     EXPECT_EQ(Run("sh -c 'kill -TERM $$'"), "abnormal termination");
-    ASSERT_LT(leak, 10);  // a shell knows descriptors of one digit
+    ASSERT_LT(leak, 10);  // a shell only knows one-digit descriptors
     EXPECT_EQ(Output("sh -c 'for n in 3 4 5 6 7 8 9; do (: <&$n) 2>&- && echo $n is open; done'"),
               "");
     EXPECT_EQ(Output("sh -c 'echo $TMPDIR'"), dir_.Path() + "\n");
@@ -187,7 +187,7 @@ TEST_F(RunProcessTest, StreamsAndDirectory) {
     EXPECT_EQ(Output("pwd", options), fs::canonical(dir_.Path()).string() + "\n");
     options.workDir = "/no/such/directory";  // ignored
     EXPECT_EQ(Output("cat", options), "from a file\n");
-    // The marker is found although the directories of child and agent differ.
+    // The marker is found although child and agent are in different directories.
     options.workDir = "/";
     options.tmpDir = ".";
     int code = 0;

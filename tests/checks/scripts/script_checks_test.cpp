@@ -90,7 +90,7 @@ TEST_F(ScriptChecks, ProcessCount) {
     EXPECT_EQ(Ask(TestProcess, "\nnone\n\r"), "301\nScript error\n");
     // The shell interprets the name.
     EXPECT_EQ(Ask(TestProcess, "\n$((40+2))\n\r"), "200\n42\n");
-    // What keeps the shell from opening the file leaves no results.
+    // If the shell cannot open the file there are no results.
     EXPECT_EQ(Ask(TestProcess, "\na\"b\n\r"), "301\nCannot get script results\n");
     EXPECT_EQ(Ask(TestProcess, "\n3 #\n\r"), "301\nCannot get script results\n");
     settings_.procCntScript = WriteScript("rm -f " + (dir_ / "tmp/tmpPzot-*"));
@@ -147,7 +147,8 @@ TEST_F(ScriptChecks, ShellScriptResultsAndBudget) {
     EXPECT_EQ(Ask(TestShellScript, "sh %script%\n:\nx\n5\n1\n\r"), "200\n\n\n");
     EXPECT_EQ(Ask(TestShellScript, "sh %script%\nkill -9 $$\nx\n5\n1\n\r"),
               "301\nScript execution error: abnormal termination\n");
-    // A blank line gives way to the next one, so without parameters the time-out is one.
+    // A blank line is skipped in favour of the next one, so without parameters the time-out becomes
+    // one.
     EXPECT_EQ(Ask(TestShellScript, "sh %script% %params% .\necho $1\n\n5\n1\n\r"),
               "200\n5\n5%0D%0A\n");
 }
@@ -162,7 +163,8 @@ TEST_F(ScriptChecks, TemplateMarkersAtTheEnd) {
     EXPECT_EQ(ask("sh %script% %params%%params%."), "200\nPP.\nPP.%0D%0A\n");
 }
 
-// A request of 200 KB asks for lines of a gigabyte; the answers are those that these would have.
+// A request of 200 KB asks for lines of a gigabyte; the answers are the ones that such lines would
+// have given.
 TEST_F(ScriptChecks, ManyMarkersTimesALongValueAreNeverBuilt) {
     auto ask = [&](const std::string& commandTemplate, const std::string& params) {
         return Ask(TestShellScript, commandTemplate + "\necho $#\n" + params + "\n5\n1\n\r");
@@ -220,7 +222,7 @@ class ProductScripts : public ScriptChecks {
 };
 
 TEST_F(ProductScripts, CountsTextInCommandLines) {
-    // The name is unique to this test run, since its directory is.
+    // The name is unique to this test run, because its directory is.
     std::string sleeper = WriteScript("while :; do sleep 0.1; done\n");
     EXPECT_EQ(Count(sleeper), "200\n0\n");  // neither the script nor its shell
     int code = 0;
