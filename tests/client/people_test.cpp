@@ -7,6 +7,7 @@
 #include "client/rollout_list.h"
 #include "client/rollout_plan.h"
 #include "client/text.h"
+#include "commands/agent_info.h"
 #include "tests/client/fake_agent.h"
 #include "tests/support/temp_dir.h"
 
@@ -94,7 +95,8 @@ TEST(People, ASlipGetsTheNearestName) {
     EXPECT_EQ(run.out, "500\nUnknown command \"TEST-UMC\"\n");
     EXPECT_NE(run.err.find("TEST-UNC?"), std::string::npos) << run.err;
     EXPECT_NE(ProgramRun(std::vector<std::string>{}).err.find("To begin"), std::string::npos);
-    EXPECT_EQ(ProgramRun({"-uV"}).out, "zotq 1.36\n") << "flags may stand together";
+    EXPECT_NE(ProgramRun({"-uV"}).out.find(kAgentVersion), std::string::npos)
+        << "flags may be joined";
 }
 
 TEST(People, ControlCharactersNeverReachATerminal) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include "commands/agent_info.h"
 #include "tests/client/fake_agent.h"
 #include "tests/support/temp_dir.h"
 
@@ -98,7 +99,7 @@ TEST(Program, UsageErrorsSendNothing) {
     }
     EXPECT_EQ(ProgramRun({"GetInfo"}, {}).status, kWrongUsage);
     for (const char* option : {"-V", "--version"}) {
-        EXPECT_EQ(ProgramRun({option}, {}).out, "zotq 1.36\n");
+        EXPECT_EQ(ProgramRun({option}, {}).out, std::string("zotq ") + kAgentVersion + "\n");
         EXPECT_EQ(ProgramRun({"--plugin", option}, {}).status, 3) << "of a plugin: unknown";
     }
     EXPECT_EQ(ProgramRun({"--help", "-p"}, {}).status, kWrongUsage);

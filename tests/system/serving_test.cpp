@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/agent_info.h"
 #include "tests/support/agent_process.h"
 
 namespace zot::test {
@@ -23,7 +24,7 @@ TEST(Serving, GetInfoIsComplete) {
     const std::vector<std::string> expected = {
         "AgentName=VY Remote Monitoring Agent",
         "AgentPlatform=FreeBSD",
-        "AgentVersion=1.36",
+        std::string("AgentVersion=") + kAgentVersion,
         "AgentDeveloper=The zot developers, https://zot.example.org",
         "Service=0",
         "Active=0",

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <string>
 
+#include "commands/agent_info.h"
 #include "tests/support/agent_process.h"
 #include "tests/support/fault_injection.h"
 
@@ -14,7 +15,9 @@ namespace {
 const std::string kRule(61, '-');
 const std::string kBanner = kRule +
                             "\n Application:  ZOT (Remote Monitoring Agent for Tarnveil)\n"
-                            " Version:      1.36 for FreeBSD\n"
+                            " Version:      " +
+                            std::string(kAgentVersion) +
+                            " for FreeBSD\n"
                             " Developer:    The zot developers\n"
                             " Web:          https://zot.example.org\n"
                             " E-mail:       zot@example.org\n" +
