@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "client/replies.h"
 #include "client/text.h"
 
@@ -12,7 +13,7 @@ constexpr size_t kAny = 1000;
 
 constexpr Subcommand kTable[] = {
     {"status", "", 0, 0, Scope::kAll, false, AskStatus,
-     "tell whether the agent answers, and what it is"},
+     "show whether the agent answers, and what it is"},
     {"disk", "[PATH ...]", 0, kAny, Scope::kAll, false, AskDisk,
      "space of the file systems of PATH (/)"},
     {"size", "FOLDER ...", 1, kAny, Scope::kAll, false, AskSize, "size of the files below FOLDER"},
@@ -29,7 +30,7 @@ constexpr Subcommand kTable[] = {
     {"tcp", "HOST PORT", 2, 2, Scope::kAll, false, AskTcp,
      "time that the agent's host takes to connect to PORT on HOST"},
     {"script", "FILE [ARGUMENT ...]", 1, kAny, Scope::kAll, true, AskScript,
-     "run the local script FILE there"},
+     "run the local script FILE on the agent's host"},
     {"info", "", 0, 0, Scope::kAll, false, AskInfo, "show what the agent is and offers"},
     {"settings", "", 0, 0, Scope::kAll, false, ShowSettings,
      "show the agent's settings, without the password"},
@@ -38,12 +39,12 @@ constexpr Subcommand kTable[] = {
     {"upgrade", "FILE", 1, 1, Scope::kUpgrade, false, UpgradeAgent,
      "send FILE as the agent's new executable and wait until it answers"},
     {"hosts", "", 0, 0, Scope::kAll, false, ShowHosts,
-     "show whom the options choose, and ask nobody"},
+     "show which hosts the options choose, and ask none"},
 };
 
 std::string Lower(std::string_view text) {
     std::string lower;
-    for (char c : text) lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    for (char c : text) lower += LowerAscii(c);
     return lower;
 }
 
