@@ -82,6 +82,15 @@ TEST(House, NoIncludeRunsUpwards) {
         << "listed in docs/architecture.md, but not included";
 }
 
+TEST(House, NoTwoFoldersHaveFilesOfOneName) {
+    std::map<std::string, std::string> folders;  // by the name of a header and its source
+    for (const auto& [path, text] : Sources()) {
+        const std::string folder = fs::path(path).parent_path().string();
+        EXPECT_EQ(folders.emplace(fs::path(path).stem().string(), folder).first->second, folder)
+            << path;
+    }
+}
+
 TEST(House, PageListsEveryMutex) {
     test::Names listed;
     const std::string page = test::SourceFile("docs/architecture.md");
