@@ -27,8 +27,17 @@ bool AnySwitchIsOn(const Command& command, const AgentSettings& settings) {
                        [&settings](auto enabled) { return settings.*enabled; });
 }
 
+// After a load that failed the agent can be without a password, and so open to everybody.
+bool LacksPassword(const Command& command, const RequestContext& request, Log& log) {
+    if (command.withoutPassword || !request.settings.password.Empty()) return false;
+    log.WriteLogText(LogKind::kFailure, request.peerAddress,
+                     "Operation is not allowed: no password is set\n");
+    return true;
+}
+
 // Why the peer may not have this answered; empty when it may.
-std::string_view Refusal(const Command& command, const RequestContext& request) {
+std::string_view Refusal(const Command& command, const RequestContext& request, Log& log) {
+    if (LacksPassword(command, request, log)) return kNotAllowed;
     const AgentSettings& settings = request.settings;
     bool permitted = true;
     switch (command.permission) {
@@ -48,21 +57,9 @@ std::string_view Refusal(const Command& command, const RequestContext& request) 
     return permitted ? "" : kNotAllowed;
 }
 
-// After a load that failed the agent can be without a password, and so open to everybody.
-bool LacksPassword(const Command& command, const RequestContext& request, Log& log) {
-    if (command.withoutPassword || !request.settings.password.Empty()) return false;
-    log.WriteLogText(LogKind::kFailure, request.peerAddress,
-                     "Operation is not allowed: no password is set\n");
-    return true;
-}
-
 void Run(const Command& command, RequestContext& request, Log& log, Reply& reply) {
-    if (LacksPassword(command, request, log)) return reply.Start("600", kNotAllowed);
-    std::string_view refusal = Refusal(command, request);
-    if (!refusal.empty()) {
-        reply.Start("600", refusal);
-        return;
-    }
+    std::string_view refusal = Refusal(command, request, log);
+    if (!refusal.empty()) return reply.Start("600", refusal);
     if (command.mayTakeLong) request.control.BeforeLongWork();
     if (command.check != nullptr) {
         // An action is finished whether or not anybody still waits for the answer.
