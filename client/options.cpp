@@ -57,8 +57,7 @@ constexpr OptionWords kRows[] = {
     {"--check", "", Scope::kUpgrade,
      "ask every host before and after, and upgrade none that is unfit"},
     {"--dry-run", "", Scope::kUpgrade, "show the plan and upgrade nothing"},
-    {"--force", "", Scope::kUpgrade,
-     "send even a file that does not look right for that system"},
+    {"--force", "", Scope::kUpgrade, "send even a file that does not look right for that system"},
     {"-h,--help", "", Scope::kAll, "print this help and exit"},
     {"-V,--version", "", Scope::kAll, "print the version and exit"},
 };
