@@ -251,6 +251,23 @@ TEST_F(ProductScripts, CountsTextInCommandLines) {
     RunProcessQuiet(kill, {}, dir_.Path(), 9000, code, error);
 }
 
+TEST_F(ProductScripts, TheListHasNothingOfItsOwn) {
+    const std::string script = kScripts + "zot_proclist.sh";
+    std::string fake = dir_.Write("ps", "#!/bin/sh\ncat <<'END'\n  1   0 init\n 10   1 sh -c -- " +
+                                            script + " 1>/x\n 11  10 /bin/sh " + script +
+                                            "\n 12  11 ps -A\n 20   1 a\\\\b  é\nEND\n");
+    std::string name = dir_.Write("uname", "#!/bin/sh\necho FreeBSD\n");
+    for (const std::string& file : {fake, name}) chmod(file.c_str(), 0700);
+    int code = 0;
+    VyString error;
+    std::string output = dir_ / "output";
+    ChildOptions options = {dir_.Path(), {}, {}, output, output};
+    ASSERT_EQ(RunProcess("env PATH=" + dir_.Path() + ":/usr/bin:/bin " + script, options, 9000,
+                         code, error),
+              1);
+    EXPECT_EQ(test::ReadFile(output), "init\na\\b  é\n");
+}
+
 TEST_F(ProductScripts, CpuUsage) {
     std::string reply = Ask(TestCpu, "");
     ASSERT_EQ(reply.substr(0, 4), "200\n");
