@@ -138,7 +138,7 @@ bool Ask(const Target& target, std::string_view requestText, Answer& answer, std
     Outcome outcome = AskOnce(target, requestText);
     answer = std::move(outcome.answer);
     error = std::move(outcome.message);
-    return outcome.failure == Failure::kNone || outcome.failure == Failure::kAgentCode;
+    return IsReply(outcome.failure);
 }
 
 }  // namespace zot::client

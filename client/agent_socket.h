@@ -19,6 +19,8 @@ UniqueFd BeginConnect(in_addr address, uint16_t port, int& error);
 int ConnectError(int fd);
 // Our end of the connection, in dotted form; empty when it is not known.
 std::string LocalAddress(int fd);
+// Whether the peer is on the host that we are on.
+bool IsOwnHost(int fd);
 
 // What a connection that failed with this error number means.
 Failure ConnectFailure(int errorNumber);

@@ -16,9 +16,12 @@ namespace {
 struct Cell {
     std::string name;   // of the field, with the number of its row if there are several
     std::string label;  // for people
-    std::string text;
+    std::string text;   // the same
     Value value;
+    std::string same{};  // what is compared: people want equal what reads equal
 };
+
+bool IsForPeople(Output output) { return output == Output::kDefault || output == Output::kTable; }
 
 // What one host, or several hosts alike, answered.
 struct Answered {
@@ -28,7 +31,7 @@ struct Answered {
 
     std::string Key() const {
         std::string key = status;
-        for (const Cell& cell : cells) key += "\n" + cell.name + "=" + PlainText(cell.value);
+        for (const Cell& cell : cells) key += "\n" + cell.name + "=" + cell.same;
         return key;
     }
     const Cell* Find(const std::string& name) const {
@@ -40,20 +43,23 @@ struct Answered {
 };
 
 void AddCells(const Invocation& call, const HostReport& report, size_t& row, Answered& answer) {
+    const bool forPeople = IsForPeople(call.options.output);
     if (report.failure != Failure::kNone) answer.status = FailureWord(report.failure);
     if (report.failure == Failure::kAgentCode) {
-        answer.cells.push_back({"error", "", Visible(report.message), report.message});
+        answer.cells.push_back(
+            {"error", "", Visible(report.message), report.message, report.message});
     }
     const auto& chosen = call.options.fields;
     for (const Record& record : report.records) {
         ++row;
         std::string number = row > 1 ? "#" + std::to_string(row) : "";
         auto add = [&](const Field& field) {
-            std::string label = field.label.empty() ? field.name : Visible(field.label);
             // Flags in the form that `set` takes.
             bool flag = std::holds_alternative<bool>(field.value);
             std::string text = flag ? PlainText(field.value) : HumanText(field);
-            answer.cells.push_back({field.name + number, label, text, field.value});
+            std::string same = forPeople ? text : PlainText(field.value);
+            answer.cells.push_back(
+                {field.name + number, ShownName(field), text, field.value, std::move(same)});
         };
         for (const std::string& name : chosen) add(ReportField(report, record, name));
         for (const Field& field : record) {
@@ -96,7 +102,7 @@ std::set<std::string> Differing(const std::vector<Answered>& groups) {
         if (group.status != "ok") continue;
         for (const Cell& cell : group.cells) {
             const Cell* first = groups[0].Find(cell.name);
-            if (!first || first->value != cell.value) names.insert(cell.name);
+            if (!first || first->same != cell.same) names.insert(cell.name);
         }
         for (const Cell& cell : groups[0].cells) {
             if (!group.Find(cell.name)) names.insert(cell.name);
@@ -105,23 +111,37 @@ std::set<std::string> Differing(const std::vector<Answered>& groups) {
     return names;
 }
 
-void PrintLine(const Answered& group, const Answered& first, size_t width, std::ostream& out) {
-    std::string hosts = FoldNames(group.hosts) + " (" + std::to_string(group.hosts.size()) + ")";
-    if (hosts.size() < width) hosts.resize(width, ' ');
-    out << hosts;
-    std::string differs;
+std::string HostsOf(const Answered& group) {
+    return FoldNames(group.hosts) + " (" + std::to_string(group.hosts.size()) + ")";
+}
+
+// As many lines as it takes, the later ones below the first cell.
+void PrintGroup(const Answered& group, const Answered& first, size_t width, std::ostream& out) {
+    constexpr size_t kMargin = 100;
+    const std::string indent(width, ' ');
+    std::string line = HostsOf(group), differs;
+    line.resize(std::max(width, line.size()), ' ');
+    bool fresh = true;
+    auto print = [&](const std::string& text) {
+        if (!fresh && Width(line) + 2 + Width(text) > kMargin) {
+            out << line << '\n';
+            line = indent;
+        }
+        line += "  " + text;
+        fresh = false;
+    };
     for (const Cell& cell : group.cells) {
-        out << "  " << cell.label << (cell.label.empty() ? "" : "=") << cell.text;
+        print(cell.label + (cell.label.empty() ? "" : "=") + cell.text);
         const Cell* other = first.Find(cell.name);
-        if (other && other->value == cell.value) continue;
+        if (other && other->same == cell.same) continue;
         differs += (differs.empty() ? "" : ", ") + cell.label;
     }
     if (group.status != "ok") {
-        out << "  " << group.status;
+        print(group.status);
     } else if (!differs.empty()) {
-        out << "  <- differs: " << differs;
+        print("<- differs: " + differs);
     }
-    out << '\n';
+    out << line << '\n';
 }
 
 void PrintJsonGroups(const std::vector<Answered>& groups, Output output, std::ostream& out) {
@@ -151,17 +171,12 @@ void PrintFold(const Invocation& call, const std::vector<HostReport>& reports, O
             });
         }
     }
-    if (output == Output::kJson || output == Output::kNdjson) {
-        return PrintJsonGroups(groups, output, call.console.out);
-    }
+    if (!IsForPeople(output)) return PrintJsonGroups(groups, output, call.console.out);
     constexpr size_t kMaxWidth = 40;
     size_t width = 0;
-    for (const Answered& group : groups) {
-        width = std::max(
-            width, FoldNames(group.hosts).size() + 3 + std::to_string(group.hosts.size()).size());
-    }
+    for (const Answered& group : groups) width = std::max(width, HostsOf(group).size());
     width = std::min(width, kMaxWidth);
-    for (const Answered& group : groups) PrintLine(group, groups[0], width, call.console.out);
+    for (const Answered& group : groups) PrintGroup(group, groups[0], width, call.console.out);
 }
 
 }  // namespace zot::client

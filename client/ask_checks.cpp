@@ -45,7 +45,7 @@ class ProbeTask : public HostTask {
 
     void Take(const Question&, Outcome outcome) override {
         seconds_ += outcome.seconds;
-        probe_->SetSameHost(outcome.localAddress == host_.target.host);
+        probe_->SetSameHost(outcome.sameHost);
         if (IsReply(outcome.failure)) return probe_->Take(outcome.answer);
         Report(std::move(outcome));
         index_ = names_.size();

@@ -42,7 +42,8 @@ std::string Sentence(const HostReport& report) {
     const Record& status = report.records[0];
     auto text = [&](const char* name) { return HumanText(*FindField(status, name)); };
     return Concat({report.host->host.name, ": zot ", text("version"), " on ", text("system"), ", ",
-                   FormatSeconds(report.seconds), "; ", text("requests"), " requests, ",
+                   FormatSeconds(report.seconds), "; ",
+                   Count(Number(status, "requests").value_or(0), "request", "requests"), ", ",
                    text("running"), " running, ", text("refused"), " refused\n"});
 }
 

@@ -59,9 +59,8 @@ class CheckRun {
     // Asks what the probe wants to know, and reads the first value of its answer as a number into
     // `result`. On failure returns false, with the failure in `result`.
     bool Follow(Probe& probe, CheckResult& result) const;
-    // How long the last reply took, and whether it came from this host.
+    // How long the last reply took.
     double Seconds() const { return seconds_; }
-    bool SameHost() const { return sameHost_; }
     // Of the process that asks.
     std::string OwnCommandLine() const { return call_.environment.commandLine; }
 

@@ -109,9 +109,9 @@ void CheckLog(const CheckRun& run, CheckResult& result) {
     } else if (alarm.time != 0 && now - alarm.time < int64_t{options.holdMinutes} * 60) {
         // A monitoring system takes an alarm for real only after several checks.
         result.judged = static_cast<double>(alarm.matches);
-        result.text +=
-            Concat({", but ", Count(result.judged.value(), "line", "lines"), " ",
-                    FormatSeconds(static_cast<double>(now - alarm.time)), " ago: ", alarm.line});
+        const auto age = static_cast<double>(std::max<int64_t>(now - alarm.time, 1));
+        result.text += Concat({", but ", Count(result.judged.value(), "line", "lines"), " ",
+                               FormatSeconds(age), " ago: ", alarm.line});
     }
 }
 

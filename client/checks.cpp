@@ -184,7 +184,7 @@ void CheckTcp(const CheckRun& run, CheckResult& result) {
     if (!run.AskForValue("TEST-TCP", params, 0, answer, result)) {
         if (answer.code == kFailed) {
             result.status = kCritical;
-            result.text = Concat({service, ": ", answer.lines.empty() ? "" : answer.lines[0]});
+            result.text = Concat({service, ": ", ComplaintReason("TEST-TCP", answer)});
         }
         return;
     }

@@ -196,6 +196,7 @@ bool Engine::Loop::PutBack(Call& call) {
 void Engine::Loop::Connected(Call& call) {
     call.connected = true;
     call.localAddress = LocalAddress(call.fd.Get());
+    call.sameHost = IsOwnHost(call.fd.Get());
     call.sessionKey = RandomSessionKey();
     if (call.sessionKey.empty()) {
         return Fail(call, Failure::kLocal, "cannot read the system's random source");
@@ -294,6 +295,7 @@ void Engine::Loop::Finish(Call& call, Outcome outcome) {
         outcome.seconds = std::chrono::duration<double>(Clock::now() - call.begin).count();
     }
     outcome.localAddress = std::move(call.localAddress);
+    outcome.sameHost = call.sameHost;
     auto found = calls_.find(call.id);
     std::unique_ptr<Call> owner = std::move(found->second);
     calls_.erase(found);

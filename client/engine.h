@@ -41,6 +41,7 @@ struct Outcome {
     Answer answer;             // filled with kNone and kAgentCode
     double seconds = 0;        // from leaving the queue to the end, name resolution included
     std::string localAddress;  // our end of the connection, in dotted form; empty if there was none
+    bool sameHost = false;     // the agent runs on our own host
 };
 
 using OutcomeHandler = std::function<void(Outcome outcome)>;

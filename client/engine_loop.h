@@ -55,6 +55,7 @@ class Engine::Loop {
         size_t sent = 0;
         std::optional<ReplyReceiver> reply;
         std::string localAddress;
+        bool sameHost = false;
     };
 
     struct Peer {

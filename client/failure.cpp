@@ -10,6 +10,10 @@ constexpr std::string_view kWords[] = {
 
 }  // namespace
 
+bool IsReply(Failure failure) {
+    return failure == Failure::kNone || failure == Failure::kAgentCode;
+}
+
 std::string_view FailureWord(Failure failure) { return kWords[static_cast<size_t>(failure)]; }
 
 std::span<const std::string_view> FailureWords() { return std::span(kWords).subspan(1); }

@@ -19,6 +19,8 @@ enum class Failure {
     kLocal,           // our own trouble: password file, descriptors, memory
 };
 
+// Whether the agent answered, with whatever code.
+bool IsReply(Failure failure);
 // "ok", "agent_code", "resolve", ...
 std::string_view FailureWord(Failure failure);
 // All words but "ok", in the order of the enumeration.

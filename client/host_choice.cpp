@@ -56,7 +56,8 @@ class PasswordReader {
   public:
     explicit PasswordReader(const Invocation& call) : call_(call) {}
     ~PasswordReader() {
-        if (open_.empty()) return;
+        // A plugin prints its one line.
+        if (open_.empty() || call_.options.plugin) return;
         Note(call_.console, "others can read the password of " + FoldNames(open_));
     }
 
@@ -71,7 +72,7 @@ class PasswordReader {
         } else if (call_.environment.password && *call_.environment.password) {
             chosen.target.password = call_.environment.password;
         } else {
-            chosen.fault = "no password: name a file with password= or -P, or set ZOT_PASSWORD";
+            chosen.fault = "no password: name a file with -P or set ZOT_PASSWORD";
         }
         return chosen;
     }
@@ -94,19 +95,51 @@ bool ChooseMany(const Invocation& call, Choice& choice, std::string& error) {
     return true;
 }
 
-// The host of -H as the usual inventory knows it, if no password was given for it.
-std::optional<ChosenHost> FindKnown(const Invocation& call) {
+// The inventory that has the password of -H; empty when somebody gave one, or there is none.
+std::string KnownWhere(const Invocation& call) {
+    bool given = !call.options.passwordFile.empty() || call.environment.password;
+    return given || !call.options.hostGiven ? "" : DefaultInventory(call.environment);
+}
+
+// The host of -H as the usual inventory knows it. False with the error text when the inventory
+// cannot be read; `chosen` stays empty where it does not have the host.
+bool FindKnown(const Invocation& call, std::optional<ChosenHost>& chosen, std::string& error) {
     const Options& options = call.options;
-    bool given = !options.passwordFile.empty() || call.environment.password;
-    std::string path = DefaultInventory(call.environment);
-    if (given || !options.hostGiven || path.empty()) return {};
-    std::string ignored;
-    auto inventory = LoadInventory(call, path, ignored);
-    const Host* host = inventory ? inventory->Find(options.target.host) : nullptr;
-    if (!host) return {};
-    ChosenHost chosen = PasswordReader(call).Take(*host);
-    if (options.portGiven) chosen.target.port = options.target.port;
-    return chosen;
+    const std::string path = KnownWhere(call);
+    if (path.empty()) return true;
+    auto inventory = LoadInventory(call, path, error);
+    if (!inventory) return false;
+    const Host* host = inventory->Find(options.target.host);
+    if (!host) return true;
+    chosen = PasswordReader(call).Take(*host);
+    if (options.portGiven) chosen->target.port = options.target.port;
+    error = chosen->fault;
+    return error.empty();
+}
+
+// The host of -H, of which no inventory knows.
+bool MakeHost(const Invocation& call, ChosenHost& chosen, std::string& error) {
+    const Options& options = call.options;
+    if (options.passwordFile.empty()) {
+        chosen.host.name = chosen.host.address = options.target.host;
+        chosen.host.port = options.target.port;
+    } else {
+        // In a folder there is a file for each host.
+        auto inventory = Inventory::FromNames(options.target.host,
+                                              {options.target.port, options.passwordFile}, error);
+        if (!inventory || inventory->Hosts().size() != 1) {
+            if (inventory) error = "not a name of a host: " + options.target.host;
+            return false;
+        }
+        chosen.host = inventory->Hosts()[0];
+    }
+    chosen = PasswordReader(call).Take(chosen.host);
+    error = chosen.fault;
+    if (error.empty()) return true;
+    if (const std::string path = KnownWhere(call); !path.empty()) {
+        error += " (" + options.target.host + " is not in " + path + ")";
+    }
+    return false;
 }
 
 }  // namespace
@@ -116,17 +149,11 @@ bool ChooseHosts(Invocation& call, Choice& choice, std::string& error) {
     bool many = !options.hosts.empty() || !options.exclude.empty() || options.pick > 0 ||
                 (options.hostGiven && IsSelection(options.target.host));
     if (many) return ChooseMany(call, choice, error);
-    if (auto known = FindKnown(call)) {
-        error = known->fault;
-        choice.hosts.push_back(std::move(*known));
-        return error.empty();
-    }
-    if (!TakePassword(call, error)) return false;
+    std::optional<ChosenHost> known;
+    if (!FindKnown(call, known, error)) return false;
     ChosenHost& chosen = choice.hosts.emplace_back();
-    chosen.host.name = chosen.host.address = options.target.host;
-    chosen.host.port = options.target.port;
-    chosen.host.passwordFile = options.passwordFile;
-    chosen.target = options.target;
+    if (!known) return MakeHost(call, chosen, error);
+    chosen = std::move(*known);
     return true;
 }
 

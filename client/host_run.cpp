@@ -1,10 +1,9 @@
 #include "client/host_run.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <ostream>
 
+#include "base/descriptor_limit.h"
 #include "client/progress_line.h"
 #include "client/text.h"
 
@@ -14,13 +13,10 @@ namespace {
 // For a question that people ask; enough for 80,000 processes of 100 bytes a line.
 constexpr size_t kMaxAnswer = size_t{8} << 20;
 
-// Each host needs a descriptor while it is asked.
-void RaiseDescriptorLimit(size_t hosts) {
-    const auto wanted = static_cast<rlim_t>(hosts);
-    rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
-    limit.rlim_cur = std::min(limit.rlim_max, wanted);
-    setrlimit(RLIMIT_NOFILE, &limit);
+// For hosts that all hang: those at once give their places to the next after half a second.
+std::chrono::milliseconds Longest(const Options& options, size_t hosts) {
+    constexpr std::chrono::milliseconds kPlace{500};
+    return options.target.timeout + kPlace * (std::max<size_t>(hosts, 1) - 1) / options.atOnce;
 }
 
 class Runner {
@@ -29,7 +25,8 @@ class Runner {
         : choice_(choice),
           arrived_(arrived),
           engine_({.atOnce = call.options.atOnce}),
-          progress_(call.console, choice.many ? choice.hosts.size() : 0),
+          progress_(call.console, choice.many ? choice.hosts.size() : 0,
+                    Longest(call.options, choice.hosts.size())),
           results_(choice.hosts.size()) {}
 
     std::vector<HostReport> Run(const TaskMaker& makeTask) {
@@ -44,6 +41,7 @@ class Runner {
             tasks_[i] = makeTask(host);
             GoOn(i);
         }
+        if (progress_.Watched()) Watch();
         engine_.Run();
         progress_.Clear();
         std::vector<HostReport> all;
@@ -71,6 +69,11 @@ class Runner {
                     });
     }
 
+    void Watch() {
+        progress_.Draw();
+        engine_.After(ProgressLine::kPeriod, [this] { Watch(); });
+    }
+
     void Done(size_t index) {
         bool failed = false;
         for (const HostReport& report : results_[index]) {
@@ -79,6 +82,7 @@ class Runner {
             if (arrived_) arrived_(report);
         }
         progress_.Count(failed);
+        if (++done_ == results_.size()) engine_.Stop();  // whatever time the next look has left
     }
 
     const Choice& choice_;
@@ -87,6 +91,7 @@ class Runner {
     ProgressLine progress_;
     std::vector<std::unique_ptr<HostTask>> tasks_;
     std::vector<std::vector<HostReport>> results_;
+    size_t done_ = 0;
 };
 
 }  // namespace
@@ -113,8 +118,9 @@ HostReport MakeReport(const ChosenHost& host, const Question& question, Outcome 
                               report.message);
         if (!good) report.failure = Failure::kBadReply;
     } else if (report.failure == Failure::kAgentCode) {
-        report.message = "the agent answered " + report.answer.code;
-        if (!report.answer.lines.empty()) report.message += ": " + report.answer.lines[0];
+        report.message = Complaint(question.command, report.answer);
+        Record asked = AskedFields(question.command, question.params);
+        if (!asked.empty()) report.records = {std::move(asked)};
     }
     return report;
 }
@@ -128,13 +134,8 @@ HostReport LocalReport(const ChosenHost& host, std::string message) {
 
 std::vector<HostReport> AskHosts(const Invocation& call, const Choice& choice,
                                  const TaskMaker& makeTask, const ReportHandler& arrived) {
-    constexpr size_t kReserve = 64;
-    RaiseDescriptorLimit(choice.hosts.size() + kReserve);
+    RaiseDescriptorLimit();  // each host takes a descriptor while it is asked
     return Runner(call, choice, arrived).Run(makeTask);
-}
-
-bool IsReply(Failure failure) {
-    return failure == Failure::kNone || failure == Failure::kAgentCode;
 }
 
 int StatusOf(const std::vector<HostReport>& reports) {

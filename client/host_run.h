@@ -22,7 +22,7 @@ struct HostReport {
     std::string message;  // for people; empty after an answer 200
     double seconds = 0;
     Answer answer;
-    std::vector<Record> records;
+    std::vector<Record> records;  // after kAgentCode at most one, with what was asked about
 };
 
 // What one host is asked: a list of questions, or whatever follows from the answers so far.
@@ -66,6 +66,5 @@ std::vector<HostReport> AskHosts(const Invocation& call, const Choice& choice,
 
 // 3 when some host gave no reply, else 1 when some agent answered anything but 200, else 0.
 int StatusOf(const std::vector<HostReport>& reports);
-bool IsReply(Failure failure);
 
 }  // namespace zot::client

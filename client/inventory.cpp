@@ -68,7 +68,7 @@ bool Inventory::Select(const Selection& selection, std::vector<const Host*>& hos
                     std::mt19937(std::random_device()()));
     }
     if (!hosts.empty()) return true;
-    error = "no host is left to ask";
+    error = hosts_.empty() ? "the list of hosts is empty" : "no host is left to ask";
     return false;
 }
 

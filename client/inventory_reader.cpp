@@ -12,6 +12,7 @@
 #include "client/host_names.h"
 #include "client/inventory.h"
 #include "client/local_file.h"
+#include "client/text.h"
 
 namespace zot::client {
 
@@ -185,6 +186,9 @@ bool InventoryReader::ReadLine(std::string_view line) {
         }
     }
     if (names.empty() && line.find('=') != std::string_view::npos) return Fail("no name of a host");
+    if (names.size() > 1 && !attributes.address.empty()) {
+        return Fail("one address for several hosts: " + names[1]);
+    }
     return std::all_of(names.begin(), names.end(),
                        [&](const std::string& name) { return Add(name, attributes); });
 }
@@ -201,7 +205,7 @@ bool InventoryReader::ReadList(const std::string& text) {
 bool InventoryReader::ReadTargets(const std::string& text) {
     using nlohmann::json;
     json groups = json::parse(text, nullptr, false);
-    if (!groups.is_array()) return Fail("not a JSON list of targets");
+    if (!groups.is_array()) return Fail("begins like JSON, but is no list of targets");
     for (const json& group : groups) {
         if (!group.is_object() || !group.contains("targets") || !group["targets"].is_array()) {
             return Fail("an entry of the JSON list has no \"targets\"");
@@ -217,7 +221,7 @@ bool InventoryReader::ReadTargets(const std::string& text) {
             } else if (name == "groups") {
                 for (std::string& part : SplitList(content)) attributes.groups.push_back(part);
             } else {
-                attributes.groups.push_back(name + "=" + content);
+                attributes.groups.push_back(Concat({name, "=", content}));
             }
         }
         for (const json& target : group["targets"]) {

@@ -2,7 +2,6 @@
 
 #include <ostream>
 
-#include "client/inventory.h"
 #include "client/json.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
@@ -10,7 +9,8 @@
 namespace zot::client {
 
 void Note(const Console& console, std::string_view message) {
-    console.err << "zotq: " << Visible(message, true) << '\n';
+    // At once: several runs may share the stream.
+    console.err << "zotq: " + Visible(message, true) + "\n";
 }
 
 int Fail(const Console& console, std::string_view message, ExitStatus status) {
@@ -21,29 +21,6 @@ int Fail(const Console& console, std::string_view message, ExitStatus status) {
 int Finish(const Console& console, int status) {
     if (console.out.flush()) return status;
     return Fail(console, "cannot write to standard output", kNoReply);
-}
-
-bool TakePassword(Invocation& call, std::string& error) {
-    const Options& options = call.options;
-    std::string& password = call.options.target.password;
-    if (options.passwordFile.empty()) {
-        password = call.environment.password ? call.environment.password : "";
-        if (!password.empty()) return true;
-        error = "no password: name a file with -P or set ZOT_PASSWORD";
-        return false;
-    }
-    // A folder has a file for each host.
-    auto host =
-        Inventory::FromNames(options.target.host, {.passwordFile = options.passwordFile}, error);
-    if (!host || host->Hosts().size() != 1) {
-        if (host) error = "not a name of a host: " + options.target.host;
-        return false;
-    }
-    bool forOthers = false;
-    const std::string& file = host->Hosts()[0].passwordFile;
-    if (!ReadPasswordFile(file, password, forOthers, error)) return false;
-    if (forOthers && !options.plugin) Note(call.console, "others can read " + file);
-    return true;
 }
 
 std::string Shown(const Console& console, std::string_view text) {

@@ -50,9 +50,6 @@ void Note(const Console& console, std::string_view message);
 // did not get it.
 int Finish(const Console& console, int status);
 
-// The password of a single host that no inventory names: from the file or the environment. False
-// with the error text.
-bool TakePassword(Invocation& call, std::string& error);
 // Prints a reply unchanged, and ends the run.
 int FinishWithReply(const Invocation& call, const Answer& answer);
 // The text in a form fit to print: without control characters on a terminal.

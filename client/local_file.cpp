@@ -42,11 +42,10 @@ bool ReadWholeFile(const std::string& path, size_t maxSize, std::string& content
     content.clear();
     // Non-blocking, so that a named pipe is refused instead of waited for.
     UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file || fstat(file.Get(), &status) != 0) {
-        error = FileError("read", path, errno);
-    } else if (!S_ISREG(status.st_mode)) {
+    bool found = file && fstat(file.Get(), &status) == 0;
+    if (found && !S_ISREG(status.st_mode)) {
         error = path + " is not a regular file";
-    } else if (!Read(file.Get(), maxSize, false, content)) {
+    } else if (!found || !Read(file.Get(), maxSize, false, content)) {
         error = FileError("read", path, errno);
     } else if (content.size() > maxSize) {
         error = path + " has more than " + std::to_string(maxSize) + " bytes";
@@ -61,7 +60,7 @@ bool ReadFirstLine(const std::string& path, std::string& line, std::string& erro
     line.clear();
     UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file || !Read(file.Get(), kMaxLine, true, line)) {
-        error = FileError("read", path, errno);
+        error = FileError("read password file", path, errno);
         return false;
     }
     line.resize(std::min(line.find('\n'), line.size()));

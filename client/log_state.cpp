@@ -17,6 +17,7 @@
 
 #include "base/md5.h"
 #include "client/local_file.h"
+#include "client/text.h"
 
 namespace zot::client {
 namespace {
@@ -26,12 +27,7 @@ constexpr size_t kMaxStateSize = 4096;
 
 // A name that any file system accepts, whatever the identity contains.
 std::string DigestOf(std::string_view identity) {
-    std::string name;
-    for (uint8_t byte : Md5Digest(identity.data(), identity.size())) {
-        name += "0123456789abcdef"[byte >> 4];
-        name += "0123456789abcdef"[byte & 15];
-    }
-    return name;
+    return HexText(Md5Digest(identity.data(), identity.size()));
 }
 
 // The home directory of the user's account; empty when there is none.

@@ -6,6 +6,7 @@
 
 #include "base/sha2.h"
 #include "client/local_file.h"
+#include "client/text.h"
 #include "client/upgrade_transfer.h"
 
 namespace zot::client {
@@ -74,12 +75,7 @@ std::string ModuleDigest(std::string_view module) {
     uint8_t digest[Sha256::kDigestSize];
     hash.Update({reinterpret_cast<const uint8_t*>(module.data()), module.size()});
     hash.Final(digest);
-    std::string text;
-    for (uint8_t byte : digest) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
+    return HexText(digest);
 }
 
 std::string ModuleFault(std::string_view module) {

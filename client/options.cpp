@@ -211,6 +211,11 @@ bool Parse(CLI::App& app, std::vector<std::string> arguments, std::vector<std::s
     std::reverse(arguments.begin(), arguments.end());
     try {
         app.parse(arguments);
+    } catch (const CLI::ArgumentMismatch& fault) {
+        // "--port: 1 required TEXT missing"
+        std::string_view text = fault.what();
+        error = "option " + std::string(text.substr(0, text.find(':'))) + " needs a value";
+        return false;
     } catch (const CLI::ParseError& fault) {
         error = fault.what();
         return false;
@@ -243,6 +248,9 @@ bool GoTogether(const Options& options, std::string& error) {
             "--diff, --failed, --hosts, -x and --pick do not go with it";
     } else if (options.plugin && (options.unescape || options.showPassword)) {
         error = "-u and --show-password do not go with --plugin";
+    } else if ((options.fold || options.diff) &&
+               (options.output == Output::kCsv || options.output == Output::kRaw)) {
+        error = "--fold and --diff print a table, json or ndjson";
     } else if (options.json && (forPeople || fleet)) {
         error = "--json is the form of one reply; for anything else there is -o json";
     }

@@ -15,8 +15,10 @@
 #include "client/agent_client.h"
 #include "client/check.h"
 #include "client/engine.h"
+#include "client/host_choice.h"
 #include "client/options.h"
 #include "client/range.h"
+#include "client/replies.h"
 #include "client/request_packet.h"
 #include "client/text.h"
 #include "protocol/request_text.h"
@@ -49,8 +51,8 @@ int Print(const Console& console, std::string_view service, PluginStatus status,
     return out.flush() ? status : Fail(console, "cannot write to standard output", kNoReply);
 }
 
-// Ends the process with a status one second after the time limit: resolving a name takes its own
-// time, and a monitoring system kills a plugin that is silent for too long.
+// Ends the process with a status one second after the time limit, whatever hangs (a state file on a
+// dead network mount, for example): a monitoring system kills a plugin that is silent for too long.
 class HardTimeLimit {
   public:
     explicit HardTimeLimit(std::chrono::milliseconds limit) {
@@ -157,13 +159,11 @@ bool CheckRun::Exchange(std::string_view command, std::span<const std::string> p
     Outcome outcome = AskOnce(target, ComposeRequest(command, params));
     answer = std::move(outcome.answer);
     seconds_ = outcome.seconds;
-    sameHost_ = outcome.localAddress == target.host || outcome.localAddress == "127.0.0.1";
-    bool replied = outcome.failure == Failure::kNone || outcome.failure == Failure::kAgentCode;
-    if (!replied) {
-        int status = call_.options.unreachable.value_or(kUnknown);
-        result.Fail(static_cast<PluginStatus>(status), outcome.message);
-    }
-    return replied;
+    sameHost_ = outcome.sameHost;
+    if (IsReply(outcome.failure)) return true;
+    int status = call_.options.unreachable.value_or(kUnknown);
+    result.Fail(static_cast<PluginStatus>(status), outcome.message);
+    return false;
 }
 
 bool CheckRun::Ask(std::string_view command, std::span<const std::string> params, size_t lineCount,
@@ -171,8 +171,7 @@ bool CheckRun::Ask(std::string_view command, std::span<const std::string> params
     answer = {};
     if (!Exchange(command, params, answer, result)) return false;
     if (answer.code != "200") {
-        result.Fail(kUnknown, "the agent answered " + answer.code);
-        if (!answer.lines.empty()) result.text += ": " + answer.lines[0];
+        result.Fail(kUnknown, Complaint(command, answer));
     } else if (answer.lines.size() < lineCount) {
         result.Fail(kUnknown, "the agent's reply is too short");
     } else {
@@ -199,8 +198,7 @@ bool CheckRun::Follow(Probe& probe, CheckResult& result) const {
     }
     const Answer& answer = probe.answer;
     if (answer.code != "200" || answer.lines.empty()) {
-        result.Fail(kUnknown, "the agent answered " + answer.code);
-        if (!answer.lines.empty()) result.text += ": " + answer.lines[0];
+        result.Fail(kUnknown, Complaint("", answer));
         return false;
     }
     double value = 0;
@@ -225,7 +223,10 @@ int RunPlugin(Invocation& call) {
     HardTimeLimit limit(options.target.timeout);
     std::string error = UsageFault(*check, options);
     if (!error.empty()) return PluginUsageError(call.console, error);
-    if (!TakePassword(call, error)) return PluginUsageError(call.console, error);
+    Choice choice;
+    if (!ChooseHosts(call, choice, error)) return PluginUsageError(call.console, error);
+    if (choice.many) return PluginUsageError(call.console, "--plugin asks one host");
+    call.options.target = choice.hosts[0].target;
     return RunCheck(*check, call);
 }
 

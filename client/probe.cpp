@@ -40,13 +40,18 @@ std::string_view ProgramName(std::string_view word) {
 // What the agent runs for its list of processes, and the process that asks for it.
 bool IsOfTheQuestion(std::string_view line, const std::vector<std::string_view>& words) {
     if (line.find("zot_proclist") != std::string_view::npos) return true;
-    if (line == "ps -A -ww -o args=" || line == "cut -c 1-500") return true;
+    // "-c" is that of older agents.
+    if (line == "ps -A -ww -o args=" || line == "cut -b 1-500" || line == "cut -c 1-500")
+        return true;
     // Also a shell that runs zotq with the name.
     return std::any_of(words.begin(), words.end(),
                        [](std::string_view word) { return ProgramName(word) == "zotq"; });
 }
 
-int64_t CountIn(std::string_view list, const std::string& name) {
+// `own` is the command line of who asks, whatever the program is called there.
+int64_t CountIn(std::string_view list, const std::string& name, std::string_view own) {
+    constexpr size_t kListedSize = 500;
+    own = TrimView(own.substr(0, kListedSize));
     bool byProgram = name.starts_with('=');
     std::string_view wanted = std::string_view(name).substr(byProgram ? 1 : 0);
     int64_t count = 0;
@@ -55,7 +60,7 @@ int64_t CountIn(std::string_view list, const std::string& name) {
         std::string_view line = TrimView(list.substr(0, end));
         list.remove_prefix(std::min(end + 1, list.size()));
         auto words = WordsOf(line);
-        if (words.empty()) continue;
+        if (words.empty() || line == own) continue;
         bool matches = byProgram ? ProgramName(words[0]) == wanted
                                  : line.find(wanted) != std::string_view::npos;
         // Somebody who asks for zotq by its name wants to know.
@@ -141,7 +146,9 @@ void ProcessProbe::Take(const Answer& reply) {
     step_ = Step::kDone;
     bool listed = step == Step::kList && reply.code == "200" && !reply.lines.empty();
     if (listed) {
-        answer = {"200", {std::to_string(CountIn(Unescape(reply.lines[0]).View(), name_))}};
+        answer = {
+            "200",
+            {std::to_string(CountIn(Unescape(reply.lines[0]).View(), name_, ownCommandLine_))}};
         return;
     }
     answer = reply;

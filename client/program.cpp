@@ -75,8 +75,9 @@ int RunSubcommand(const Subcommand& row, Invocation& call) {
                             row.arguments}),
                     kWrongUsage);
     }
-    if (options.json && row.run != ShowSettings && row.run != ChangeSettings &&
-        row.run != UpgradeAgent) {
+    bool onlyOneReply = row.run == AskInfo || row.run == ShowSettings ||
+                        row.run == ChangeSettings || row.run == UpgradeAgent;
+    if (options.json && !onlyOneReply) {
         return Fail(call.console, "--json is the form of one reply; use -o json", kWrongUsage);
     }
     return row.run(call);
@@ -109,7 +110,7 @@ int Run(std::span<const char* const> arguments, Invocation& call) {
         return Finish(call.console, toldOnly);
     }
     if (options.plugin) return RunPlugin(call);
-    if (options.words.empty() || options.words[0].empty()) return TellHowToBegin(call.console);
+    if (options.words.empty()) return TellHowToBegin(call.console);
     if (const Subcommand* row = FindSubcommand(options.words[0])) return RunSubcommand(*row, call);
     if (IsMistyped(options.words[0])) {
         return Fail(call.console,

@@ -6,21 +6,23 @@
 
 namespace zot::client {
 
-ProgressLine::ProgressLine(const Console& console, size_t total)
-    : console_(console), total_(console.progress ? total : 0) {
-    next_ = begin_ + std::chrono::milliseconds(500);
-}
+ProgressLine::ProgressLine(const Console& console, size_t total, std::chrono::milliseconds most)
+    : console_(console), total_(console.progress ? total : 0), most_(most) {}
 
 void ProgressLine::Count(bool failed) {
     ++done_;
     if (failed) ++failed_;
-    auto now = Clock::now();
-    if (total_ == 0 || now < next_) return;
-    next_ = now + std::chrono::milliseconds(100);
-    double elapsed = std::chrono::duration<double>(now - begin_).count();
-    double left = elapsed / static_cast<double>(done_) * static_cast<double>(total_ - done_);
-    console_.err << "\r\x1b[K" << done_ << '/' << total_ << " hosts, " << failed_ << " failed, "
-                 << FormatDecimal(left, 0) << " s left" << std::flush;
+}
+
+void ProgressLine::Draw() {
+    constexpr std::chrono::milliseconds kSilence{500};
+    auto elapsed = Clock::now() - begin_;
+    if (!Watched() || elapsed < kSilence) return;
+    std::string line = Concat({"\r\x1b[K", std::to_string(done_), "/", std::to_string(total_),
+                               " hosts, ", std::to_string(failed_), " failed"});
+    auto left = std::chrono::ceil<std::chrono::seconds>(most_ - elapsed).count();
+    if (left > 0) line += ", at most " + FormatSeconds(static_cast<double>(left)) + " left";
+    console_.err << line << std::flush;
     shown_ = true;
 }
 

@@ -276,6 +276,46 @@ bool ReadReply(std::string_view command, std::span<const std::string> params, co
     return true;
 }
 
+Record AskedFields(std::string_view command, std::span<const std::string> params) {
+    Record record;
+    const ReplyFormat* format = FindFormat(command);
+    for (size_t i = 0; format && i < format->columns.size(); ++i) {
+        const Column& column = format->columns[i];
+        // Where the agent tells which file it found, the first parameter says which was asked for.
+        bool asked = column.source >= kParam, found = !asked && column.name == "path";
+        size_t index = asked ? static_cast<size_t>(column.source - kParam) : 0;
+        if ((!asked && !found) || index >= params.size()) continue;
+        Field& field = record.emplace_back();
+        field.name = column.name;
+        field.inTable = column.inTable;
+        Convert(column.kind, params[index], field);
+    }
+    return record;
+}
+
+std::string ComplaintReason(std::string_view command, const Answer& answer) {
+    if (answer.lines.empty()) return {};
+    const std::string& reason = answer.lines[0];
+    bool exchange = command == "TEST-TCP" || command == "TEST-UDP";
+    if (!exchange || answer.lines.size() < 2) return reason;
+    // The system's words alone can be "Operation now in progress".
+    static constexpr std::pair<std::string_view, std::string_view> kSteps[] = {
+        {"-3", "no socket"},
+        {"-4", "sending failed"},
+        {"-5", "receiving failed"},
+        {"-6", "connecting failed"},
+    };
+    for (const auto& [number, step] : kSteps) {
+        if (TrimView(answer.lines[1]) == number) return Concat({step, " (", reason, ")"});
+    }
+    return reason;
+}
+
+std::string Complaint(std::string_view command, const Answer& answer) {
+    std::string reason = ComplaintReason(command, answer);
+    return Concat({"the agent answered ", answer.code, reason.empty() ? "" : ": ", reason});
+}
+
 std::vector<std::string> FieldNames(std::string_view command) {
     if (command == "GetProcessesList") return {"command"};
     if (command == "GetFilesList") {

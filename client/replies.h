@@ -47,6 +47,15 @@ std::string Text(const Record& record, std::string_view name);
 bool ReadReply(std::string_view command, std::span<const std::string> params, const Answer& answer,
                std::vector<Record>& records, std::string& error, time_t now = time(nullptr));
 
+// What a reply to the command would only repeat of the request: the path, the name. For an answer
+// that brought nothing else.
+Record AskedFields(std::string_view command, std::span<const std::string> params);
+
+// What an answer other than 200 says, for people: "the agent answered 301: File doesn`t exist".
+std::string Complaint(std::string_view command, const Answer& answer);
+// Only the reason; empty if there is none.
+std::string ComplaintReason(std::string_view command, const Answer& answer);
+
 // The names of all fields that a reply to the command can have, in the order of its first record;
 // empty for an unknown command. Includes those of settings and information.
 std::vector<std::string> FieldNames(std::string_view command);

@@ -77,7 +77,7 @@ void ReportPrinter::Arrived(const HostReport& report) {
 }
 
 int ReportPrinter::Finish(const std::vector<HostReport>& reports) {
-    if (call_.options.fold || call_.options.diff) {
+    if (call_.options.fold || call_.options.diff || (many_ && IsTooWide(reports))) {
         PrintFold(call_, reports, output_);
     } else if (output_ == Output::kTable) {
         PrintTableOf(reports);
@@ -104,9 +104,16 @@ std::vector<std::string> ReportPrinter::Columns(const std::vector<HostReport>& r
     return columns;
 }
 
+// For a table: the settings have forty columns.
+bool ReportPrinter::IsTooWide(const std::vector<HostReport>& reports) const {
+    constexpr size_t kMostColumns = 12;
+    return output_ == Output::kTable && Columns(reports).size() > kMostColumns;
+}
+
 void ReportPrinter::PrintTableOf(const std::vector<HostReport>& reports) {
     constexpr const char *kRed = "\x1b[31m", *kGreen = "\x1b[32m";
-    const bool colours = call_.console.terminal && !call_.environment.noColor;
+    const char* noColor = call_.environment.noColor;
+    const bool colours = call_.console.terminal && (!noColor || *noColor == '\0');
     const std::vector<std::string> columns = Columns(reports);
     const bool notes = many_ && call_.options.fields.empty() &&
                        std::any_of(reports.begin(), reports.end(), [](const HostReport& report) {
@@ -137,6 +144,14 @@ void ReportPrinter::PrintTableOf(const std::vector<HostReport>& reports) {
         top.push_back(name == "seconds" ? "MS" : heading);
     }
     if (notes) top.emplace_back("NOTE");
+    if (rows.size() == 1 && IsTooWide(reports)) {
+        std::vector<std::vector<Cell>> lines;
+        for (size_t i = 0; i < top.size(); ++i) {
+            rows[0][i].right = false;
+            lines.push_back({{top[i]}, rows[0][i]});
+        }
+        return PrintTable({"FIELD", "VALUE"}, lines, call_.console.out);
+    }
     if (!rows.empty()) PrintTable(top, rows, call_.console.out);
 }
 
@@ -192,7 +207,10 @@ void ReportPrinter::PrintRaw(const std::vector<HostReport>& reports) {
 void ReportPrinter::PrintFailures(const std::vector<HostReport>& reports) {
     for (const HostReport& report : reports) {
         bool told = output_ == Output::kRaw && IsReply(report.failure);
-        if (report.failure != Failure::kNone && !told) Note(call_.console, report.message);
+        if (report.failure == Failure::kNone || told) continue;
+        bool about = report.failure == Failure::kAgentCode && !report.records.empty();
+        std::string subject = about ? PlainText(report.records[0][0].value) : "";
+        Note(call_.console, Concat({subject, subject.empty() ? "" : ": ", report.message}));
     }
 }
 
@@ -216,7 +234,7 @@ void ReportPrinter::PrintSummary(const std::vector<HostReport>& reports) {
     if (!words.empty()) text += ", " + CountText(words, "", " ");
     if (!versions.empty()) text += "; versions " + CountText(versions, "v", " x");
     double seconds = std::chrono::duration<double>(Deadline::Clock::now() - begin_).count();
-    call_.console.err << text << "; " << FormatDecimal(seconds, 1) << " s\n";
+    call_.console.err << text + "; " + FormatSeconds(seconds) + "\n";
 }
 
 bool ReportPrinter::WriteFailed(const std::vector<HostReport>& reports) {

@@ -29,6 +29,7 @@ class ReportPrinter {
     void PrintSummary(const std::vector<HostReport>& reports);
     bool WriteFailed(const std::vector<HostReport>& reports);
     std::vector<std::string> Columns(const std::vector<HostReport>& reports) const;
+    bool IsTooWide(const std::vector<HostReport>& reports) const;
 
     const Invocation& call_;
     bool many_;

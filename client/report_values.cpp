@@ -15,8 +15,8 @@ namespace zot::client {
 namespace {
 
 std::string Shortest(double number) {
-    char text[64];
-    auto end = std::to_chars(text, text + sizeof text, number).ptr;
+    char text[400];  // the largest double has 309 digits
+    auto end = std::to_chars(text, text + sizeof text, number, std::chars_format::fixed).ptr;
     return {text, end};
 }
 
@@ -96,18 +96,23 @@ bool IsNumeric(const Value& value) {
     return std::holds_alternative<int64_t>(value) || std::holds_alternative<double>(value);
 }
 
-std::string Heading(const Field& field) {
+std::string ShownName(const Field& field) {
     if (!field.label.empty()) return Visible(field.label);
-    std::string_view name = field.name;
+    std::string name = field.name;
     for (std::string_view unit : {"_timestamp_seconds", "_bytes", "_seconds", "_percent"}) {
         if (!name.ends_with(unit)) continue;
-        name.remove_suffix(unit.size());
+        name.resize(name.size() - unit.size());
         break;
     }
-    std::string heading;
-    for (char c : name) {
-        bool small = c >= 'a' && c <= 'z';
-        heading += small ? static_cast<char>(c - 32) : c == '_' ? ' ' : c;
+    std::replace(name.begin(), name.end(), '_', ' ');
+    return Visible(name);
+}
+
+std::string Heading(const Field& field) {
+    std::string heading = ShownName(field);
+    if (!field.label.empty()) return heading;
+    for (char& c : heading) {
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
     }
     return heading;
 }
@@ -154,7 +159,8 @@ std::string ShortReason(const HostReport& report) {
         case Failure::kNone:
             return {};
         case Failure::kResolve:
-            return "unknown name";
+            // Behind "cannot find host NAME: ".
+            return Visible(report.message.substr(report.message.rfind(": ") + 2));
         case Failure::kConnectRefused:
             return "nobody listens on port " + std::to_string(report.host->target.port);
         case Failure::kConnectTimeout:

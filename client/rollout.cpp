@@ -3,8 +3,10 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <ostream>
@@ -16,6 +18,7 @@
 #include "client/host_run.h"
 #include "client/inventory.h"
 #include "client/module_file.h"
+#include "client/progress_line.h"
 #include "client/report_values.h"
 #include "client/rollout_list.h"
 #include "client/rollout_plan.h"
@@ -33,21 +36,25 @@ using Hosts = std::vector<const ChosenHost*>;
 std::atomic<bool> interrupted{false};
 
 // An interrupted transfer leaves an agent that refuses others until it is restarted, so transfers
-// already running are completed; a second signal ends at once.
+// already running are completed, also when the terminal goes away; a second signal ends at once.
 class PatientInterrupt {
   public:
     PatientInterrupt() {
         struct sigaction action {};
         action.sa_handler = [](int) { interrupted = true; };
         action.sa_flags = static_cast<int>(SA_RESETHAND);
-        sigaction(SIGINT, &action, &before_);
+        for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &action, &before_[i]);
     }
-    ~PatientInterrupt() { sigaction(SIGINT, &before_, nullptr); }
+    ~PatientInterrupt() {
+        for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &before_[i], nullptr);
+    }
     PatientInterrupt(const PatientInterrupt&) = delete;
     PatientInterrupt& operator=(const PatientInterrupt&) = delete;
 
   private:
-    struct sigaction before_ {};
+    static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+    struct sigaction before_[kSignals.size()] = {};
 };
 
 class Rollout {
@@ -69,11 +76,13 @@ class Rollout {
     void CheckBefore();
     void CheckAfter();
     void RunBatch(const std::string& name, const Hosts& hosts);
-    void Upgrade(const ChosenHost& host);
+    bool MayGoOn();
+    void Upgrade(const ChosenHost& host, ProgressLine& progress);
     void Pause();
     bool Stopped() const {
         return failed_.size() >= options_.maxFailures || interrupted || broken_;
     }
+    int Status() const { return lost_ || broken_ ? kNoReply : refused_ ? kReplyOther : kReplyOk; }
     int Finish();
 
     Invocation& call_;
@@ -180,7 +189,7 @@ void Rollout::CheckAfter() {
     out_ << "check    " << good << '/' << upgraded_.size() << " answer\n";
 }
 
-void Rollout::Upgrade(const ChosenHost& host) {
+void Rollout::Upgrade(const ChosenHost& host, ProgressLine& progress) {
     using Kind = UpgradeResult::Kind;
     UpgradeOrders orders = {.module = module_, .force = options_.force};
     if (options_.timeoutGiven) orders.patience = options_.target.timeout;
@@ -197,7 +206,11 @@ void Rollout::Upgrade(const ChosenHost& host) {
         broken_ = true;
     }
     std::lock_guard lock(resultMutex_);
-    if (broken_ && !error.empty()) Note(call_.console, error);
+    progress.Count(!done);
+    if (!error.empty()) {
+        progress.Clear();
+        Note(call_.console, error);
+    }
     if (done) {
         upgraded_.push_back(&host);
         lastVersion_ = Visible(result.version);
@@ -208,22 +221,34 @@ void Rollout::Upgrade(const ChosenHost& host) {
     (result.kind == Kind::kFailed ? lost_ : refused_) = true;
 }
 
+bool Rollout::MayGoOn() {
+    std::lock_guard lock(resultMutex_);
+    return !Stopped();
+}
+
 void Rollout::RunBatch(const std::string& name, const Hosts& hosts) {
     size_t before = upgraded_.size(), failedBefore = failed_.size();
+    size_t working = std::min(hosts.size(), kTransfersAtOnce);
     std::atomic<size_t> next{0};
+    std::condition_variable oneEnded;
+    ProgressLine progress(call_.console, hosts.size());
     std::vector<std::thread> threads;
-    for (size_t i = 0; i < std::min(hosts.size(), kTransfersAtOnce); ++i) {
+    for (size_t i = working; i > 0; --i) {
         threads.emplace_back([&] {
-            for (size_t at; (at = next++) < hosts.size();) {
-                {
-                    std::lock_guard lock(resultMutex_);
-                    if (Stopped()) return;
-                }
-                Upgrade(*hosts[at]);
+            for (size_t at = next++; at < hosts.size() && MayGoOn(); at = next++) {
+                Upgrade(*hosts[at], progress);
             }
+            std::lock_guard lock(resultMutex_);
+            --working;
+            oneEnded.notify_one();
         });
     }
+    for (std::unique_lock lock(resultMutex_);
+         !oneEnded.wait_for(lock, ProgressLine::kPeriod, [&] { return working == 0; });) {
+        progress.Draw();
+    }
     for (std::thread& thread : threads) thread.join();
+    progress.Clear();
     std::string head = name;
     head.resize(std::max<size_t>(head.size() + 1, 9), ' ');
     size_t good = upgraded_.size() - before;
@@ -262,7 +287,8 @@ int Rollout::Finish() {
     out_ << "upgraded " << upgraded_.size() << ", failed " << failed_.size();
     if (!names.empty()) out_ << " (" << FoldNames(names) << ')';
     out_ << ", untouched " << untouched << "; list in " << list_.Path() << '\n';
-    int status = lost_ || broken_ ? kNoReply : refused_ || untouched > 0 ? kReplyOther : kReplyOk;
+    int status = Status();
+    if (status == kReplyOk && untouched > 0) status = kReplyOther;
     return client::Finish(call_.console, status);
 }
 
@@ -283,7 +309,7 @@ int Rollout::Run() {
     for (const ChosenHost* host : canary_) names.push_back(host->host.name);
     out_ << PlanText(FoldNames(names), batches_, all_.size()) << std::endl;
     if (options_.check) CheckBefore();
-    if (options_.dryRun) return client::Finish(call_.console, StatusOf({}));
+    if (options_.dryRun) return client::Finish(call_.console, Status());
     PatientInterrupt patient;
     if (!canary_.empty() && !Stopped()) RunBatch("canary", canary_);
     // The last batches shrink by what the check took out.

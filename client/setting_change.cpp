@@ -12,6 +12,7 @@
 #include "base/vystring.h"
 #include "client/inventory.h"
 #include "client/name_lookup.h"
+#include "client/settings_reply.h"
 #include "commands/remote_settings.h"
 #include "config/ip_filter.h"
 
@@ -35,7 +36,9 @@ std::string_view ValueFault(const WireSetting& setting, std::string_view value) 
         case WireKind::kFlag:
             return value == "0" || value == "1" ? "" : "must be 0 or 1";
         case WireKind::kNumber:
-            if (setting.name == "Port") return IsNumber(value, 1, kMaxPort) ? "" : "is no port";
+            if (setting.name == "Port") {
+                return IsNumber(value, 1, kMaxPort) ? "" : "must be 1 to 65535";
+            }
             return IsNumber(value, 0, INT32_MAX) ? "" : "must be a whole number";
         case WireKind::kText:
             if (value.find_first_of("\r\n") != std::string_view::npos) return "takes no line break";
@@ -127,25 +130,13 @@ class Future {
     const std::vector<SettingChange>& changes_;
 };
 
-std::vector<std::string> Entries(const std::string& escaped) {
-    std::vector<std::string> entries;
-    VyString text = Unescape(escaped);
-    for (std::string_view rest = text.View(); !rest.empty();) {
-        size_t end = std::min(rest.find('\n'), rest.size());
-        std::string_view entry = TrimView(rest.substr(0, end));
-        if (!entry.empty()) entries.emplace_back(entry);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-    return entries;
-}
-
 bool IsFullAddress(const std::string& text) {
     in_addr address = {};
     return ParseAddress(text, address) && AddressText(address) == text;
 }
 
 std::string FilterFault(const Future& future, const std::string& ownAddress) {
-    std::vector<std::string> entries = Entries(future.Then("IPFilterAddr"));
+    std::vector<std::string> entries = EntriesOf(future.Then("IPFilterAddr"));
     if (future.Changes("IPFilterAddr")) {
         for (const std::string& entry : entries) {
             if (!IsFullAddress(entry)) return "IPFilterAddr takes addresses only, not " + entry;
@@ -168,9 +159,13 @@ bool IsInList(const std::string& ownAddress, const std::string& list) {
 
 std::string ListFault(const Future& future, const char* name, const std::string& ownAddress) {
     VyString fault;
-    if (future.Changes(name)) IpInList(INADDR_NONE, future.Then(name), fault);
+    std::string then = future.Then(name);
+    if (future.Changes(name)) IpInList(INADDR_NONE, then, fault);
+    if (then.find('/') != std::string::npos && !fault.Empty()) {
+        return std::string(name) + " takes ranges such as 192.0.2.0-192.0.2.255, not " + then;
+    }
     if (!fault.Empty()) return std::string(name) + ": " + std::string(fault.View());
-    if (!IsInList(ownAddress, future.Now(name)) || IsInList(ownAddress, future.Then(name))) {
+    if (!IsInList(ownAddress, future.Now(name)) || IsInList(ownAddress, then)) {
         return {};
     }
     return std::string(name) + " would no longer name " + ownAddress + ", where you ask from";

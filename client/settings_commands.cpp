@@ -22,24 +22,50 @@ bool IsPlain(const Options& options) {
            !options.diff && options.failedFile.empty();
 }
 
+// Shows the password in every form, or in none.
+class SettingsTask : public QuestionList {
+  public:
+    SettingsTask(const ChosenHost& host, const std::vector<Question>& questions, bool showPassword)
+        : QuestionList(host, questions), showPassword_(showPassword) {}
+    void Take(const Question& question, Outcome outcome) override {
+        QuestionList::Take(question, std::move(outcome));
+        HostReport& report = reports.back();
+        for (std::string& line : report.answer.lines) {
+            if (!line.starts_with(kPasswordLine)) continue;
+            if (!showPassword_) line = std::string(kPasswordLine) + kHiddenPassword;
+            for (Record& record : report.records) {
+                for (Field& field : record) {
+                    if (field.name == "password") field.value = line.substr(kPasswordLine.size());
+                }
+            }
+        }
+    }
+
+  private:
+    static constexpr std::string_view kPasswordLine = "Password=";
+
+    bool showPassword_;
+};
+
 // One host's reply of name and value, for people to read.
 int ShowListing(Invocation& call, const char* command) {
     Choice choice;
     int status = 0;
     if (!Prepare(call, FieldNames(command), choice, status)) return status;
-    if (choice.many || !IsPlain(call.options)) return AskQuestions(call, {{command, {}}});
-    Answer answer;
-    std::string error;
-    if (!Ask(choice.hosts[0].target, ComposeRequest(command, {}), answer, error)) {
-        return Fail(call.console, error, kNoReply);
+    const std::vector<Question> questions = {{command, {}}};
+    ReportPrinter printer(call, choice.many);
+    auto makeTask = [&](const ChosenHost& host) {
+        return std::make_unique<SettingsTask>(host, questions, call.options.showPassword);
+    };
+    auto reports = AskHosts(call, choice, makeTask,
+                            [&](const HostReport& report) { printer.Arrived(report); });
+    const HostReport& first = reports[0];
+    bool asItCame = !choice.many && IsPlain(call.options) && IsReply(first.failure);
+    if (!asItCame) return printer.Finish(reports);
+    if (first.failure != Failure::kNone || call.options.json) {
+        return FinishWithReply(call, first.answer);
     }
-    if (!call.options.showPassword) {
-        for (std::string& line : answer.lines) {
-            if (line.starts_with("Password=")) line = std::string("Password=") + kHiddenPassword;
-        }
-    }
-    if (answer.code != "200" || call.options.json) return FinishWithReply(call, answer);
-    PrintListing(answer, call.console.out);
+    PrintListing(first.answer, call.console.out);
     return Finish(call.console, kReplyOk);
 }
 
@@ -97,11 +123,12 @@ class SetTask : public HostTask {
             std::erase(to, '\r');
             std::replace(from.begin(), from.end(), '\n', ' ');
             std::replace(to.begin(), to.end(), '\n', ' ');
+            // The reply has it hidden.
             bool secret = change.name == "Password";
-            if (!secret && from == to) continue;
+            if (from == to) continue;
             records.push_back({{"setting", change.name},
                                {"now", from},
-                               {"then", secret ? std::string(kHiddenPassword) : to}});
+                               {"then", secret ? std::string("a new one") : to}});
         }
         return records;
     }

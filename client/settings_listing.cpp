@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/escaping.h"
-#include "base/vystring.h"
+#include "client/settings_reply.h"
 #include "client/text.h"
 
 namespace zot::client {
@@ -33,24 +32,13 @@ struct Row {
     std::vector<std::string> values;  // one for each line of the output
 };
 
-std::vector<std::string> SplitLines(std::string_view text) {
-    std::vector<std::string> lines;
-    for (size_t start = 0; start < text.size();) {
-        size_t end = std::min(text.find('\n', start), text.size());
-        std::string_view line = TrimView(text.substr(start, end - start));
-        if (!line.empty()) lines.emplace_back(line);
-        start = end + 1;
-    }
-    return lines;
-}
-
 std::vector<Row> MakeRows(const Answer& answer) {
     std::vector<Row> rows;
     for (const std::string& line : answer.lines) {
         size_t equals = line.find('=');
         if (equals == std::string::npos) continue;
         Row row = {std::string_view(line).substr(0, equals),
-                   SplitLines(Unescape(std::string_view(line).substr(equals + 1)).View())};
+                   EntriesOf(std::string_view(line).substr(equals + 1))};
         if (row.values.empty()) row.values.emplace_back();
         rows.push_back(std::move(row));
     }

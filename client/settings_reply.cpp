@@ -6,6 +6,7 @@
 #include "base/escaping.h"
 #include "base/numbers.h"
 #include "base/vystring.h"
+#include "client/reply_values.h"
 #include "commands/remote_settings.h"
 
 namespace zot::client {
@@ -18,8 +19,7 @@ constexpr std::string_view kInfoNumbers[] = {"ActiveConnections", "OpenedConnect
                                              "FailedConnections", "Port", "Timeout"};
 constexpr std::string_view kInfoFlags[] = {"Service", "Active"};
 // What fits into a table.
-constexpr std::string_view kInfoInTable[] = {"AgentVersion", "HostName", "OpenedConnections",
-                                             "FailedConnections"};
+constexpr std::string_view kInfoInTable[] = {"AgentVersion", "HostName", "OpenedConnections"};
 
 struct Pair {
     std::string_view name;
@@ -49,23 +49,10 @@ std::string_view ValueOf(const std::vector<Pair>& pairs, std::string_view name) 
     return {};
 }
 
-std::vector<std::string> List(std::string_view escaped) {
-    std::vector<std::string> entries;
-    VyString text = Unescape(escaped);
-    std::string_view rest = text.View();
-    while (!rest.empty()) {
-        size_t end = std::min(rest.find('\n'), rest.size());
-        std::string_view entry = TrimView(rest.substr(0, end));
-        if (!entry.empty()) entries.emplace_back(entry);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-    return entries;
-}
-
 // The entries whose mark is '1'.
 std::vector<std::string> Enabled(const std::vector<Pair>& pairs, std::string_view entries,
                                  std::string_view marks) {
-    std::vector<std::string> all = List(ValueOf(pairs, entries)), enabled;
+    std::vector<std::string> all = EntriesOf(ValueOf(pairs, entries)), enabled;
     std::string_view flags = ValueOf(pairs, marks);
     for (size_t i = 0; i < all.size() && i < flags.size(); ++i) {
         if (flags[i] == '1') enabled.push_back(all[i]);
@@ -100,7 +87,7 @@ Field MakeField(const Pair& pair, Value value) {
 
 void AddFeatures(const std::vector<Pair>& pairs, std::string_view entries, std::string_view marks,
                  Record& record) {
-    std::vector<std::string> all = List(ValueOf(pairs, entries));
+    std::vector<std::string> all = EntriesOf(ValueOf(pairs, entries));
     std::string_view flags = ValueOf(pairs, marks);
     for (size_t i = 0; i < all.size() && i < flags.size(); ++i) {
         record.push_back(MakeField({all[i], ""}, flags[i] == '1'));
@@ -114,7 +101,7 @@ Value SettingValue(const WireSetting& setting, std::string_view text) {
         case WireKind::kNumber:
             return NumberOrText(text);
         case WireKind::kEscapedText:
-            return List(text);
+            return EntriesOf(text);
         case WireKind::kText:
             break;
     }
@@ -123,6 +110,15 @@ Value SettingValue(const WireSetting& setting, std::string_view text) {
 }
 
 }  // namespace
+
+std::vector<std::string> EntriesOf(std::string_view escaped) {
+    std::vector<std::string> entries;
+    for (const std::string& line : LinesOf(Unescape(escaped).View())) {
+        std::string_view entry = TrimView(line);
+        if (!entry.empty()) entries.emplace_back(entry);
+    }
+    return entries;
+}
 
 std::string SnakeCase(std::string_view name) {
     auto isUpper = [](char c) { return c >= 'A' && c <= 'Z'; };
@@ -146,20 +142,24 @@ Record ReadInfo(const Answer& answer) {
     Record record;
     const std::vector<Pair> pairs = Pairs(answer);
     for (const Pair& pair : pairs) {
+        Value value;
         if (IsOneOf(kInfoTexts, pair.name)) {
-            record.push_back(MakeField(pair, std::string(pair.value)));
+            value = std::string(pair.value);
         } else if (IsOneOf(kInfoNumbers, pair.name)) {
-            record.push_back(MakeField(pair, NumberOrText(pair.value)));
+            value = NumberOrText(pair.value);
         } else if (IsOneOf(kInfoFlags, pair.name)) {
-            record.push_back(MakeField(pair, pair.value == "1"));
+            value = pair.value == "1";
+        } else {
+            continue;
         }
-        if (!record.empty()) record.back().inTable = IsOneOf(kInfoInTable, record.back().label);
+        bool inTable = IsOneOf(kInfoInTable, pair.name);
+        record.push_back({SnakeCase(pair.name), std::move(value), {}, inTable});
     }
     record.push_back({"system", ShortSystem(ValueOf(pairs, "RunningOS"))});
     for (const char* kind : {"tests", "actions"}) {
         std::string available = std::string("Available ") + kind;
         std::string enabled = std::string("Enabled ") + kind;
-        record.push_back({SnakeCase(available), List(ValueOf(pairs, available)), {}, false});
+        record.push_back({SnakeCase(available), EntriesOf(ValueOf(pairs, available)), {}, false});
         record.push_back({SnakeCase(enabled), Enabled(pairs, available, enabled), {}, false});
     }
     return record;

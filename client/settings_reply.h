@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/replies.h"
@@ -15,6 +16,9 @@ Record ReadInfo(const Answer& answer);
 // The fields of GetSettings: names as in the reply, and a flag for each test and each action under
 // its own name ("cpu_usage", labelled "CPU Usage"). The password is hidden.
 Record ReadSettings(const Answer& answer);
+
+// The entries of a list as it travels, without the blanks around them.
+std::vector<std::string> EntriesOf(std::string_view escaped);
 
 std::vector<std::string> InfoFieldNames();
 std::vector<std::string> SettingsFieldNames();

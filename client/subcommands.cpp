@@ -33,7 +33,7 @@ constexpr Subcommand kTable[] = {
      "run the local script FILE on the agent's host"},
     {"info", "", 0, 0, Scope::kAll, false, AskInfo, "show what the agent is and offers"},
     {"settings", "", 0, 0, Scope::kAll, false, ShowSettings,
-     "show the agent's settings, without the password"},
+     "show the agent's settings, without the password; of many hosts as with --fold"},
     {"set", "NAME=VALUE ...", 1, kAny, Scope::kSet, false, ChangeSettings,
      "change settings; names and values that the agent would not take are refused"},
     {"upgrade", "FILE", 1, 1, Scope::kUpgrade, false, UpgradeAgent,

@@ -194,6 +194,16 @@ size_t Distance(std::string_view a, std::string_view b) {
     return costs[a.size()][b.size()];
 }
 
+std::string HexText(std::span<const uint8_t> bytes) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (uint8_t byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+    }
+    return text;
+}
+
 std::string FormatBytes(double bytes) {
     static constexpr const char* kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
     size_t unit = 0;

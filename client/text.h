@@ -1,6 +1,7 @@
 // Text for people: sentences, and numbers without exponent in any locale.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <span>
 #include <string>
@@ -47,6 +48,9 @@ std::string HelpTable(std::span<const std::pair<std::string, std::string_view>> 
 
 // How many letters must be changed, added, left out or swapped to turn one word into the other.
 size_t Distance(std::string_view a, std::string_view b);
+
+// Bytes as small hexadecimal digits.
+std::string HexText(std::span<const uint8_t> bytes);
 
 // Bytes with the binary unit that suits them: "512 B", "1.5 GiB".
 std::string FormatBytes(double bytes);

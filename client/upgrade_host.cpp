@@ -129,8 +129,7 @@ UpgradeResult UpgradeHost(const Target& target, const UpgradeOrders& orders,
     }
     if (result.answer.code != "200") {
         result.kind = Kind::kRefused;
-        result.message = "the agent answered " + result.answer.code;
-        if (!result.answer.lines.empty()) result.message += ": " + result.answer.lines[0];
+        result.message = Complaint("UpgradeCode", result.answer);
         return result;
     }
     auto begin = Deadline::Clock::now();

@@ -112,13 +112,18 @@ TEST(Inventory, ReadsServiceDiscoveryJson) {
 TEST(Inventory, RefusesWhatItDoesNotUnderstand) {
     for (const char* text :
          {"web1:0", "web1:70000", "web1 group=a", "web1 addr=", "addr=1.2.3.4",
-          "web[1-2] addr=1.2.3.4", "web1 addr=a\nweb1 addr=b", "../../etc/passwd", "we\x1b[2Jb",
-          "..", "[{\"targets\":[1]}]", "[{\"labels\":{}}]",
+          "web[1-2] addr=1.2.3.4", "web1 web2 addr=1.2.3.4", "web1 addr=a\nweb1 addr=b",
+          "../../etc/passwd", "we\x1b[2Jb", "..", "[{\"targets\":[1]}]", "[{\"labels\":{}}]",
           "[{\"targets\":[\"a\"],\"labels\":{\"env\":1}}]", "{}", "[1"}) {
         std::string error;
         EXPECT_FALSE(FromText(text, error)) << text;
         EXPECT_TRUE(error.starts_with("the list of hosts: ")) << error;
     }
+}
+
+TEST(Inventory, AnEmptyListIsCalledThat) {
+    std::string error;
+    EXPECT_EQ(Show(FromText("# nobody yet\n", error)), "the list of hosts is empty");
 }
 
 TEST(Inventory, PasswordFilesAreReadWithCare) {

@@ -67,6 +67,9 @@ TEST(People, OneHostIsATableOrWhatIsAskedFor) {
     EXPECT_EQ(run("disk|/|--fields|free_bytes,host"), "FREE    HOST\n1000 B  127.0.0.1\n");
     EXPECT_EQ(run("-o|raw|disk"), "200\n  4000\n  1000\n   600\n3\n");
     EXPECT_EQ(ProgramRun(Words(agent.PortOption() + "|--fields|size|disk")).status, kWrongUsage);
+    FakeAgent quick({"200\n1\n1\n1\n0.3\n\r"});
+    EXPECT_EQ(ProgramRun(Words(quick.PortOption() + "|--fields|query_seconds|-o|csv|disk")).out,
+              "query_seconds\n0.0003\n");
 }
 
 TEST(People, FailuresHaveNamedFieldsToo) {
@@ -75,7 +78,9 @@ TEST(People, FailuresHaveNamedFieldsToo) {
     EXPECT_EQ(run.status, kReplyOther);
     EXPECT_EQ(WithoutTimes(run.out),
               "{\"host\":\"127.0.0.1\",\"status\":\"agent_code\",\"code\":301,TIME,"
-              "\"error\":\"the agent answered 301: No such file\"}\n");
+              "\"path\":\"/x\",\"error\":\"the agent answered 301: No such file\"}\n");
+    EXPECT_EQ(ProgramRun(Words(agent.PortOption() + "|age|/x")).err,
+              "zotq: /x: the agent answered 301: No such file\n");
     ProgramRun down(Words("-p|1|-o|json|disk"));
     EXPECT_EQ(down.status, kNoReply);
     EXPECT_NE(down.out.find("\"status\": \"connect_refused\",\n    \"code\": null"),
@@ -173,6 +178,57 @@ TEST_F(Fleet, EqualAnswersAreFolded) {
         Run("--diff|-x|web8|-o|ndjson|settings").out,
         "{\"hosts\":[\"web1\",\"web2\",\"db1\"],\"count\":3,\"status\":\"ok\",\"timeout\":4000}\n"
         "{\"hosts\":[\"web9\"],\"count\":1,\"status\":\"ok\",\"timeout\":8000}\n");
+}
+
+TEST_F(Fleet, WhatReadsEqualIsFoldedAndWhatIsTooWideToo) {
+    std::string tests, marks, expected = "web[1-2] (2)";
+    for (char c = 'A'; c < 'N'; ++c) {
+        tests += "Test " + std::string(1, c) + "%0D%0A";
+        marks += '1';
+        expected += (c == 'I' ? "\n            " : "") + ("  Test " + std::string(1, c)) + "=1";
+    }
+    FakeAgent wide({"200\nAvailable tests=" + tests + "\nEnabled tests=" + marks + "\n\r"});
+    FakeAgent more({"200\n4001\n1000\n600\n3\n\r"}), less({kSpace});
+    for (const char* name : {"web1", "web2"}) Add(name, wide);
+    Add("db1", more);
+    Add("db2", less);
+    EXPECT_EQ(Run("-H|web*|settings").out, expected + "\n");
+    EXPECT_EQ(Run("-H|db*|--fold|disk").out,
+              "db[1-2] (2)  path=/  size=3.9 KiB  used=83%  available=600 B\n");
+    EXPECT_EQ(Run("-H|db*|--diff|-o|ndjson|disk|--fields|size_bytes").out,
+              "{\"hosts\":[\"db1\"],\"count\":1,\"status\":\"ok\",\"size_bytes\":4001}\n"
+              "{\"hosts\":[\"db2\"],\"count\":1,\"status\":\"ok\",\"size_bytes\":4000}\n");
+    EXPECT_EQ(Run("--fold|-o|csv|disk").status, kWrongUsage);
+}
+
+TEST_F(Fleet, WhoWatchesSeesThatItGoesOn) {
+    FakeAgent silent(FakeAgent::Handler([](int fd, const std::string&, const std::string&) {
+        char byte = 0;
+        recv(fd, &byte, 1, 0);
+    }));
+    Add("web1", silent);
+    AddDown("web2");
+    std::string hosts = dir_.Write("hosts", list_);
+    ProgramRun run(Words("-t1|--hosts|" + hosts + "|status"), Environment{}, "", true);
+    EXPECT_EQ(run.status, kNoReply);
+    EXPECT_NE(run.err.find("\r\x1b[K1/2 hosts, 1 failed, at most 1 s left"), std::string::npos)
+        << run.err;
+    EXPECT_NE(run.err.find("\r\x1b[K2 hosts: 0 ok"), std::string::npos) << run.err;
+}
+
+TEST_F(Fleet, TheUsualListHasThePasswordOfASingleHost) {
+    FakeAgent agent({"200\n9.5\n\r"});
+    Add("web1", agent);
+    Environment environment;
+    std::string hosts = dir_.Write("hosts", list_);
+    environment.hosts = hosts.c_str();
+    EXPECT_EQ(ProgramRun({"-H", "web1", "cpu"}, environment).status, kReplyOk);
+    EXPECT_EQ(ProgramRun({"-H", "web1", "--plugin", "cpu"}, environment).status, 0);
+    EXPECT_NE(ProgramRun({"-H", "web2", "cpu"}, environment).err.find("web2 is not in "),
+              std::string::npos);
+    dir_.Write("hosts", "web1:x\n");
+    EXPECT_NE(ProgramRun({"-H", "web1", "cpu"}, environment).err.find("line 1: not a port"),
+              std::string::npos);
 }
 
 TEST(Rollout, BatchesArePlanned) {

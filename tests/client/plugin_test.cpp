@@ -61,6 +61,8 @@ TEST(Plugin, EachCheckJudgesTheReply) {
          "CPU UNKNOWN - the agent answered 600: test is / not allowed\n"},
         {"cpu", "200\n", kUnknown, "CPU UNKNOWN - the agent's reply is too short\n"},
         {"tcp|db|5432", "301\nTimeout\n0\n", kCritical, "TCP CRITICAL - db port 5432: Timeout\n"},
+        {"tcp|db|1", "301\nOperation now in progress\n-6\n", kCritical,
+         "TCP CRITICAL - db port 1: connecting failed (Operation now in progress)\n"},
     };
     for (const Case& c : cases) {
         PluginRun run(c.reply, c.line);

@@ -62,11 +62,12 @@ TEST(Probe, ProcessesAreCountedWithoutTheQuestion) {
                           "/usr/bin/zotq --plugin process sshd%0D%0A"
                           "sh -c /usr/bin/zotq --plugin process sshd%0D%0A"
                           "sh -c -- /usr/sbin/zot_proclist.sh 1>/sshd%0D%0Avi sshd_config%0D%0A"
-                          "ps -A -ww -o args=%0D%0A"}};
+                          "ps -A -ww -o args=%0D%0Acut -b 1-500%0D%0Acheck_zot sshd cut%0D%0A"}};
     for (const auto& [name, count] :
          {std::pair("sshd", "200 3"), std::pair("=sshd", "200 2"), std::pair("=vi", "200 1"),
-          std::pair("ps -A", "200 0"), std::pair("nosuch", "200 0"), std::pair("=zotq", "200 1")}) {
-        ProcessProbe probe(name, "");
+          std::pair("ps -A", "200 0"), std::pair("cut", "200 0"), std::pair("nosuch", "200 0"),
+          std::pair("=zotq", "200 1")}) {
+        ProcessProbe probe(name, "check_zot sshd cut");
         EXPECT_EQ(Follow(probe, {{"GetProcessesList", list}}), count) << name;
     }
 }

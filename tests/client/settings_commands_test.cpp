@@ -28,6 +28,10 @@ TEST(Settings, AreShownForPeople) {
     run = ProgramRun({agent.PortOption(), "--json", "settings"});
     EXPECT_NE(run.out.find("\"Password=********\""), std::string::npos);
     EXPECT_EQ(run.out.find("topsecret"), std::string::npos);
+    run = ProgramRun({agent.PortOption(), "-o", "raw", "settings"});
+    EXPECT_EQ(run.out.find("topsecret"), std::string::npos);
+    run = ProgramRun(Words(agent.PortOption() + "|--show-password|--fields|password|settings"));
+    EXPECT_EQ(run.out, "Password\ntopsecret\n");
 
     FakeAgent refusing({"600\nOperation is not allowed\n\r"});
     run = ProgramRun({refusing.PortOption(), "settings"});
@@ -66,10 +70,10 @@ TEST(Settings, WhatTheAgentWouldIgnoreIsRefused) {
          {Case{"port=5", "no setting with the name port; there are: Comment, Port, "},
           Case{"Shell Script=1", "no setting"}, Case{"=1", "no setting"}, Case{"TCP", "NAME=VALUE"},
           Case{"TCP=yes", "must be 0 or 1"}, Case{"TCP=", "must be 0 or 1"},
-          Case{"TCP=01", "must be 0 or 1"}, Case{"Port=0", "is no port"},
-          Case{"Port=65536", "is no port"}, Case{"Timeout=5s", "whole number"},
+          Case{"TCP=01", "must be 0 or 1"}, Case{"Port=0", "must be 1 to 65535"},
+          Case{"Port=65536", "must be 1 to 65535"}, Case{"Timeout=5s", "whole number"},
           Case{"Timeout=2147483648", "whole number"}, Case{"Comment=a\nTCP=0", "no line break"},
-          Case{"Password=", "must not be empty"}, Case{"Port=", "is no port"},
+          Case{"Password=", "must not be empty"}, Case{"Port=", "must be 1 to 65535"},
           Case{"Password=secret", "others can see"}, Case{"Password=@/no/such", "cannot read"}}) {
         ProgramRun run({agent.PortOption(), "set", "UDP=1", c.word});
         EXPECT_EQ(run.status, kWrongUsage) << c.word;
@@ -106,7 +110,7 @@ TEST(Settings, WhoeverAsksIsNotLockedOut) {
         {"IPFilterAddr=127.0.0.1%0D%0A10.0.0.0/8", "takes addresses only, not 10.0.0.0/8"},
         {"IPFilterAddr=127.0.0.1%0D%0A10.0.0.", "takes addresses only, not 10.0.0."},
         {"ManageAddr=10.0.0.0-10.0.0.9", "would no longer name 127.0.0.1"},
-        {"ManageAddr=127.0.0.1,10.0.0.0/24", "Illegal character (/)"},
+        {"ManageAddr=127.0.0.1,10.0.0.0/24", "takes ranges such as"},
         {"AllowRManage=0", "ends remote management"},
         {"IPFilterAddr=127.0.0.10", ""},  // the agent compares text
         {"IPFilterAddr=10.0.0.1|IPFiltering=0", ""},
@@ -133,7 +137,7 @@ TEST(Settings, ADryRunShowsWhatWouldChange) {
     EXPECT_EQ(run.out,
               "SETTING   NOW       THEN\n"
               "Timeout   4000      8000\n"
-              "Password  ********  ********\n");
+              "Password  ********  a new one\n");
     EXPECT_FALSE(agent.Took());
 }
 
