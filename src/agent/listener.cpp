@@ -96,18 +96,41 @@ void Listener::HandleRequests() {
     reloadDue_ = TakeHangup() || reloadDue_;
     if (reloadDue_) ReloadConfig();
     if (front_.HasFailed()) std::exit(kExitListen);
-    if (control.terminateRequest.load()) {
-        services_.log.WriteLogText(LogKind::kStatus, 0,
-                                   "Terminate request received. Terminating..\n");
-        EndLooseEnds();
-        pidFile_.Remove();
-        std::exit(0);
-    }
-    if (control.reloadRequest.exchange(false)) Restart();
-    if (control.upgradeRequest.exchange(false)) Upgrade();
+    if (control.terminateRequest.load()) Terminate();
+    if (control.reloadRequest.load() || control.upgradeRequest.load()) Replace();
     if (mustReopen_) Reopen();
-    if (!failedPort_ && services_.settings.Snapshot()->port != openPort_) SwitchPort();
+    SettlePort();
+}
+
+void Listener::Terminate() {
+    services_.log.WriteLogText(LogKind::kStatus, 0, "Terminate request received. Terminating..\n");
+    EndLooseEnds();
+    SettlePort();
+    pidFile_.Remove();
+    std::exit(0);
+}
+
+// The next program starts with what the file says. A port that was set a moment ago and cannot be
+// opened would end it, so it is tried first, after the last change of the settings.
+void Listener::Replace() {
+    AgentControl& control = services_.control;
+    HoldLooseEnds();
+    SettlePort();
+    if (PortIsSettled()) {
+        if (control.reloadRequest.exchange(false)) Restart();
+        if (control.upgradeRequest.exchange(false)) Upgrade();
+    }
+    AllowLooseEnds();
+}
+
+// The port of the settings becomes the open one, or the other way round.
+void Listener::SettlePort() {
+    if (!failedPort_ && !PortIsSettled()) SwitchPort();
     if (failedPort_) ReturnToOpenPort();
+}
+
+bool Listener::PortIsSettled() const {
+    return !failedPort_ && services_.settings.Snapshot()->port == openPort_;
 }
 
 // Never waits for a request that is changing the settings; the next pass tries again.

@@ -37,11 +37,15 @@ class Listener {
 
   private:
     void HandleRequests();
+    [[noreturn]] void Terminate();
+    void Replace();
     void WaitForWork();
     void ReloadConfig();
     void Restart();
     void Upgrade();
     void Reopen();
+    void SettlePort();
+    bool PortIsSettled() const;
     void SwitchPort();
     void ReturnToOpenPort();
     bool RestorePort();

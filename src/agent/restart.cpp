@@ -24,7 +24,6 @@ void RestartProgram(AgentServices& services, const StartArguments& arguments, Un
     std::fflush(nullptr);
     ExecuteImage(path.Terminate(), arguments.argv,
                  reserve ? environment.Variables() : arguments.envp);
-    AllowLooseEnds();
 }
 
 void RunUpgrade(AgentServices& services, const StartArguments& arguments, UpgradeOrder& order,
@@ -40,7 +39,6 @@ void RunUpgrade(AgentServices& services, const StartArguments& arguments, Upgrad
     }
     unlink(order.modulePath.Terminate());
     unlink(order.scriptPath.Terminate());
-    AllowLooseEnds();
 }
 
 }  // namespace zot

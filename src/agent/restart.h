@@ -1,5 +1,6 @@
 // The two ways in which the agent replaces itself with another program: a restart, and the script
-// of an upgrade. Both first end what requests have started.
+// of an upgrade. Both first end what requests have started, and nothing new is created until the
+// caller allows it.
 #pragma once
 
 #include "agent/agent_control.h"

@@ -111,10 +111,15 @@ void ForgetFile(std::string_view path) noexcept {
     if (found != ends.files.end()) ends.files.erase(found);
 }
 
-void EndLooseEnds() {
+void HoldLooseEnds() {
     Lock lock(looseEndsMutex);
     ends.ending = true;
     ends.changed.wait_for(lock, kPatience, [] { return ends.making == 0; });
+}
+
+void EndLooseEnds() {
+    HoldLooseEnds();
+    Lock lock(looseEndsMutex);
     for (pid_t child : ends.children) {
         kill(child, SIGKILL);
         kill(-child, SIGKILL);

@@ -9,8 +9,9 @@
 
 namespace zot {
 
-// Held while a child or a file is created and registered. While the agent is ending nothing new is
-// created: the constructor blocks its thread until the process is gone, or until the agent goes on.
+// Held while a child or a file is created and registered, and while anything else goes on that must
+// be done whole or not at all. While the agent is ending nothing new is created: the constructor
+// blocks its thread until the process is gone, or until the agent goes on.
 class Making {
   public:
     Making();
@@ -51,8 +52,10 @@ bool ReapUnlessWatched(pid_t pid);
 void RememberFile(std::string_view path);
 void ForgetFile(std::string_view path) noexcept;
 
-// Kills the children, removes the files and lets nothing new be created. Waits a moment for threads
-// in the middle of something, so that they can clean up after themselves.
+// Lets nothing new be created, and waits a moment until what is just being created is complete.
+void HoldLooseEnds();
+// Likewise, and kills the children and removes the files. Waits a moment for threads in the middle
+// of something, so that they can clean up after themselves.
 void EndLooseEnds();
 // Allows new ones again: the agent goes on after all.
 void AllowLooseEnds();

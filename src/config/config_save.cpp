@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "base/files.h"
+#include "base/loose_ends.h"
 #include "base/owners.h"
 #include "base/vystring.h"
 #include "config/config_file.h"
@@ -237,6 +238,8 @@ bool Fail(VyString& errorText, std::string_view what, std::string_view path) {
 
 bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettings&)>& change,
                       VyString& errorText) {
+    // The end of the agent leaves no half of it behind.
+    Making making;
     return store.Change([&](AgentSettings& settings) {
         if (!settings.loadError.Empty()) {
             errorText = VyString::Concat("Settings cannot be saved before they are loaded again: ",

@@ -70,6 +70,22 @@ TEST(Management, ThePortMovesOrComesBack) {
               1u);
 }
 
+// The next program would start with what the file says.
+TEST(Management, APortThatCannotBeOpenedOutlivesNoProgram) {
+    for (const char* command : {"ReloadApp", "QUIT"}) {
+        AgentProcess agent({.arguments = {"-d"}});
+        agent.Ask("GetInfo");
+        EXPECT_EQ(agent.Ask("SetSettings", {"Port=70000"}).code, "200");
+        EXPECT_EQ(agent.Ask(command).code, "200");
+        if (std::string_view(command) == "ReloadApp") {
+            EXPECT_TRUE(WaitUntil([&] { return Answers(agent.Target(), "OpenedConnections=1"); }));
+        } else {
+            EXPECT_TRUE(agent.WaitForDaemonEnd());
+        }
+        EXPECT_EQ(Count(ReadFile(agent.ConfigPath()), "port=" + std::to_string(agent.Port())), 1u);
+    }
+}
+
 TEST(Management, ARestartKeepsArgumentsAndNothingElse) {
     AgentProcess agent;
     pid_t pid = agent.Pid();
