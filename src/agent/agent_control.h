@@ -20,6 +20,8 @@ namespace zot {
 
 class AgentControl {
   public:
+    explicit AgentControl(Log& log) : auditLog(log) {}
+
     std::atomic<bool> terminateRequest{false};
     std::atomic<bool> reloadRequest{false};
     std::atomic<bool> upgradeRequest{false};

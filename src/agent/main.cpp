@@ -107,7 +107,7 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     // These live in a frame that exit() does not unwind: sessions use them to the end.
     zot::SettingsStore store;
     zot::Log log(store);
-    zot::AgentControl control;
+    zot::AgentControl control(log);
     zot::ConnectionCounters counters;
     zot::AgentServices services = {store, log, control, counters};
     zot::PidFile pidFile;

@@ -1,15 +1,18 @@
 #include "config/audit_log.h"
 
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <functional>
 
-#include "config/log.h"
+#include "base/platform/system.h"
 #include "config/log_file.h"
 
 namespace zot {
@@ -44,7 +47,7 @@ VyString CommandOf(std::string_view request) {
 
 }  // namespace
 
-AuditLog::AuditLog() : AuditLog(_PATH_LOG) {}
+AuditLog::AuditLog(Log& log) : AuditLog(log, _PATH_LOG) {}
 
 void AuditLog::NoteRequest(const AgentSettings& settings, uint32_t address,
                            std::string_view request, std::string_view status,
@@ -112,27 +115,41 @@ void AuditLog::Write(const AgentSettings& settings, uint32_t address, std::strin
         std::strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &local);
         std::snprintf(line, sizeof line, "<%d>%s zot[%d]: %s %.*s", LOG_DAEMON | LOG_INFO, stamp,
                       static_cast<int>(getpid()), from, size, text.data());
-        Send(line);
+        TellIfBroken(settings.auditLog, Send(line));
     } else {
         // In the form in which the lines of the other logs begin.
         std::strftime(stamp, sizeof stamp, "%m/%d/%Y %H:%M:%S", &local);
         std::snprintf(line, sizeof line, "[%s]\t %s\t %.*s\n", stamp, from, size, text.data());
-        AppendLogLine(settings, settings.auditLog, line);
+        const std::string_view whole = line;
+        const iovec part = {line, whole.size()};
+        TellIfBroken(settings.auditLog, AppendToLog(settings, settings.auditLog, {&part, 1}));
     }
 }
 
+// Of each log once, until it could be written again.
+void AuditLog::TellIfBroken(std::string_view path, int error) {
+    const size_t name = error == 0 ? 0 : std::hash<std::string_view>()(path);
+    if (toldOf_.exchange(name) == name || name == 0) return;
+    char reason[256];
+    SystemErrorText(error, reason, sizeof reason);
+    log_.WriteLog(LogKind::kFailure, 0, "Cannot write log %.*s: %s\n",
+                  static_cast<int>(path.size()), path.data(), reason);
+}
+
 // Not syslog(): when the system's log is slow, that waits, and with it every thread that has a
-// line.
-void AuditLog::Send(std::string_view text) {
+// line. Lines that it cannot take at the moment are lost. Returns the errno of a log that takes
+// nothing at all, else 0.
+int AuditLog::Send(std::string_view text) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string_view path = systemLog_;
-    if (path.size() >= sizeof address.sun_path) return;
+    if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
     path.copy(address.sun_path, path.size());
     std::lock_guard<std::mutex> lock(systemLogMutex_);
     if (!socket_) socket_.Reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sendto(socket_.Get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-           reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const bool sent = sendto(socket_.Get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                             reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0;
+    return sent || errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS ? 0 : errno;
 }
 
 }  // namespace zot

@@ -6,6 +6,8 @@
 // rest are counted in one line. The number of addresses that are told apart is bounded.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <string_view>
@@ -13,15 +15,16 @@
 
 #include "base/owners.h"
 #include "base/vystring.h"
+#include "config/log.h"
 #include "config/settings.h"
 
 namespace zot {
 
 class AuditLog {
   public:
-    // Uses the standard socket of the system's log.
-    AuditLog();
-    explicit AuditLog(std::string_view systemLog) : systemLog_(systemLog) {}
+    // Tells `log` when it cannot write. Uses the standard socket of the system's log.
+    explicit AuditLog(Log& log);
+    AuditLog(Log& log, std::string_view systemLog) : log_(log), systemLog_(systemLog) {}
 
     // Notes what a peer (IPv4, network byte order) asked, by the first line of its request, the
     // status of the answer and how many milliseconds it took.
@@ -42,10 +45,13 @@ class AuditLog {
     Stranger& FindOrAdd(uint32_t address, int64_t now);
     void WriteCount(const AgentSettings& settings, const Stranger& stranger);
     void Write(const AgentSettings& settings, uint32_t address, std::string_view text);
-    void Send(std::string_view text);
+    int Send(std::string_view text);
+    void TellIfBroken(std::string_view path, int error);
 
+    Log& log_;
     const VyString systemLog_;
-    std::mutex strangersMutex_;  // guards what follows
+    std::atomic<size_t> toldOf_{0};  // the broken log, hashed, or 0
+    std::mutex strangersMutex_;      // guards what follows
     std::vector<Stranger> strangers_;
     std::mutex systemLogMutex_;  // guards the making of the socket
     UniqueFd socket_;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "tests/support/agent_process.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -23,15 +24,14 @@ class AuditLogTest : public testing::Test {
         return std::count(text.begin(), text.end(), '\n');
     }
     int64_t Count(const std::string& text) const {
-        int64_t count = 0;
-        const std::string all = Written();
-        for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; ++at) ++count;
-        return count;
+        return static_cast<int64_t>(test::Count(Written(), text));
     }
 
     test::TempDir dir_;
     AgentSettings settings_;
-    AuditLog log_;
+    SettingsStore store_;
+    Log failures_{store_};
+    AuditLog log_{failures_};
 };
 
 TEST_F(AuditLogTest, TenLinesAMinuteForEachAddressAndTheRestInOne) {
@@ -64,7 +64,7 @@ TEST_F(AuditLogTest, GoesToTheSystemsLogWithoutWaiting) {
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     UniqueFd receiver(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(receiver.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    AuditLog log(path);
+    AuditLog log(failures_, path);
     settings_.auditLog = "syslog";
     // More than fit into the receiver's queue: the rest is lost.
     for (int i = 0; i < 2000; ++i) {
@@ -76,6 +76,25 @@ TEST_F(AuditLogTest, GoesToTheSystemsLogWithoutWaiting) {
     const std::string text(line, static_cast<size_t>(size));
     EXPECT_TRUE(text.starts_with("<30>")) << text;
     EXPECT_TRUE(text.ends_with("]: 192.0.2.1 GetInfo 200 3 ms")) << text;
+}
+
+TEST_F(AuditLogTest, WhatCannotBeWrittenIsToldOnce) {
+    store_.Change([this](AgentSettings& settings) {
+        settings.logFails = true;
+        settings.badLogFile = dir_ / "bad";
+        return true;
+    });
+    auto told = [&](const std::string& path, const char* reason) {
+        settings_.auditLog = path;
+        AuditLog log(failures_, dir_ / "no log");
+        for (int i = 0; i < 3; ++i) log.NoteRequest(settings_, 0, "GetInfo", "200", 0);
+        const std::string text = test::ReadFile(dir_ / "bad");
+        const std::string line = "\t Cannot write log " + path + ": " + reason + "\n";
+        return test::Count(text, line);
+    };
+    EXPECT_EQ(told(dir_ / "none/audit", "No such file or directory"), 1u);
+    EXPECT_EQ(told(dir_.Path(), "Is a directory"), 1u);
+    EXPECT_EQ(told("syslog", "No such file or directory"), 1u);
 }
 
 }  // namespace
