@@ -261,8 +261,8 @@ std::string AgentProcess::Info(const std::string& name) const {
     return "(none)";
 }
 
-bool AgentProcess::IsAlone() const {
-    return WaitUntil([this] { return Info("ActiveConnections") == "1"; });
+bool AgentProcess::IsAlone(std::chrono::milliseconds limit) const {
+    return WaitUntil([this] { return Info("ActiveConnections") == "1"; }, limit);
 }
 
 std::string AgentProcess::Packet(const char* key, std::string_view request) const {

@@ -92,7 +92,7 @@ class AgentProcess {
     // The value of a line of GetInfo; "(none)" without one.
     std::string Info(const std::string& name) const;
     // Waits until every other session has ended.
-    bool IsAlone() const;
+    bool IsAlone(std::chrono::milliseconds limit = kPatience) const;
     // A packet with the agent's password.
     std::string Packet(const char* key, std::string_view request) const;
     // An open connection to the agent; throws when it cannot be had.

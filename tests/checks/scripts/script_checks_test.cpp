@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -231,7 +230,7 @@ TEST_F(ProductScripts, CountsTextInCommandLines) {
                   "sh " + dir_.Write("start", sleeper + " 'one  [x]* $y é\\b' & echo $! >" +
                                                   (dir_ / "a") + "\n" + sleeper +
                                                   " 'one .' & echo $! >" + (dir_ / "b") + "\n"),
-                  {}, dir_.Path(), 9000, code, error),
+                  {}, dir_.Path(), 60000, code, error),
               1);
     EXPECT_EQ(Count(sleeper), "200\n2\n");
     EXPECT_EQ(Count("'" + sleeper + " one'"), "200\n2\n");
@@ -241,14 +240,10 @@ TEST_F(ProductScripts, CountsTextInCommandLines) {
     EXPECT_EQ(Count("'" + sleeper + " one .*'"), "200\n0\n");
     for (const char* name : {"zot_proccnt", "'ZOT_NAME'"}) EXPECT_EQ(Count(name), "200\n0\n");
 
-    auto start = std::chrono::steady_clock::now();
-    Count("x");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
-
     EXPECT_NE(Ask(GetProcessesList, "").find(sleeper + " one .%0D%0A"), std::string::npos);
     std::string kill = "kill -9 " + test::ReadFile(dir_ / "a") + " " + test::ReadFile(dir_ / "b");
     for (char& c : kill) c = c == '\n' ? ' ' : c;
-    RunProcessQuiet(kill, {}, dir_.Path(), 9000, code, error);
+    RunProcessQuiet(kill, {}, dir_.Path(), 60000, code, error);
 }
 
 TEST_F(ProductScripts, TheListHasNothingOfItsOwn) {
