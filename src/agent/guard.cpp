@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,15 +31,17 @@ namespace {
 
 constexpr char kTitle[] = "zot-upgrade-guard ";  // followed by the configuration file
 constexpr char kKeptSuffix[] = ".previous";
+constexpr char kLockSuffix[] = ".upgrading";
 constexpr int64_t kPatienceMs = 30000;
 constexpr timespec kPause = {0, 20L * 1000 * 1000};
 
-// How often the guard looks. It watches for the copy closely, because an agent that takes no
-// hand-over must find its port free a moment later. Then it looks for the new agent with
-// connections.
-constexpr int kCopyIntervalMs = 2;
-constexpr int kProbeIntervalMs = 20;
+// How often the guard looks. An agent that takes no hand-over must find its port free a moment
+// after the copy, and may listen for a moment only. Where there should be a pid file the guard
+// connects only once the agent has had time to write it.
+constexpr int kShortIntervalMs = 1;
+constexpr int kSearchIntervalMs = 20;
 constexpr int kLongIntervalMs = 1000;
+constexpr int kPidFileMs = 2000;
 
 volatile sig_atomic_t stopped = 0;
 void OnStop(int) { stopped = 1; }
@@ -115,8 +116,7 @@ UpgradeGuard::UpgradeGuard(AgentServices& services, const StartArguments& argume
       reserve_(reserve.Get()),
       program_(settings_->agentPath.View()),
       kept_(program_ + kKeptSuffix),
-      module_(order.modulePath.View()),
-      script_(order.scriptPath.View()),
+      lockPath_(program_ + kLockSuffix),
       title_(std::string(kTitle) + settings_->configPath) {
     NextStart next = ReadNextStart(*settings_, arguments.port);
     address_ = AddressOf(next);
@@ -132,10 +132,14 @@ bool UpgradeGuard::Start() {
     ear_.Reset(ends[0]);
     mouth_.Reset(ends[1]);
     environment_.emplace(arguments_.envp, -1, mouth_.Get());
-    takesOver_ = TakesHandOver(module_.c_str());
+    takesOver_ = TakesHandOver(order_.modulePath.c_str());
     oldTakesOver_ = TakesHandOver(program_.c_str());
     CopyArguments();
-    if (!KeepOld()) return false;
+    if (!Lock()) return false;
+    if (!KeepOld()) {
+        LetGo();
+        return false;
+    }
     deadline_ = MonotonicMs() + kPatienceMs;
     sigset_t all;
     sigset_t before;
@@ -145,7 +149,7 @@ bool UpgradeGuard::Start() {
     if (pid_ == 0) Run();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (pid_ < 0) {
-        unlink(kept_.c_str());
+        LetGo();
         return false;
     }
     LeaveOpen(mouth_.Get());
@@ -156,33 +160,33 @@ void UpgradeGuard::CallOff() {
     kill(pid_, SIGKILL);
     while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
+    LetGo();
+}
+
+// False while another guard keeps a file of the same executable; one that is about to end is waited
+// for.
+bool UpgradeGuard::Lock() {
+    constexpr int kTries = 50;
+    for (int i = 0; i < kTries && !lock_; ++i) {
+        if (i > 0) nanosleep(&kPause, nullptr);
+        lock_ = CreateLocked(lockPath_.c_str());
+    }
+    return static_cast<bool>(lock_);
+}
+
+void UpgradeGuard::LetGo() const noexcept {
     unlink(kept_.c_str());
+    unlink(lockPath_.c_str());
 }
 
 // Gives the old executable a second name, or makes a copy where links are not possible.
 bool UpgradeGuard::KeepOld() {
     struct stat ignored {};
     if (lstat(program_.c_str(), &ignored) != 0) return errno == ENOENT;
-    if (!LockKept()) return false;
     unlink(kept_.c_str());
     hadOld_ = stat(program_.c_str(), &old_) == 0;
-    if (linkat(AT_FDCWD, program_.c_str(), AT_FDCWD, kept_.c_str(), 0) != 0 && !CopyOld()) {
-        unlink(kept_.c_str());
-        return false;
-    }
-    return hadOld_ && LockKept();
-}
-
-// False while another guard holds what it has kept; waits for one that is about to end.
-bool UpgradeGuard::LockKept() {
-    constexpr int kTries = 50;
-    keptLock_.Reset(open(kept_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!keptLock_) return true;
-    for (int i = 0; i < kTries; ++i) {
-        if (flock(keptLock_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
-        nanosleep(&kPause, nullptr);
-    }
-    return false;
+    return hadOld_ &&
+           (linkat(AT_FDCWD, program_.c_str(), AT_FDCWD, kept_.c_str(), 0) == 0 || CopyOld());
 }
 
 bool UpgradeGuard::CopyOld() {
@@ -210,22 +214,22 @@ void UpgradeGuard::CopyArguments() {
 
 void UpgradeGuard::Run() noexcept {
     Isolate();
-    if (!AwaitNewAgent()) {
+    if (AwaitNewAgent()) {
+        AfterCopy();
+        unlink(kept_.c_str());
+    } else {
         EndWhatWasStarted();
         PutBack();
-        unlink(module_.c_str());
-        unlink(script_.c_str());
+        order_.RemoveFiles();
         if (stopped == 0) StartPrevious();
-        _exit(0);
     }
-    AfterCopy();
-    unlink(kept_.c_str());
+    unlink(lockPath_.c_str());
     _exit(0);
 }
 
 // Keeps nothing of the agent's but the standard streams and the guard's own descriptors.
 void UpgradeGuard::Isolate() noexcept {
-    const int own[] = {ear_.Get(), reserve_, keptLock_.Get(), order_.module.Get()};
+    const int own[] = {ear_.Get(), reserve_, lock_.Get(), order_.module.Get(), order_.script.Get()};
     CloseInheritedDescriptors(own);
     for (int i = 1; i < NSIG; ++i) SetHandler(i, SIG_DFL);
     SetHandler(SIGTERM, OnStop);
@@ -240,27 +244,32 @@ void UpgradeGuard::Isolate() noexcept {
 
 // Returns whether the new agent listens.
 bool UpgradeGuard::AwaitNewAgent() noexcept {
-    int64_t nextProbe = 0;
-    while (stopped == 0) {
-        int64_t now = MonotonicMs();
-        if (now >= deadline_) return false;
-        const int probeInterval = takesOver_ ? kLongIntervalMs : kProbeIntervalMs;
-        pollfd ear = {ear_.Get(), POLLIN, 0};
-        int ready = poll(&ear, 1, copied_ ? kProbeIntervalMs : kCopyIntervalMs);
-        if (ready > 0) {
+    bool pipeEnded = false;
+    while (stopped == 0 && MonotonicMs() < deadline_) {
+        pollfd ear = {pipeEnded ? -1 : ear_.Get(), POLLIN, 0};
+        if (poll(&ear, 1, LookInterval(pipeEnded)) > 0) {
             char word;
-            return read(ear_.Get(), &word, 1) == 1 || Listens();
+            if (read(ear_.Get(), &word, 1) == 1) return true;
+            pipeEnded = true;
         }
-        if (!copied_ && access(module_.c_str(), F_OK) != 0) {
-            AfterCopy();
-            nextProbe = takesOver_ ? now + kLongIntervalMs : now;
+        if (pipeEnded || !LeadsTo(order_.modulePath.c_str(), order_.module.Get())) AfterCopy();
+        if (pipeEnded && !MayStillListen()) {
+            if (pidFile_.empty()) nextProbe_ = 0;
+            return Listens();
         }
-        if (copied_ && now >= nextProbe) {
-            if (Listens()) return true;
-            nextProbe = now + probeInterval;
-        }
+        if (copied_ && Listens()) return true;
     }
     return false;
+}
+
+int UpgradeGuard::LookInterval(bool pipeEnded) const noexcept {
+    if (!copied_ || (!takesOver_ && !pipeEnded)) return kShortIntervalMs;
+    return takesOver_ ? kLongIntervalMs : kSearchIntervalMs;
+}
+
+// Whether an agent that has closed the pipe, not knowing what it is for, may still come to listen.
+bool UpgradeGuard::MayStillListen() const noexcept {
+    return !takesOver_ && SignalProcessesWith(environment_->Entry(), 0) > 0;
 }
 
 // The new executable is in place: it gets the old one's owner and mode. An agent that takes no
@@ -268,6 +277,8 @@ bool UpgradeGuard::AwaitNewAgent() noexcept {
 void UpgradeGuard::AfterCopy() noexcept {
     if (copied_) return;
     copied_ = true;
+    const int64_t delay = pidFile_.empty() ? 0 : kPidFileMs;
+    nextProbe_ = MonotonicMs() + (takesOver_ ? kLongIntervalMs : delay);
     if (!takesOver_) DropReserve();
     if (!hadOld_) return;
     [[maybe_unused]] int given =
@@ -280,8 +291,12 @@ void UpgradeGuard::DropReserve() noexcept {
     holdsReserve_ = false;
 }
 
-bool UpgradeGuard::Listens() const noexcept {
-    return pidFile_.empty() ? Answers() : HoldsPidFile();
+bool UpgradeGuard::Listens() noexcept {
+    if (!pidFile_.empty() && HoldsPidFile()) return true;
+    const int64_t now = MonotonicMs();
+    if (now < nextProbe_) return false;
+    nextProbe_ = now + (pidFile_.empty() && !takesOver_ ? 0 : kLongIntervalMs);
+    return Answers();
 }
 
 // Whether an agent has locked the pid file, which it does once it listens.
@@ -324,7 +339,7 @@ bool UpgradeGuard::Answers() const noexcept {
 // Ends the script and everything that it started.
 void UpgradeGuard::EndWhatWasStarted() const noexcept {
     constexpr int kTries = 100;
-    for (int i = 0; i < kTries && KillProcessesWith(environment_->Entry()) != 0; ++i) {
+    for (int i = 0; i < kTries && SignalProcessesWith(environment_->Entry(), SIGKILL) != 0; ++i) {
         nanosleep(&kPause, nullptr);
     }
 }

@@ -3,8 +3,8 @@
 //
 // It learns what happens to the script from a pipe, of which everything that the script starts
 // holds an end: a byte says that the new agent listens, the end of the pipe that nothing is left.
-// An agent too old to know of guards says nothing, so the guard also looks at its pid file or,
-// where there is none, tries to connect.
+// An agent too old to know of guards says nothing and may close the pipe early, so the guard also
+// looks at its pid file or, where there is none, tries to connect.
 #pragma once
 
 #include <netinet/in.h>
@@ -28,8 +28,7 @@ namespace zot {
 
 class UpgradeGuard {
   public:
-    // `module` is what the script will install; `reserve` holds the agent's port, if it could be
-    // reserved.
+    // `reserve` holds the agent's port, if it could be reserved.
     UpgradeGuard(AgentServices& services, const StartArguments& arguments, UpgradeOrder& order,
                  const UniqueFd& reserve);
     UpgradeGuard(const UpgradeGuard&) = delete;
@@ -44,16 +43,19 @@ class UpgradeGuard {
     void CallOff();
 
   private:
+    bool Lock();
     bool KeepOld();
-    bool LockKept();
     bool CopyOld();
+    void LetGo() const noexcept;
     void CopyArguments();
     [[noreturn]] void Run() noexcept;
     void Isolate() noexcept;
     bool AwaitNewAgent() noexcept;
+    int LookInterval(bool pipeEnded) const noexcept;
+    bool MayStillListen() const noexcept;
     void AfterCopy() noexcept;
     void DropReserve() noexcept;
-    bool Listens() const noexcept;
+    bool Listens() noexcept;
     bool HoldsPidFile() const noexcept;
     bool Answers() const noexcept;
     void EndWhatWasStarted() const noexcept;
@@ -67,16 +69,17 @@ class UpgradeGuard {
     const int reserve_;  // its number; -1 for none
     bool holdsReserve_ = false;
 
-    std::string program_, kept_, module_, script_, title_;
+    std::string program_, kept_, lockPath_, title_;
     std::string pidFile_;  // of the new agent; empty if it will have none
     struct stat old_ {};
     bool hadOld_ = false;
     int64_t deadline_ = 0;          // on the clock of MonotonicMs
+    int64_t nextProbe_ = 0;         // with a connection
     bool copied_ = false;           // the script has put the new executable in place
     bool takesOver_ = false;        // the new agent takes a hand-over
     sockaddr_in address_{};         // where the new agent will listen
     sockaddr_in reserveAddress_{};  // where the old one listened
-    UniqueFd keptLock_;
+    UniqueFd lock_;  // on a file of its own: anybody who may read the executable could lock that
     UniqueFd ear_;
     UniqueFd mouth_;
     std::optional<HandOverEnvironment> environment_;  // for the script

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "base/children.h"
 #include "base/files.h"
@@ -60,13 +61,17 @@ HandOver::HandOver(char** envp) {
         reserve_ = Inherit(reserve, S_IFSOCK);
         guard_ = Inherit(guard, S_IFIFO);
         expected_ = true;
-        for (char** rest = variable; *rest != nullptr; ++rest) *rest = rest[1];
+        variable_ = variable;
         return;
     }
 }
 
 void HandOver::Complete() noexcept {
     expected_ = false;
+    for (char** rest = std::exchange(variable_, nullptr); rest != nullptr && *rest != nullptr;
+         ++rest) {
+        *rest = rest[1];
+    }
     reserve_.Reset();
     if (!guard_) return;
     char word = 0;

@@ -13,7 +13,8 @@ namespace zot {
 // What this program was handed, if anything.
 class HandOver {
   public:
-    // Takes the variable out of `envp`, which execve filled: nobody else is meant to see it.
+    // `envp` is what execve filled. The variable stays in it until then: by it the guard knows this
+    // process.
     explicit HandOver(char** envp);
 
     // Whether the port may be reserved for this program, which must then open it beside the
@@ -23,11 +24,13 @@ class HandOver {
     // The descriptors that must stay open until then; -1 for those that were not handed over.
     std::array<int, 2> Descriptors() const { return {reserve_.Get(), guard_.Get()}; }
 
-    // The agent listens: gives up the reserve, tells the guard and waits until it is gone, so that
-    // the upgrade is done before anybody is served.
+    // The agent listens: gives up the reserve, removes the variable, which nobody else is meant to
+    // see, tells the guard and waits until it is gone, so that the upgrade is done before anybody
+    // is served.
     void Complete() noexcept;
 
   private:
+    char** variable_ = nullptr;
     bool expected_ = false;
     UniqueFd reserve_;
     UniqueFd guard_;

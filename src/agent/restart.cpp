@@ -1,8 +1,7 @@
 #include "agent/restart.h"
 
-#include <unistd.h>
-
 #include <cstdio>
+#include <string>
 
 #include "agent/guard.h"
 #include "agent/handover.h"
@@ -34,11 +33,10 @@ void RunUpgrade(AgentServices& services, const StartArguments& arguments, Upgrad
     std::fflush(nullptr);
     UpgradeGuard guard(services, arguments, order, reserve);
     if (guard.Start()) {
-        ExecuteImage(order.scriptPath.Terminate(), arguments.argv, guard.Environment());
+        ExecuteImage(order.scriptPath.c_str(), arguments.argv, guard.Environment());
         guard.CallOff();
     }
-    unlink(order.modulePath.Terminate());
-    unlink(order.scriptPath.Terminate());
+    order.RemoveFiles();
 }
 
 }  // namespace zot

@@ -1,14 +1,12 @@
 #include "agent/upgrade.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
+#include <ctime>
 #include <initializer_list>
 
 #include "base/ascii.h"
@@ -41,25 +39,17 @@ constexpr std::string_view kScriptRest =
     "rm -f $newZOT\n"
     "$oldZOT $1 $2 $3 $4 $5 $6\n";
 
-// Whether the path still leads to the open file.
-bool Names(VyString& path, const UniqueFd& file) {
-    struct stat named {};
-    struct stat opened {};
-    return lstat(path.Terminate(), &named) == 0 && fstat(file.Get(), &opened) == 0 &&
-           named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+// The script of the previous upgrade removes itself as its last act, a moment after the agent that
+// it started, this one, serves. It must not remove the next script. In interactive mode it ends
+// with the agent.
+void AwaitEndOfScript(const char* path) {
+    constexpr int kTries = 200;
+    constexpr timespec kPause = {0, 5L * 1000 * 1000};
+    for (int i = 0; i < kTries && access(path, F_OK) == 0; ++i) nanosleep(&kPause, nullptr);
 }
 
-bool Lock(const UniqueFd& file) { return flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
-
-// Creates the file anew and locks it, unless another process holds a lock on
-// the existing one. The lock on the old file is kept until the new one is made, so two agents that
-// come at once cannot both succeed.
-UniqueFd CreateLocked(VyString& path) {
-    UniqueFd old(open(path.Terminate(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (old && Names(path, old) && !Lock(old) && errno == EWOULDBLOCK) return UniqueFd();
-    UniqueFd file = CreateAnew(path.Terminate());
-    if (file && Lock(file) && Names(path, file)) return file;
-    return UniqueFd();
+std::string PathIn(std::string_view folder, const char* name) {
+    return std::string(folder).append(name);
 }
 
 // The script uses its names without quotes: a blank in one of them would make it remove and copy
@@ -91,6 +81,11 @@ bool UpgradeGate::Enter() {
 void UpgradeGate::Leave() {
     std::lock_guard<std::mutex> lock(upgradeMutex_);
     upgradeBusy_ = false;
+}
+
+void UpgradeOrder::RemoveFiles() const noexcept {
+    if (LeadsTo(modulePath.c_str(), module.Get())) unlink(modulePath.c_str());
+    if (LeadsTo(scriptPath.c_str(), script.Get())) unlink(scriptPath.c_str());
 }
 
 UpgradeTransfer::~UpgradeTransfer() {
@@ -128,13 +123,15 @@ void UpgradeTransfer::Receive(std::string_view data, const PacketCipher& cipher,
 
 bool UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorText) {
     Making making;
-    filePath_ = VyString::Concat(settings.tmpDir, kModuleName);
-    file_ = CreateLocked(filePath_);
-    if (file_) RememberFile(filePath_);
+    filePath_ = PathIn(settings.tmpDir, kModuleName);
+    file_ = CreateLocked(filePath_.c_str());
     digest_.Init();
-    if (file_) return true;
+    if (file_) {
+        RememberFile(filePath_);
+        return true;
+    }
     errorText = "Cannot create temp file";
-    filePath_.Clear();
+    filePath_.clear();
     Release();
     return false;
 }
@@ -193,23 +190,27 @@ bool UpgradeTransfer::CheckTrailer(std::string_view trailer, const PacketCipher&
 }
 
 bool UpgradeTransfer::WriteScript(const AgentSettings& settings, VyString& errorText) {
-    VyString path = VyString::Concat(settings.tmpDir, kScriptName);
+    std::string path = PathIn(settings.tmpDir, kScriptName);
+    if (!settings.interactive) AwaitEndOfScript(path.c_str());
     Making making;
     UniqueFd script;
-    if (IsPlainName(settings.agentPath) && IsPlainName(path) && Names(filePath_, file_)) {
-        script = CreateAnew(path.Terminate());
+    if (IsPlainName(settings.agentPath) && IsPlainName(path) &&
+        LeadsTo(filePath_.c_str(), file_.Get())) {
+        script = CreateAnew(path.c_str());
         if (script) RememberFile(path);
     }
     if (script && WriteAll(script.Get(), ScriptText(settings.agentPath, filePath_, path))) {
-        if (fchmod(script.Get(), kExecutable) == 0) {
-            order_.scriptPath = path;
+        order_.script.Reset(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        const bool executable = fchmod(script.Get(), kExecutable) == 0;
+        if (executable && order_.script) {
+            order_.scriptPath = std::move(path);
             return true;
         }
-        errorText = "Cannot set exec flag for script";
+        if (!executable) errorText = "Cannot set exec flag for script";
     }
     if (errorText.Empty()) errorText = "Binary code transferred. Cannot create script file";
     if (script) {
-        unlink(path.Terminate());
+        unlink(path.c_str());
         ForgetFile(path);
     }
     return false;
@@ -220,10 +221,10 @@ void UpgradeTransfer::Release() {
     inProgress_ = false;
 }
 
+// Before the file is closed: its lock keeps others from making one of the same name.
 void UpgradeTransfer::RemoveFile() {
+    if (!filePath_.empty() && LeadsTo(filePath_.c_str(), file_.Get())) unlink(filePath_.c_str());
     file_.Reset();
-    if (filePath_.Empty()) return;
-    unlink(filePath_.Terminate());
     ForgetFile(filePath_);
 }
 

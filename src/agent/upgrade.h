@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -35,9 +36,13 @@ class UpgradeGate {
 
 // A finished transfer: what the main loop needs to put the new executable in place.
 struct UpgradeOrder {
-    VyString scriptPath;  // empty when there is no order
-    VyString modulePath;
+    std::string scriptPath;  // empty when there is no order
+    std::string modulePath;
     UniqueFd module;  // kept open: its lock keeps away other agents with the same folder
+    UniqueFd script;  // for reading only, since it is to be executed
+
+    // Removes the two files, but none that has taken their names since. Async-signal-safe.
+    void RemoveFiles() const noexcept;
 };
 
 // The transfer of one session.
@@ -63,7 +68,7 @@ class UpgradeTransfer {
     void Receive(std::string_view data, const PacketCipher& cipher, const AgentSettings& settings,
                  VyString& errorText);
 
-    bool HasOrder() const { return !order_.scriptPath.Empty(); }
+    bool HasOrder() const { return !order_.scriptPath.empty(); }
     UpgradeOrder TakeOrder() noexcept { return std::move(order_); }
 
   private:
@@ -84,7 +89,7 @@ class UpgradeTransfer {
     int64_t expectedSize_ = 0;
     int64_t bytesWritten_ = 0;
     UniqueFd file_;
-    VyString filePath_;
+    std::string filePath_;
     UpgradeOrder order_;
     Md5 digest_;
 };

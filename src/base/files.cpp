@@ -2,6 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
+
+#include <cstdio>
+#include <string>
+
+#include "base/clock.h"
 
 namespace zot {
 namespace {
@@ -12,6 +18,31 @@ constexpr int kLeaseIntervalMs = 10;
 
 int OpenAtOnce(const char* path, int flags) {
     return open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags);
+}
+
+// Somebody who plants a name again and again loses one of these races.
+constexpr int kPlantTries = 100;
+
+void PutAside(const char* path) {
+    struct stat status {};
+    if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode)) return;
+    const std::string aside = std::string(path) + "." + std::to_string(MonotonicMs());
+    [[maybe_unused]] int renamed = rename(path, aside.c_str());
+}
+
+bool Lock(const UniqueFd& file) { return flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
+
+// Whether a process that may do so holds the file of that name; otherwise `old` has its lock, if
+// there is one to be had. A file with a second name is somebody else's.
+bool IsHeld(const char* path, UniqueFd& old) {
+    old.Reset(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!old) return errno == EACCES;
+    struct stat status {};
+    if (fstat(old.Get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink != 1 ||
+        (status.st_uid != geteuid() && status.st_uid != 0)) {
+        return false;
+    }
+    return LeadsTo(path, old.Get()) && !Lock(old) && errno == EWOULDBLOCK;
 }
 
 }  // namespace
@@ -36,8 +67,30 @@ UniqueFd CreateExclusively(const char* path) {
 }
 
 UniqueFd CreateAnew(const char* path) {
-    unlink(path);
-    return CreateExclusively(path);
+    UniqueFd file;
+    for (int i = 0; i < kPlantTries && !file; ++i) {
+        if (unlink(path) != 0 && errno != ENOENT) PutAside(path);
+        file = CreateExclusively(path);
+        if (!file && errno != EEXIST) break;
+    }
+    return file;
+}
+
+bool LeadsTo(const char* path, int fd) noexcept {
+    struct stat named {};
+    struct stat opened {};
+    return lstat(path, &named) == 0 && fstat(fd, &opened) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+UniqueFd CreateLocked(const char* path) {
+    // The lock on the old file is kept until the new one is made, so two processes that come at
+    // once cannot both succeed.
+    UniqueFd old;
+    if (IsHeld(path, old)) return UniqueFd();
+    UniqueFd file = CreateAnew(path);
+    if (file && Lock(file) && LeadsTo(path, file.Get())) return file;
+    return UniqueFd();
 }
 
 }  // namespace zot

@@ -28,8 +28,17 @@ UniqueFd OpenRegularFile(const char* path, struct stat& status, int flags = 0);
 // has that name, even a link.
 UniqueFd CreateExclusively(const char* path);
 
-// The same, but first removes what has the name: a left-over file, or a planted link.
+// The same, but first removes what has the name: a left-over file, or a planted link. A folder,
+// which may not be empty, gets another name.
 UniqueFd CreateAnew(const char* path);
+
+// The same, and locks the file (flock). Fails while a process of this user, or of root, holds a
+// lock on the one that is there. Locks of other users do not count: they could keep the name for
+// ever.
+UniqueFd CreateLocked(const char* path);
+
+// Whether the path leads to the open file, and not through a link. Async-signal-safe.
+bool LeadsTo(const char* path, int fd) noexcept;
 
 // Whether the path leads to a directory, also through links.
 inline bool IsDirectory(const char* path) {

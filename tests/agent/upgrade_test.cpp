@@ -1,14 +1,20 @@
 #include "agent/upgrade.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "base/twofish.h"
 #include "client/request_packet.h"
+#include "tests/support/file_tree.h"
+#include "tests/support/ordinary_user.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot {
@@ -120,11 +126,52 @@ TEST_F(UpgradeTest, AgentsWithOneFolderDoNotTakeEachOthersFiles) {
         EXPECT_EQ(Begin(second, "101"), "300\nCannot create temp file\n");
     }
     EXPECT_EQ(test::ReadFile(dir_ / "zot__.upd"), module_);
-    // Nobody holds it any more.
-    first.TakeOrder();
+    // The script has gone on, and the names are another agent's.
+    const UpgradeOrder order = first.TakeOrder();
+    for (const char* name : {"zot__.upd", "zotupd__.sh"}) {
+        ASSERT_EQ(unlink((dir_ / name).c_str()), 0);
+        dir_.Write(name, "other");
+    }
+    order.RemoveFiles();
+    EXPECT_TRUE(Exists("zot__.upd") && Exists("zotupd__.sh"));
+    // Nobody holds it.
     UpgradeTransfer second(otherGate);
     EXPECT_EQ(Begin(second, "101"), "200\n");
     EXPECT_EQ(test::ReadFile(dir_ / "zot__.upd"), "");
+}
+
+// Where everybody can write, as in /tmp, other users hold or fill the names.
+TEST_F(UpgradeTest, WhatOthersPlantedDoesNotStopRoot) {
+    if (geteuid() != 0) GTEST_SKIP() << "another user is needed";
+    test::SetMode(dir_.Path(), 01777);
+    const std::string module = dir_ / "zot__.upd", script = dir_ / "zotupd__.sh";
+    UniqueFd held;
+    test::AsOrdinaryUser([&] {
+        std::filesystem::create_directories(script + "/full");
+        close(open(module.c_str(), O_RDWR | O_CREAT, 0666));
+        return std::string();
+    });
+    held.Reset(open(module.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(held.Get(), LOCK_EX), 0);
+    UpgradeTransfer transfer(gate_);
+    EXPECT_EQ(Begin(transfer, "303"), "200\n");
+    EXPECT_EQ(Receive(transfer, module_ + Trailer(module_)), "");
+    EXPECT_EQ(test::ReadFile(module), module_);
+    EXPECT_TRUE(test::ReadFile(script).starts_with("#!"));
+}
+
+// The script of the upgrade before removes its own name when the agent serves again.
+TEST_F(UpgradeTest, TheScriptBeforeIsLetEnd) {
+    dir_.Write("zotupd__.sh", "the one before");
+    UpgradeTransfer transfer(gate_);
+    EXPECT_EQ(Begin(transfer, "303"), "200\n");
+    std::thread before([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        unlink((dir_ / "zotupd__.sh").c_str());
+    });
+    EXPECT_EQ(Receive(transfer, module_ + Trailer(module_)), "");
+    before.join();
+    EXPECT_TRUE(Exists("zotupd__.sh"));
 }
 
 TEST_F(UpgradeTest, NamesThatAShellWouldTakeApartGetNoScript) {

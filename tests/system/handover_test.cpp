@@ -1,9 +1,11 @@
 // From one program of the agent to the next: what a restart and an upgrade leave, and which program
 // takes over.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -118,6 +120,7 @@ class HandOver : public testing::Test {
     void ExpectNothingLeft() {
         EXPECT_TRUE(WaitUntil([&] {
             return Guard() == 0 && !std::filesystem::exists(Program() + ".previous") &&
+                   !std::filesystem::exists(Program() + ".upgrading") &&
                    !std::filesystem::exists(agent_->Dir() / "zot__.upd") &&
                    !std::filesystem::exists(agent_->Dir() / "zotupd__.sh");
         }));
@@ -264,6 +267,32 @@ TEST_F(HandOver, AnAgentFromBeforeThereWereGuardsIsTakenForGood) {
     ExpectNothingLeft();
 }
 
+// It leaves the pipe of its starter before it listens, and need not be able to make its pid file.
+TEST_F(HandOver, AnOlderAgentIsFoundHoweverItStarts) {
+    std::string older = ReadFile(ZOT_BUILD_DIR "/zot");
+    for (const std::string known : {"zot takes over: 1", "ZOT_HANDOVER="}) {
+        size_t at = older.find(known);
+        ASSERT_NE(at, std::string::npos);
+        for (; at != std::string::npos; at = older.find(known, at)) older[at] = '-';
+    }
+    home_.Write("older", older);
+    std::filesystem::permissions(home_ / "older", std::filesystem::perms(0755));
+    const std::string module =
+        "#!/bin/sh\nsetsid " + (home_ / "older") + " \"$@\" & #" + std::string(100, '.') + "\n";
+    for (const char* setting : {"", "pidfile=/no/such/folder/pid\n"}) {
+        Start("-d");
+        AgeAgent();
+        agent_->Dir().Write("zot.cfg", ReadFile(agent_->ConfigPath()) + setting);
+        TransferModule(module);
+        EXPECT_TRUE(WaitUntil([&] { return ReadFile(Program()) == module && Guard() == 0; }));
+        EXPECT_EQ(Failures(), 0u);
+        EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
+        ExpectProgram(module);
+        Stop();
+        home_.Write("zot", Wrapper("the first agent"));
+    }
+}
+
 TEST_F(HandOver, WhoAsksTheNewAgentToEndIsObeyed) {
     Start("-d");
     AgeAgent();
@@ -289,6 +318,19 @@ TEST_F(HandOver, AStopEndsTheGuardAndTheNewAgent) {
     ExpectProgram(old);
     EXPECT_EQ(Failures(), 0u);
     EXPECT_FALSE(TryAsk(agent_->Target(), "GetInfo"));
+}
+
+// Whoever can read the executable can lock it.
+TEST_F(HandOver, AStrangersLockOnTheExecutableStopsNoUpgrade) {
+    std::filesystem::permissions(home_.Path(), std::filesystem::perms(0755));
+    Start("-d");
+    UniqueFd stranger(open(Program().c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(stranger.Get(), LOCK_EX), 0);
+    AgeAgent();
+    TransferModule(Wrapper("the second agent"));
+    EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
+    ExpectProgram(Wrapper("the second agent"));
+    ExpectNothingLeft();
 }
 
 TEST_F(HandOver, AScriptThatCannotBeExecutedLeavesTheAgentInService) {

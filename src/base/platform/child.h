@@ -23,9 +23,10 @@ bool CloseDescriptorsFrom(int first) noexcept;
 // arguments, and that of the environment where they are too short. Async-signal-safe.
 void SetProcessTitle(char** argv, char** envp, const char* title) noexcept;
 
-// Kills every process that was started with `entry` ("NAME=VALUE") in its environment, except this
-// one. Returns how many it found, -1 when the processes cannot be listed. Async-signal-safe.
-int KillProcessesWith(const char* entry) noexcept;
+// Sends the signal, 0 for none, to every process that was started with `entry` ("NAME=VALUE") in
+// its environment, except this one. Returns how many it found, -1 when the processes cannot be
+// listed. Async-signal-safe.
+int SignalProcessesWith(const char* entry, int number) noexcept;
 
 // Gives the classic signals (numbers 1 to 31) their default actions and unblocks all signals. For a
 // child that may still share its parent's memory: changes only the kernel's view of the process.

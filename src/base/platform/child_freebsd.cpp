@@ -103,7 +103,7 @@ bool CloseDescriptorsFrom(int first) noexcept {
 
 void SetProcessTitle(char**, char**, const char* title) noexcept { setproctitle("-%s", title); }
 
-int KillProcessesWith(const char* entry) noexcept {
+int SignalProcessesWith(const char* entry, int number) noexcept {
     int query[] = {CTL_KERN, KERN_PROC, KERN_PROC_PROC, 0};
     size_t size = 0;
     if (sysctl(query, 3, nullptr, &size, nullptr, 0) != 0) return -1;
@@ -120,7 +120,7 @@ int KillProcessesWith(const char* entry) noexcept {
             if (pid == getpid() || processes[i].ki_stat == SZOMB) continue;
             if (!EnvironmentHolds(pid, entry)) continue;
             ++found;
-            kill(pid, SIGKILL);
+            if (number != 0) kill(pid, number);
         }
     }
     munmap(memory, mapped);

@@ -113,7 +113,7 @@ void SetProcessTitle(char** argv, char** envp, const char* title) noexcept {
     prctl(PR_SET_NAME, title);
 }
 
-int KillProcessesWith(const char* entry) noexcept {
+int SignalProcessesWith(const char* entry, int number) noexcept {
     // The C library's way of reading folders allocates memory.
     struct Record {
         uint64_t inode;
@@ -136,7 +136,7 @@ int KillProcessesWith(const char* entry) noexcept {
             if (pid <= 0 || pid == getpid()) continue;
             if (!EnvironmentHolds(folder.Get(), record->name, entry)) continue;
             ++found;
-            kill(pid, SIGKILL);
+            if (number != 0) kill(pid, number);
         }
     }
 }
