@@ -11,6 +11,7 @@
 #include "agent/signals.h"
 #include "agent/waker.h"
 #include "base/clock.h"
+#include "base/peer_watch.h"
 #include "base/platform/system.h"
 #include "base/thread.h"
 #include "base/wipe.h"
@@ -35,25 +36,23 @@ Crew::Crew(AgentServices& services, Readiness& readiness, Front& front, Password
     : services_(services), readiness_(readiness), front_(front), passwords_(passwords) {}
 
 void Crew::Start() {
-    while (threads_.load() < kFirstThreads) {
-        const int before = threads_.load();
-        StartThread();
-        if (threads_.load() == before) return;
+    while (threads_.load() < kFirstThreads && StartThread()) {
     }
 }
 
-void Crew::StartThread() {
+bool Crew::StartThread() {
     ++threads_;
     ++free_;
     const int error = StartDetachedThread(Run, this);
-    if (error == 0) return;
+    if (error == 0) return true;
     --free_;
     --threads_;
     const int64_t second = MonotonicSeconds();
-    if (lastFailure_.exchange(second) == second) return;
+    if (lastFailure_.exchange(second) == second) return false;
     char text[256];
     SystemErrorText(error, text, sizeof text);
     services_.log.WriteLog(LogKind::kFailure, 0, "Cannot start session thread: %s\n", text);
+    return false;
 }
 
 void* Crew::Run(void* crew) {
@@ -68,6 +67,7 @@ void Crew::Work() {
     for (;;) {
         try {
             front_.Resume();
+            if (WorkFor::StaysBack()) return MakePlace();
             if (ServeQueued()) continue;
             services_.log.Flush();
             const bool isExtra = threads_.load() > kFirstThreads;
@@ -156,7 +156,16 @@ bool Crew::MayLeave() {
     return false;
 }
 
+// Goes, as this thread is too slow for quick requests by now; one that it started would be too.
+void Crew::MakePlace() {
+    ++placesMade_;
+    --threads_;
+    NoLongerFree();
+    services_.control.waker.Wake();
+}
+
 int64_t Crew::Watch() {
+    while (placesMade_.load() > 0 && StartThread()) --placesMade_;
     if (threads_.load() < kFirstThreads) Start();
     if (!watched_.load()) return kSeldomMs;
     const uint32_t turns = turns_.load();

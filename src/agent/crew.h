@@ -47,7 +47,9 @@ class Crew {
     void Queue(Arrivals& arrivals);
     void NoLongerFree();
     bool MayLeave();
-    void StartThread();
+    void MakePlace();
+    // False when the system grants none, which is logged.
+    bool StartThread();
 
     AgentServices& services_;
     Readiness& readiness_;
@@ -63,6 +65,7 @@ class Crew {
     std::atomic<int> free_{0};        // threads that have nothing to serve
     std::atomic<uint32_t> turns_{0};  // how often a thread became free again
 
+    std::atomic<int> placesMade_{0};          // threads that left and must be replaced
     std::atomic<bool> watched_{false};        // the main thread looks often
     std::atomic<bool> nobodyWasFree_{false};  // since its last look
     uint32_t turnsSeen_ = 0;

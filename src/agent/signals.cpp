@@ -9,6 +9,7 @@
 #include "agent/waker.h"
 #include "base/clock.h"
 #include "base/descriptor_limit.h"
+#include "base/peer_watch.h"
 #include "base/vystring.h"
 #include "config/log.h"
 #include "config/settings.h"
@@ -117,12 +118,13 @@ void ExecuteImage(const char* path, char** argv, char** envp) noexcept {
     constexpr int kBusyTries = 1500;
     constexpr timespec kBusyPause = {0, 2L * 1000 * 1000};
     // The new image inherits the mask, which must block neither the fault signal nor the hang-up.
-    // The descriptor limit it finds is what it passes on to its own children.
+    // The descriptor limit and the priority it finds are what it passes on to its own children.
     sigset_t none;
     sigset_t before;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, &before);
     RestoreDescriptorLimit();
+    WorkFor::ComeForward();
     for (int i = 0; i < kBusyTries; ++i) {
         execve(path, argv, envp);
         if (errno != ETXTBSY) break;

@@ -3,6 +3,9 @@
 // Long work counts what it does with WorksInVain, which looks at the connection now and then. A
 // peer is gone when its connection was reset or its keep-alive failed. One that has only ended its
 // sending side still waits for its answer, perhaps for hours.
+//
+// A thread whose work proves long gives way to others until it is done, so that many walks and
+// scans at once leave quick requests as quick as before.
 #pragma once
 
 #include <atomic>
@@ -38,6 +41,11 @@ class WorkFor {
     // The peer that the calling thread works for; nullptr for none. A helper thread works for the
     // same one.
     static PeerWatch* Current() noexcept;
+    // Gives the calling thread its usual priority again. Async-signal-safe.
+    static void ComeForward() noexcept;
+    // Whether the calling thread gives way for good, since the system did not give it its priority
+    // back after long work.
+    static bool StaysBack() noexcept;
 
   private:
     PeerWatch* before_;

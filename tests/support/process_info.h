@@ -13,6 +13,9 @@ namespace zot::test {
 long ResidentKib(pid_t pid);
 long ThreadCount(pid_t pid);
 
+// The largest nice value of its threads.
+int LargestNice(pid_t pid);
+
 // The open descriptors, each with the path of what it refers to, or another text if it has none.
 std::map<int, std::string> DescriptorsOf(pid_t pid);
 

@@ -1,6 +1,7 @@
 #include <sys/types.h>
 //
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/sysctl.h>
 #include <sys/user.h>
 #include <sys/wait.h>
@@ -82,6 +83,9 @@ class Attached {
 long ResidentKib(pid_t pid) { return Process(pid).ki_rssize * (getpagesize() / 1024); }
 
 long ThreadCount(pid_t pid) { return Process(pid).ki_numthreads; }
+
+// All threads have the same.
+int LargestNice(pid_t pid) { return getpriority(PRIO_PROCESS, static_cast<int>(pid)); }
 
 std::map<int, std::string> DescriptorsOf(pid_t pid) {
     std::map<int, std::string> descriptors;

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,6 +31,15 @@ long StatusValue(pid_t pid, const std::string& name) {
 long ResidentKib(pid_t pid) { return StatusValue(pid, "VmRSS"); }
 
 long ThreadCount(pid_t pid) { return StatusValue(pid, "Threads"); }
+
+int LargestNice(pid_t pid) {
+    int largest = -20;
+    for (const auto& task : std::filesystem::directory_iterator(Folder(pid) + "/task")) {
+        const auto thread = static_cast<id_t>(std::stoi(task.path().filename()));
+        largest = std::max(largest, getpriority(PRIO_PROCESS, thread));
+    }
+    return largest;
+}
 
 std::map<int, std::string> DescriptorsOf(pid_t pid) {
     std::map<int, std::string> descriptors;

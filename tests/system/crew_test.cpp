@@ -17,7 +17,9 @@
 
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
+#include "tests/support/file_tree.h"
 #include "tests/support/process_info.h"
+#include "tests/support/temp_dir.h"
 
 namespace zot::test {
 namespace {
@@ -158,6 +160,27 @@ TEST(Crew, SlowChecksLeaveQuickOnesFastAndThreadsGoBack) {
     EXPECT_LT(steady_clock::now() - start, milliseconds(15000)) << "one after the other?";
     if (!kThreadChecker) {
         EXPECT_TRUE(WaitUntil([&] { return ThreadCount(agent.Pid()) <= 3; }));
+    }
+}
+
+TEST(Crew, AThreadThatStoodBackForLongWorkComesForwardOrGoes) {
+    TempDir dir;
+    constexpr int kMany = 5000;
+    for (int i = 0; i < kMany; ++i) MakeFile(dir / std::to_string(i), 1);
+    // With the right to come forward again, where the test has it, and without.
+    const char* const without =
+        "setpriv --bounding-set=-sys_nice true 2>/dev/null && "
+        "exec setpriv --bounding-set=-sys_nice \"$@\"; exec \"$@\"";
+    for (const char* start : {"exec \"$@\"", without}) {
+        AgentProcess agent({.settings = "logfails=0\n", .prefix = {"/bin/sh", "-c", start, "sh"}});
+        const int before = LargestNice(agent.Pid());
+        for (int i = 0; i < 5; ++i) {
+            client::Answer answer = agent.Ask("TEST-FolderSize", {dir.Path(), "1"});
+            EXPECT_EQ(answer.code, "200");
+        }
+        EXPECT_TRUE(WaitUntil([&] { return LargestNice(agent.Pid()) == before; }));
+        EXPECT_TRUE(WaitUntil([&] { return ThreadCount(agent.Pid()) >= 3; }));
+        EXPECT_EQ(agent.Ask("GetInfo").code, "200");
     }
 }
 

@@ -35,6 +35,12 @@ int MoreFollowsFlag();
 // no end, whatever its size says.
 bool IsMadeUpFile(int fd);
 
+// The nice value of the calling thread, and setting it: only a permitted process may set a smaller
+// one than it has (false, with errno). On FreeBSD a thread has none of its own, and needs none,
+// since the scheduler favours threads that mostly sleep.
+int ThreadNice();
+bool SetThreadNice(int nice);
+
 // The process environment as execve takes it.
 char** ProcessEnvironment();
 

@@ -67,6 +67,10 @@ bool IsMadeUpFile(int fd) {
     return false;
 }
 
+int ThreadNice() { return 0; }
+
+bool SetThreadNice(int /*nice*/) { return true; }
+
 char** ProcessEnvironment() { return environ; }
 
 }  // namespace zot

@@ -5,6 +5,7 @@
 #include <linux/magic.h>
 #include <malloc.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -89,6 +90,11 @@ bool IsMadeUpFile(int fd) {
 }
 
 int MoreFollowsFlag() { return MSG_MORE; }
+
+// The value is each thread's own here, whatever POSIX says.
+int ThreadNice() { return getpriority(PRIO_PROCESS, 0); }
+
+bool SetThreadNice(int nice) { return setpriority(PRIO_PROCESS, 0, nice) == 0; }
 
 char** ProcessEnvironment() { return environ; }
 
