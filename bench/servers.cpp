@@ -6,18 +6,26 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <stdexcept>
+#include <system_error>
 
 #include "base/platform/system.h"
+#include "base/twofish.h"
+#include "client/request_packet.h"
 
 namespace zot::bench {
 namespace {
@@ -43,20 +51,13 @@ long ProcValue(pid_t pid, const char* file, const std::string& name) {
     return 0;
 }
 
-UniqueFd Send(const Server& server) {
-    UniqueFd fd = Connect(server.port);
-    if (fd) send(fd.Get(), server.request.data(), server.request.size(), MSG_NOSIGNAL);
-    return fd;
-}
+bool allReached = true;
 
-size_t Ask(const Server& server) {
-    UniqueFd fd = Send(server);
-    char buffer[4096];
-    size_t total = 0;
-    for (ssize_t n; fd && (n = recv(fd.Get(), buffer, sizeof buffer, 0)) > 0;) {
-        total += static_cast<size_t>(n);
-    }
-    return total;
+void RaiseDescriptorLimit() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace
@@ -75,6 +76,40 @@ long Server::Threads() const { return ProcValue(pid, "status", "Threads:"); }
 void Server::Stop() {
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
+}
+
+Folder::Folder() {
+    if (mkdtemp(path_) == nullptr || chmod(path_, 01777) != 0)
+        throw std::runtime_error("no folder");
+}
+
+Folder::~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string Request() { return RequestFor(std::string(32, 'x') + "\n\r"); }
+
+std::string RequestFor(const std::string& text) {
+    return client::BuildRequest(kPassword, "0123456789abcdef", text);
+}
+
+Server StartAgent(const Folder& folder, const AgentSetup& setup) {
+    Server agent{setup.name, FreePort(), 0, Request(), kReplySize};
+    const std::string config = folder / (setup.name + ".cfg");
+    const std::string pidFile = folder / (setup.name + ".pid");
+    std::ofstream(config) << "host=127.0.0.1\nport=" << agent.port << "\npassword=" << kPassword
+                          << "\nzotpath=" ZOT_BUILD_DIR "/zot\ntmpdir=" << (folder / "")
+                          << "\nlogfails=0\ntimeout=-1\nverboselogfile=" << setup.name
+                          << ".log\npidfile=" << pidFile << "\n";
+    // As a daemon, since that logs without a console.
+    const pid_t starter = Start({"/bin/sh", "-c", setup.before + " \"$@\"", "sh",
+                                 ZOT_BUILD_DIR "/zot", "-d", setup.verbose ? "-v" : "-p",
+                                 setup.verbose ? config : std::to_string(agent.port), config});
+    AwaitReply(agent);
+    waitpid(starter, nullptr, 0);
+    std::ifstream(pidFile) >> agent.pid;
+    return agent;
 }
 
 uint16_t FreePort() {
@@ -115,17 +150,42 @@ double AwaitReply(const Server& server, Clock::time_point start) {
     do {
         if (waited.count() > 10) Fail(server, "does not answer");
         if (waited.count() > 0) usleep(50);
-        const bool answered = Ask(server) >= server.replySize;
+        UniqueFd fd = Send(server, server.request);
+        const bool answered = fd && Receive(fd.Get()) >= server.replySize;
         waited = Clock::now() - start;
         if (answered) return waited.count();
     } while (true);
 }
 
-UniqueFd Connect(uint16_t port) {
+UniqueFd Connect(uint16_t port, uint8_t from) {
     UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (from != 1) {
+        // The number of a port is chosen with the peer known, or they would run out.
+        const int on = 1;
+        setsockopt(fd.Get(), IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
+        sockaddr_in own = Loopback(0);
+        own.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + from);
+        if (bind(fd.Get(), reinterpret_cast<sockaddr*>(&own), sizeof own) != 0) return UniqueFd();
+    }
     sockaddr_in address = Loopback(port);
-    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) fd.Reset();
+    if (!fd || connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        fd.Reset();
     return fd;
+}
+
+UniqueFd Send(const Server& server, const std::string& request) {
+    UniqueFd fd = Connect(server.port);
+    if (fd) send(fd.Get(), request.data(), request.size(), MSG_NOSIGNAL);
+    return fd;
+}
+
+size_t Receive(int descriptor) {
+    char buffer[4096];
+    size_t total = 0;
+    for (ssize_t n; (n = recv(descriptor, buffer, sizeof buffer, 0)) > 0;) {
+        total += static_cast<size_t>(n);
+    }
+    return total;
 }
 
 double Load(const Server& server, int requests, int inFlight) {
@@ -138,7 +198,7 @@ double Load(const Server& server, int requests, int inFlight) {
     std::vector<Exchange> exchanges(static_cast<size_t>(inFlight));
     int begun = 0;
     auto begin = [&](Exchange& exchange) {
-        exchange = {Send(server), 0};
+        exchange = {Send(server, server.request), 0};
         if (!exchange.fd) Fail(server, "connect");
         epoll_event event{};
         event.events = EPOLLIN;
@@ -172,7 +232,8 @@ double MedianLatency(const Server& server, int requests) {
     std::vector<double> times;
     for (int i = 0; i < requests; ++i) {
         const auto start = Clock::now();
-        if (Ask(server) < server.replySize) Fail(server, "short reply");
+        UniqueFd fd = Send(server, server.request);
+        if (!fd || Receive(fd.Get()) < server.replySize) Fail(server, "short reply");
         times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     }
     return Median(std::move(times));
@@ -182,6 +243,35 @@ double Median(std::vector<double> values) {
     if (values.empty()) return 0;
     std::nth_element(values.begin(), values.begin() + std::ssize(values) / 2, values.end());
     return values[values.size() / 2];
+}
+
+double RatioOf(const std::vector<double>& ours, const std::vector<double>& peers) {
+    std::vector<double> ratios;
+    for (size_t i = 0; i < ours.size() && i < peers.size(); ++i) {
+        ratios.push_back(ours[i] / peers[i]);
+    }
+    return Median(std::move(ratios));
+}
+
+void Print(const char* label, double value, double goal, bool smallerIsBetter) {
+    const bool reached = goal == 0 || (smallerIsBetter ? value <= goal : value >= goal);
+    allReached = allReached && reached;
+    std::printf("%-58s %8.2f ", label, value);
+    goal == 0 ? std::printf("%8s\n", "-")
+              : std::printf("%8.2f%s\n", goal, reached ? "" : "  MISSED");
+}
+
+int Main(int argc, char** argv, int rounds, void (*run)(int rounds)) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    TwofishInitialise();
+    RaiseDescriptorLimit();
+    try {
+        run(argc > 1 ? std::max(1, std::atoi(argv[1])) : rounds);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 2;
+    }
+    return allReached ? 0 : 1;
 }
 
 }  // namespace zot::bench

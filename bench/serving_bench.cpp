@@ -1,86 +1,33 @@
 // Whole requests over loopback, beside a bare server and, where installed, the Zabbix agent in
-// clear text: processor time per request and requests per second, with few and many requests at a
-// time; the cost of idle and slow connections; the start. The servers take turns in rounds, in
-// random order; the table shows the median of the rounds' ratios, so that other work on the machine
-// hardly counts.
+// clear text: the start; the system calls of a request (with strace); processor time per request
+// and requests per second, with few and many requests at a time. The servers take turns in rounds,
+// in random order; the table shows the median of the rounds' ratios, so that other work on the
+// machine hardly counts.
 //
 //   serving_bench [ROUNDS]
-#include <sys/resource.h>
-#include <sys/socket.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
+#include <exception>
 #include <fstream>
 #include <map>
 #include <random>
-#include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "base/twofish.h"
-#include "client/request_packet.h"
 #include "servers.h"
 
 namespace zot::bench {
 namespace {
 
-constexpr char kPassword[] = "password";
-constexpr size_t kReplySize = 60;
 constexpr char kZabbix[] = "/usr/sbin/zabbix_agentd";
+constexpr char kStrace[] = "/usr/bin/strace";
 
 std::mt19937 random(std::random_device{}());
-bool allReached = true;
-
-void Print(const char* label, double value, double goal, bool smallerIsBetter = true) {
-    const bool reached = goal == 0 || (smallerIsBetter ? value <= goal : value >= goal);
-    allReached = allReached && reached;
-    std::printf("%-58s %8.2f ", label, value);
-    goal == 0 ? std::printf("%8s\n", "-")
-              : std::printf("%8.2f%s\n", goal, reached ? "" : "  MISSED");
-}
-
-class Folder {
-  public:
-    Folder() {
-        if (mkdtemp(path_) == nullptr) throw std::runtime_error("no folder");
-    }
-    ~Folder() { std::filesystem::remove_all(path_); }
-    std::string operator/(const std::string& name) const { return path_ + ("/" + name); }
-
-  private:
-    char path_[32] = "/tmp/zot-bench-XXXXXX";
-};
-
-// A question whose answer is 60 bytes long and costs the machine nothing.
-std::string Request() {
-    return client::BuildRequest(kPassword, "0123456789abcdef", std::string(32, 'x') + "\n\r");
-}
-
-Server StartAgent(const Folder& folder, const std::string& name, bool verbose) {
-    Server agent{name, FreePort(), 0, Request(), kReplySize};
-    const std::string config = folder / (name + ".cfg");
-    std::ofstream(config) << "host=127.0.0.1\nport=" << agent.port << "\npassword=" << kPassword
-                          << "\nzotpath=" ZOT_BUILD_DIR "/zot\ntmpdir=" << (folder / "")
-                          << "\nlogfails=0\ntimeout=-1\nverboselogfile=" << name << ".log\n";
-    // A daemon's log, without a console.
-    std::vector<std::string> arguments = {ZOT_BUILD_DIR "/zot", "-d"};
-    if (verbose) arguments.emplace_back("-v");
-    arguments.push_back(config);
-    std::ofstream(config, std::ios::app) << "pidfile=" << (folder / (name + ".pid")) << "\n";
-    agent.pid = Start(std::move(arguments));
-    return agent;
-}
-
-// In daemon mode another process serves than the one that was started.
-void AwaitDaemon(const Folder& folder, Server& agent) {
-    AwaitReply(agent);
-    std::ifstream(folder / (agent.name + ".pid")) >> agent.pid;
-}
 
 Server StartBare() {
     Server bare{"bare", FreePort(), 0, Request(), kReplySize};
@@ -118,13 +65,6 @@ struct Figures {
     std::vector<double> rate;  // requests a second
 };
 
-double RatioOf(const std::vector<double>& ours, const std::vector<double>& peers) {
-    std::vector<double> ratios;
-    for (size_t i = 0; i < ours.size() && i < peers.size(); ++i)
-        ratios.push_back(ours[i] / peers[i]);
-    return Median(std::move(ratios));
-}
-
 void MeasureRequests(const std::vector<Server>& servers, int rounds) {
     constexpr int kRequests = 1500;
     for (int inFlight : {1, 8, 64}) {
@@ -156,64 +96,6 @@ void MeasureRequests(const std::vector<Server>& servers, int rounds) {
     }
 }
 
-// How much longer requests take at the crowded agent than at the other.
-double LatencyRatio(const Server& crowded, const Server& alone, int rounds) {
-    std::vector<double> ours;
-    std::vector<double> theirs;
-    for (int round = 0; round < rounds; ++round) {
-        const bool crowdedFirst = random() % 2 == 0;
-        if (crowdedFirst) ours.push_back(MedianLatency(crowded, 300));
-        theirs.push_back(MedianLatency(alone, 300));
-        if (!crowdedFirst) ours.push_back(MedianLatency(crowded, 300));
-    }
-    return RatioOf(ours, theirs);
-}
-
-std::vector<UniqueFd> ConnectMany(const Server& server, size_t count) {
-    std::vector<UniqueFd> connections;
-    while (connections.size() < count) {
-        connections.push_back(Connect(server.port));
-        if (!connections.back()) throw std::runtime_error("cannot connect");
-    }
-    return connections;
-}
-
-void MeasureCrowds(const Server& crowded, const Server& alone, int rounds) {
-    constexpr size_t kIdle = 10000;
-    constexpr size_t kSlow = 1000;
-    MedianLatency(crowded, 300);
-    const long before = crowded.PssKib();
-    std::vector<UniqueFd> idle = ConnectMany(crowded, kIdle);
-    MedianLatency(crowded, 300);
-    std::printf("\n%zu idle connections\n", kIdle);
-    Print("KiB for each", static_cast<double>(crowded.PssKib() - before) / kIdle, 0.5);
-    Print("threads", static_cast<double>(crowded.Threads()), 4);
-    const double cpu = crowded.CpuSeconds();
-    sleep(2);
-    Print("milliseconds of processor in two seconds", (crowded.CpuSeconds() - cpu) * 1e3, 1);
-    Print("latency / alone", LatencyRatio(crowded, alone, rounds), 1.2);
-    idle.clear();
-
-    std::vector<UniqueFd> slow = ConnectMany(crowded, kSlow);
-    std::atomic<bool> stop{false};
-    // A packet that stays incomplete for a long time.
-    const std::string packet("\xff\xff\0\0\3\x12\x10\0", 8);
-    std::thread sender([&] {
-        for (size_t turn = 0; !stop; ++turn) {
-            for (size_t i = 0; i < slow.size() && !stop; ++i) {
-                const char byte = turn < packet.size() ? packet[turn] : 'x';
-                send(slow[i].Get(), &byte, 1, MSG_NOSIGNAL);
-                if (i % 10 == 9) usleep(10000);
-            }
-        }
-    });
-    std::printf("\n%zu connections at a byte a second\n", kSlow);
-    Print("latency / alone", LatencyRatio(crowded, alone, rounds), 1.2);
-    Print("threads", static_cast<double>(crowded.Threads()), 4);
-    stop = true;
-    sender.join();
-}
-
 void MeasureStart(const Folder& folder, int rounds) {
     std::vector<double> ours;
     std::vector<double> bares;
@@ -240,56 +122,60 @@ void MeasureStart(const Folder& folder, int rounds) {
     Print("idle PSS in MiB", Median(pss), 2.2);
 }
 
-void RaiseDescriptorLimit() {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
+// The calls that strace counts while so many requests come one after the other.
+double SystemCalls(const Folder& folder, const Server& server, int requests) {
+    const std::string counts = folder / "calls";
+    const pid_t tracer =
+        Start({kStrace, "-c", "-f", "-o", counts, "-p", std::to_string(server.pid)});
+    sleep(1);
+    Load(server, requests, 1);
+    kill(tracer, SIGINT);
+    waitpid(tracer, nullptr, 0);
+    // The last line is the sum: percentage, seconds, microseconds a call, calls.
+    std::ifstream lines(counts);
+    std::string line;
+    for (std::string next; std::getline(lines, next);) line = next;
+    double calls = 0;
+    std::sscanf(line.c_str(), "%*s %*s %*s %lf", &calls);
+    return calls / requests;
 }
 
-// Whatever happens, nothing is left running.
-struct Running {
-    ~Running() {
-        for (Server& server : servers) server.Stop();
+void MeasureSystemCalls(const Folder& folder, const std::vector<Server>& agents) {
+    if (access(kStrace, X_OK) != 0) {
+        std::printf("No %s here: system calls not counted.\n", kStrace);
+        return;
     }
-    std::vector<Server> servers;
-};
+    std::printf("\nsystem calls for each request, one in flight\n");
+    for (const Server& agent : agents) {
+        const bool verbose = agent.name == "verbose";
+        Print(verbose ? "agent with verbose log" : "agent", SystemCalls(folder, agent, 1000),
+              verbose ? 0 : 7);
+    }
+}
 
 void Run(int rounds) {
-    TwofishInitialise();
-    RaiseDescriptorLimit();
     Folder folder;
     Running running;
     std::vector<Server>& servers = running.servers;
-    servers.push_back(StartBare());
+    std::printf("%-58s %8s %8s\n", "", "measured", "goal");
+    // Before there are other agents that share the memory of this one.
+    MeasureStart(folder, rounds);
     for (bool verbose : {false, true}) {
-        servers.push_back(StartAgent(folder, verbose ? "verbose" : "agent", verbose));
-        AwaitDaemon(folder, servers.back());
+        servers.push_back(
+            StartAgent(folder, {.name = verbose ? "verbose" : "agent", .verbose = verbose}));
     }
+    MeasureSystemCalls(folder, servers);
+    servers.push_back(StartBare());
     if (access(kZabbix, X_OK) == 0) {
         servers.push_back(StartZabbix(folder));
     } else {
         std::printf("No %s here: measured without the Zabbix agent.\n", kZabbix);
     }
     for (const Server& server : servers) AwaitReply(server);
-    std::printf("%-58s %8s %8s\n", "", "measured", "goal");
     MeasureRequests(servers, rounds);
-    servers.push_back(StartAgent(folder, "crowded", false));
-    AwaitDaemon(folder, servers.back());
-    MeasureCrowds(servers.back(), servers[1], rounds);
-    MeasureStart(folder, rounds);
 }
 
 }  // namespace
 }  // namespace zot::bench
 
-int main(int argc, char** argv) {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    try {
-        zot::bench::Run(argc > 1 ? std::max(1, std::atoi(argv[1])) : 15);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        return 2;
-    }
-    return zot::bench::allReached ? 0 : 1;
-}
+int main(int argc, char** argv) { return zot::bench::Main(argc, argv, 15, zot::bench::Run); }
