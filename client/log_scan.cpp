@@ -26,9 +26,7 @@ bool TakeScan(const Answer& answer, Scan& scan, ScanPosition& position) {
     scan.line = answer.lines[1];
     scan.more = answer.lines[2] == "1";
     position = {number(3), number(4), number(5)};
-    // For the agent a size of 0 means that the log was never scanned, and it would skip the first
-    // lines of a log that was empty. Any other wrong size makes it read.
-    if (position.lastSize == 0) position = {0, 1, 0};
+    if (position.lastSize == 0) position = kFromTheStart;
     return true;
 }
 

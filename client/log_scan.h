@@ -16,6 +16,10 @@ struct ScanPosition {
     int64_t lastModified = 0;
 };
 
+// For a log that was empty or not there. For the agent a size of 0 means that the log was never
+// scanned, and it would skip the first lines. Any other wrong size makes it read.
+inline constexpr ScanPosition kFromTheStart = {0, 1, 0};
+
 enum class Find { kNext, kLast };
 
 // One reply: whether a line was found, which one, and whether more follow at once.

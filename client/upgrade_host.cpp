@@ -76,8 +76,12 @@ class UndoneLog {
         std::string ignored;
         auto params =
             ScanParams(path_, "Upgrade failed, previous agent started", position_, Find::kNext);
-        return Ask(target_, ComposeRequest("TEST-TextLog", params), answer, ignored) &&
-               answer.code == "200" && TakeScan(answer, scan, position_);
+        if (!Ask(target_, ComposeRequest("TEST-TextLog", params), answer, ignored)) return false;
+        bool missing =
+            answer.code == "301" && !answer.lines.empty() && answer.lines[0].starts_with("File ");
+        // The failure may be its first line.
+        if (missing) position_ = kFromTheStart;
+        return missing || (answer.code == "200" && TakeScan(answer, scan, position_));
     }
 
     Target target_;
@@ -140,6 +144,9 @@ UpgradeResult UpgradeHost(const Target& target, const UpgradeOrders& orders,
                       "no new agent answers " + FormatSeconds(waited) + " after the transfer");
     }
     result.seconds = std::chrono::duration<double>(Deadline::Clock::now() - begin).count();
+    // The previous agent may answer before its return is written down.
+    constexpr milliseconds kSettling{250};
+    std::this_thread::sleep_for(kSettling);
     if (log.TellsOfIt()) {
         return Failed(Kind::kFailed, "the new agent did not start, and the previous one is back");
     }

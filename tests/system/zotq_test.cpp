@@ -195,9 +195,10 @@ TEST(ZotqFleet, RollsOutInBatchesAndGoesOnWhereItStopped) {
         std::string program = dir / name;
         std::filesystem::copy(ZOT_BUILD_DIR "/zot", program);
         bool closed = hosts.size() == 2;
-        agents.push_back(std::make_unique<AgentProcess>(AgentOptions{
-            .arguments = {"-d"},
-            .settings = "zotpath=" + program + (closed ? "\nallowupdates=0\n" : "\n")}));
+        agents.push_back(std::make_unique<AgentProcess>(
+            AgentOptions{.arguments = {"-d"},
+                         .settings = "zotpath=" + program + "\nbadlogfile=" + program + ".log" +
+                                     (closed ? "\nallowupdates=0\n" : "\n")}));
         hosts.emplace_back(name, agents.back().get());
     }
     std::string module = "#!/bin/sh\nexec " ZOT_BUILD_DIR "/zot \"$@\" # " + std::string(200, '#');
@@ -217,6 +218,15 @@ TEST(ZotqFleet, RollsOutInBatchesAndGoesOnWhereItStopped) {
               "already upgraded with this file: 2 by .*\nplan: 1  \\(1 host\\)\nbatch 1  0/1\n"
               "         db1: .*\nupgraded 0, failed 1 \\(db1\\), untouched 0; list in .*\n");
     EXPECT_EQ(agents[0]->Pid(), before) << "nobody is upgraded twice";
+
+    // Its log of failures does not exist before.
+    std::string broken = dir.Write("broken", "#!/bin/sh\nexit 1\n" + std::string(200, '#'));
+    ExpectRun(Zotq(*agents[0],
+                   "--hosts " + dir / "list" + " -H web1 upgrade --list " + list + " " + broken),
+              3,
+              "plan: 1  \\(1 host\\)\nbatch 1  0/1\n"
+              "         web1: the new agent did not start, and the previous one is back\n"
+              "upgraded 0, failed 1 \\(web1\\), untouched 0; list in .*\n");
 }
 
 }  // namespace
