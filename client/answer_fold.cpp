@@ -172,6 +172,8 @@ void PrintFold(const Invocation& call, const std::vector<HostReport>& reports, O
         }
     }
     if (!IsForPeople(output)) return PrintJsonGroups(groups, output, call.console.out);
+    bool same = call.options.diff && groups[0].status == "ok" && groups[0].cells.empty();
+    if (same) groups[0].cells.push_back({"", "", "nothing differs", {}});
     constexpr size_t kMaxWidth = 40;
     size_t width = 0;
     for (const Answered& group : groups) width = std::max(width, HostsOf(group).size());

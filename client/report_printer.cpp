@@ -152,7 +152,7 @@ void ReportPrinter::PrintTableOf(const std::vector<HostReport>& reports) {
         }
         return PrintTable({"FIELD", "VALUE"}, lines, call_.console.out);
     }
-    if (!rows.empty()) PrintTable(top, rows, call_.console.out);
+    if (!rows.empty() && !top.empty()) PrintTable(top, rows, call_.console.out);
 }
 
 void ReportPrinter::PrintJson(const std::vector<HostReport>& reports) {

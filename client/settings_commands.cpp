@@ -112,7 +112,7 @@ class SetTask : public HostTask {
   private:
     enum class Step { kLook, kChange, kDone };
 
-    // What would change, one record for each setting.
+    // What would change, one record for each setting; an empty one for nothing.
     std::vector<Record> Differences(const Answer& answer) const {
         const Record now = ReadSettings(answer);
         std::vector<Record> records;
@@ -130,6 +130,7 @@ class SetTask : public HostTask {
                                {"now", from},
                                {"then", secret ? std::string("a new one") : to}});
         }
+        if (records.empty()) records.emplace_back();
         return records;
     }
 
@@ -167,6 +168,11 @@ int ChangeSettings(Invocation& call) {
     bool asItCame = !choice.many && IsPlain(call.options) && IsReply(first.failure) &&
                     !(call.options.dryRun && first.failure == Failure::kNone);
     if (asItCame) return FinishWithReply(call, first.answer);
+    if (!choice.many && IsPlain(call.options) && !first.records.empty() &&
+        first.records[0].empty()) {
+        call.console.out << "nothing would change\n";
+        return Finish(call.console, kReplyOk);
+    }
     if (!choice.many && first.failure == Failure::kLocal) {
         return Fail(call.console, first.message, kWrongUsage);
     }

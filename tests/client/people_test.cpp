@@ -198,6 +198,7 @@ TEST_F(Fleet, WhatReadsEqualIsFoldedAndWhatIsTooWideToo) {
     EXPECT_EQ(Run("-H|db*|--diff|-o|ndjson|disk|--fields|size_bytes").out,
               "{\"hosts\":[\"db1\"],\"count\":1,\"status\":\"ok\",\"size_bytes\":4001}\n"
               "{\"hosts\":[\"db2\"],\"count\":1,\"status\":\"ok\",\"size_bytes\":4000}\n");
+    EXPECT_EQ(Run("-H|web*|--diff|settings").out, "web[1-2] (2)  nothing differs\n");
     EXPECT_EQ(Run("--fold|-o|csv|disk").status, kWrongUsage);
 }
 

@@ -138,6 +138,8 @@ TEST(Settings, ADryRunShowsWhatWouldChange) {
               "SETTING   NOW       THEN\n"
               "Timeout   4000      8000\n"
               "Password  ********  a new one\n");
+    EXPECT_EQ(ProgramRun(Words(agent.PortOption() + "|set|--dry-run|Timeout=4000")).out,
+              "nothing would change\n");
     EXPECT_FALSE(agent.Took());
 }
 
