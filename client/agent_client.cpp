@@ -111,20 +111,6 @@ bool AgentConnection::ReceiveReply(std::string_view sessionKey, const Deadline& 
     return true;
 }
 
-bool AgentConnection::ReceiveUntilClose(const Deadline& deadline, std::string& bytes,
-                                        std::string& error) {
-    char buffer[4096];
-    for (;;) {
-        ssize_t got = ReceiveSome(socket_.Get(), buffer, sizeof(buffer), deadline);
-        if (got == 0 || (got < 0 && errno == ECONNRESET)) return true;
-        if (got < 0) {
-            error = "the connection stays open: " + ErrorText(errno);
-            return false;
-        }
-        bytes.append(buffer, static_cast<size_t>(got));
-    }
-}
-
 Outcome AskOnce(const Target& target, std::string_view requestText) {
     Engine engine;
     Outcome result;

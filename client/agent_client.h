@@ -25,10 +25,6 @@ class AgentConnection {
     // a second reply can follow.
     bool ReceiveReply(std::string_view sessionKey, const Deadline& deadline, std::string& text,
                       std::string& error);
-    // Appends what arrives until the peer closes or resets the connection; false when the deadline
-    // comes first.
-    bool ReceiveUntilClose(const Deadline& deadline, std::string& bytes, std::string& error);
-
     int Fd() const { return socket_.Get(); }
     void Close() { socket_.Reset(); }
 

@@ -79,12 +79,6 @@ std::string Encrypt(std::string_view keyString, std::string_view data) {
     return result;
 }
 
-std::string Decrypt(std::string_view keyString, std::string_view data) {
-    std::string result(data.size(), '\0');
-    MakeCipher(keyString).Decrypt(AsBytes(data), reinterpret_cast<uint8_t*>(result.data()));
-    return result;
-}
-
 RequestFields MakeRequest(std::string_view password, std::string_view sessionKey,
                           std::string_view text) {
     RequestFields fields;

@@ -28,9 +28,8 @@ bool ParseReply(std::string_view text, Answer& answer);
 // 16 bytes from the system's random source; empty when it fails.
 std::string RandomSessionKey();
 
-// Packet encryption with a key string, without a length in front, and back.
+// Packet encryption with a key string, without a length in front.
 std::string Encrypt(std::string_view keyString, std::string_view data);
-std::string Decrypt(std::string_view keyString, std::string_view data);
 
 // A request packet field by field. MakeRequest fills it as a server does; change a field before
 // Serialise to make a faulty packet.

@@ -21,8 +21,7 @@ std::span<const uint8_t> Bytes(std::string_view text) {
 }
 
 std::vector<uint8_t> Feedback(std::string_view keyString, std::string_view input, bool encrypt) {
-    Sha1Hash hash;
-    TwofishKey key(hash.GetHash(Bytes(keyString)));
+    TwofishKey key(Sha1Digest(Bytes(keyString)));
     uint8_t shift[kTwofishBlockSize];
     std::memset(shift, 0xFF, sizeof shift);
     key.EncryptBlock(shift, shift);

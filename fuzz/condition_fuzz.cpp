@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "expr/condition.h"
-#include "expr/text_functions.h"
+#include "tests/support/expressions.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace zot;
@@ -29,11 +29,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (program.IsTrueOf(line) != result) std::abort();
     if (result && !errorText.Empty()) std::abort();
 
-    for (int32_t i = 0; i < parser.output.Count(); ++i) {
-        if (Unquote(parser.output.ItemView(i)) == "%data%") parser.output.Replace(i, line);
-    }
     VyString literalError;
-    if (ConditionProgram(parser.output).Evaluate(literalError) != result) std::abort();
+    const VyStringList tokens = test::WithLine(parser.output, line);
+    if (ConditionProgram(tokens).Evaluate(literalError) != result) std::abort();
     if (literalError != errorText) std::abort();
     return 0;
 }

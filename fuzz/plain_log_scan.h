@@ -26,11 +26,9 @@ inline int64_t PlainMatch(std::string_view line, const LogCriterion& criterion) 
     ExpressionParser parser(ConditionOperatorTable);
     std::string_view rest = criterion.text;
     if (!ParseExpression(parser, rest, false)) return 0;
-    for (int32_t i = 0; i < parser.output.Count(); ++i) {
-        if (parser.output[i] == "'%data%'") parser.output.Replace(i, line);
-    }
     VyString errorText;
-    return ConditionProgram(parser.output).Evaluate(errorText);
+    const VyStringList tokens = test::WithLine(parser.output, line);
+    return ConditionProgram(tokens).Evaluate(errorText);
 }
 
 struct PlainScan {

@@ -27,9 +27,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!raw.empty() && static_cast<signed char>(raw.front()) >= 33) fuzz::Require(raw == line);
     }
     std::string_view name = RawLine(text, 1);
-    std::string_view value = GetValue(text, name);
-    fuzz::Require(value == TrimView(value));
-
     int64_t parsed = 0;
     int32_t narrow = 0;
     if (ParseInt64(name, parsed)) {

@@ -28,8 +28,7 @@ std::span<const uint8_t> Bytes(const char* text, size_t length) {
 }
 
 bool BlockRoundTrip() {
-    Sha1Hash hash;
-    TwofishKey key(hash.GetHash(Bytes(kKeyText, sizeof kKeyText - 1)));
+    TwofishKey key(Sha1Digest(Bytes(kKeyText, sizeof kKeyText - 1)));
     uint8_t encrypted[kTwofishBlockSize];
     uint8_t decrypted[kTwofishBlockSize];
     key.EncryptBlock(Bytes(kPlainText, sizeof kPlainText).data(), encrypted);

@@ -1,10 +1,11 @@
 #include "base/sha1.h"
 
 #include <bit>
-#include <cstring>
+#include <cstddef>
 
+#include "base/block_hash.h"
 #include "base/byte_order.h"
-#include "base/platform/system.h"
+#include "base/wipe.h"
 
 namespace zot {
 namespace {
@@ -64,38 +65,19 @@ void Transform(uint32_t (&state)[5], const uint8_t* blocks, size_t count) {
 
 }  // namespace
 
-void Sha1Hash::Start() {
-    constexpr uint32_t kInitial[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
-    memcpy(state_, kInitial, sizeof(state_));
-    stream_.Reset();
-    fInitialized_ = true;
-}
-
-const Sha1Hash::Digest& Sha1Hash::GetHash(std::span<const uint8_t> data) {
-    Start();
-    Update(data);
-    Final();
-    return digest_;
-}
-
-const Sha1Hash::Digest& Sha1Hash::GetHash() const {
-    if (fInitialized_) AssertionFailure("GetHash", "ciplib", 240, "!fInitialized");
-    return digest_;
-}
-
-void Sha1Hash::Update(std::span<const uint8_t> data) {
-    if (!fInitialized_) Start();
-    stream_.Update(data.data(), data.size(), [this](const uint8_t* blocks, size_t count) {
-        Transform(state_, blocks, count);
-    });
-}
-
-void Sha1Hash::Final() {
-    if (!fInitialized_) AssertionFailure("Final", "ciplib", 207, "fInitialized");
-    stream_.Finish(
-        [this](const uint8_t* blocks, size_t count) { Transform(state_, blocks, count); });
-    for (size_t i = 0; i < 5; i++) StoreBe32(&digest_[4 * i], state_[i]);
-    fInitialized_ = false;
+std::array<uint8_t, kSha1DigestSize> Sha1Digest(std::span<const uint8_t> data) {
+    uint32_t state[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
+    auto transform = [&state](const uint8_t* blocks, size_t count) {
+        Transform(state, blocks, count);
+    };
+    BlockStream<64, std::endian::big> stream;
+    stream.Update(data.data(), data.size(), transform);
+    stream.Finish(transform);
+    std::array<uint8_t, kSha1DigestSize> digest;
+    for (size_t i = 0; i < 5; i++) StoreBe32(&digest[4 * i], state[i]);
+    WipeMemory(&stream, sizeof stream);
+    WipeMemory(state, sizeof state);
+    return digest;
 }
 
 }  // namespace zot

@@ -154,15 +154,6 @@ std::string_view VyString::CopyView(int32_t start, int32_t count) const noexcept
     return View().substr(static_cast<size_t>(start) - 1, static_cast<size_t>(count));
 }
 
-void VyString::Delete(int32_t start, int32_t count) noexcept {
-    if (start < 1 || start > length_ || count < 1) return;
-    int32_t tail = length_ - (start - 1);
-    count = std::min(count, tail);
-    char* hole = data_ + start - 1;
-    std::memmove(hole, hole + count, static_cast<size_t>(tail - count));
-    length_ -= count;
-}
-
 void VyString::Set(int32_t position, char c) noexcept {
     if (position >= 1 && position <= length_) data_[position - 1] = c;
 }
@@ -196,10 +187,6 @@ VyString VyString::ReplaceAll(std::string_view from, std::string_view to,
     }
     result.Append(rest);
     return result;
-}
-
-std::string_view VyString::FieldView(int32_t n, char separator) const noexcept {
-    return FieldOf(View(), n, separator);
 }
 
 void VyString::CopyToBuffer(char* buffer, size_t size) const noexcept {

@@ -68,8 +68,6 @@ class VyString {
     int32_t Pos(std::string_view text) const noexcept;
     // Up to `count` bytes from `start`, which is clipped to the text.
     std::string_view CopyView(int32_t start, int32_t count) const noexcept;
-    // Removes up to `count` bytes from `start`; an out-of-range start is ignored.
-    void Delete(int32_t start, int32_t count) noexcept;
     // Replaces one character; out of range is ignored.
     void Set(int32_t position, char c) noexcept;
     // Removes all bytes with code 32 or below (as unsigned) from both ends.
@@ -80,8 +78,6 @@ class VyString {
     // A new string with every occurrence of `from` replaced by `to`; an empty `from` changes
     // nothing.
     VyString ReplaceAll(std::string_view from, std::string_view to, bool caseSensitive) const;
-    // The n-th piece (from 1) between occurrences of the separator; empty beyond the last.
-    std::string_view FieldView(int32_t n, char separator) const noexcept;
     // Copies at most size - 1 bytes and a NUL. Async-signal-safe.
     void CopyToBuffer(char* buffer, size_t size) const noexcept;
     // Makes the buffer NUL-terminated, zeroes what follows the text, and returns it.

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <utility>
 
 #include "base/platform/system.h"
 
@@ -28,20 +27,6 @@ VyStringList::VyStringList(const VyStringList& other) {
     for (int32_t i = 0; i < other.count_; ++i) Add(other.ItemView(i));
 }
 
-VyStringList::VyStringList(VyStringList&& other) noexcept
-    : count_(std::exchange(other.count_, 0)),
-      capacity_(std::exchange(other.capacity_, 0)),
-      lengths_(std::exchange(other.lengths_, nullptr)),
-      slots_(std::exchange(other.slots_, nullptr)) {}
-
-VyStringList& VyStringList::operator=(VyStringList other) noexcept {
-    std::swap(count_, other.count_);
-    std::swap(capacity_, other.capacity_);
-    std::swap(lengths_, other.lengths_);
-    std::swap(slots_, other.slots_);
-    return *this;
-}
-
 VyStringList::~VyStringList() {
     Clear();
     std::free(lengths_);
@@ -53,23 +38,6 @@ void VyStringList::Add(std::string_view text) {
     slots_[count_] = MakeSlot(text);
     lengths_[count_] = static_cast<int32_t>(text.size());
     ++count_;
-}
-
-void VyStringList::Replace(int32_t index, std::string_view text) {
-    CheckIndex(index, count_, "Replace", __LINE__);
-    uint64_t slot = MakeSlot(text);
-    FreeItem(index);
-    slots_[index] = slot;
-    lengths_[index] = static_cast<int32_t>(text.size());
-}
-
-void VyStringList::Delete(int32_t index) {
-    CheckIndex(index, count_, "Delete", __LINE__);
-    FreeItem(index);
-    auto tail = static_cast<size_t>(count_) - static_cast<size_t>(index) - 1;
-    std::memmove(slots_ + index, slots_ + index + 1, tail * sizeof *slots_);
-    std::memmove(lengths_ + index, lengths_ + index + 1, tail * sizeof *lengths_);
-    --count_;
 }
 
 std::string_view VyStringList::ItemView(int32_t index) const {

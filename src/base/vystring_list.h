@@ -14,19 +14,13 @@ class VyStringList {
   public:
     VyStringList() noexcept = default;
     VyStringList(const VyStringList& other);
-    VyStringList(VyStringList&& other) noexcept;
-    VyStringList& operator=(VyStringList other) noexcept;
+    VyStringList& operator=(const VyStringList&) = delete;
     ~VyStringList();
 
     int32_t Count() const noexcept { return count_; }
     bool Empty() const noexcept { return count_ == 0; }
     void Add(char c) { Add(std::string_view(&c, 1)); }
     void Add(std::string_view text);
-    // REQUIRES 0 <= index < Count() ("Replace"). The text may be a view of an item of this list.
-    void Replace(int32_t index, char c) { Replace(index, std::string_view(&c, 1)); }
-    void Replace(int32_t index, std::string_view text);
-    // REQUIRES 0 <= index < Count() ("Delete").
-    void Delete(int32_t index);
     // REQUIRES 0 <= index < Count() ("operator[]").
     VyString operator[](int32_t index) const { return ItemView(index); }
     // The same without a copy; the view dies with the next change of the list.

@@ -9,10 +9,10 @@
 namespace zot {
 
 PacketCipher::PacketCipher(std::string_view keyString) {
-    Sha1Hash hash;
-    key_.Prepare(
-        hash.GetHash({reinterpret_cast<const uint8_t*>(keyString.data()), keyString.size()}));
-    WipeMemory(&hash, sizeof(hash));
+    auto digest =
+        Sha1Digest({reinterpret_cast<const uint8_t*>(keyString.data()), keyString.size()});
+    key_.Prepare(digest);
+    WipeMemory(digest.data(), digest.size());
     memset(initialRegister_, 0xFF, sizeof(initialRegister_));
     key_.EncryptBlock(initialRegister_, initialRegister_);
 }

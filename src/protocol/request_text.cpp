@@ -53,15 +53,6 @@ bool NextLine(std::string_view& text, std::string_view& line) {
     return true;
 }
 
-std::string_view GetValue(std::string_view text, std::string_view name) {
-    for (std::string_view line; NextLine(text, line);) {
-        size_t equals = line.find('=');
-        if (equals == std::string_view::npos) continue;
-        if (TrimView(line.substr(0, equals)) == name) return TrimView(line.substr(equals + 1));
-    }
-    return {};
-}
-
 RequestDate ParseDate(std::string_view text) {
     if (text.size() != 14) return {};
     auto part = [text](size_t at, size_t count) { return ToInt(text.substr(at, count)); };

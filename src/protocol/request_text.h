@@ -33,10 +33,6 @@ inline std::string_view OwnLine(std::string_view text, int32_t n) {
 // would give it again, go with it. False when only blank lines are left.
 bool NextLine(std::string_view& text, std::string_view& line);
 
-// The value of the first line name=value with exactly this name, among the lines that end with a
-// line feed; empty if there is none. Name and value are trimmed.
-std::string_view GetValue(std::string_view text, std::string_view name);
-
 // True only for exactly "1".
 inline bool IsFlagSet(std::string_view text) { return text == "1"; }
 

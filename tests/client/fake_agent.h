@@ -15,6 +15,7 @@
 
 #include "client/agent_client.h"
 #include "client/program.h"
+#include "tests/support/decrypt.h"
 #include "tests/support/loopback.h"
 
 namespace zot::client {
@@ -86,8 +87,8 @@ class FakeAgent {
         size_t length = static_cast<uint8_t>(packet[0]) + 256U * static_cast<uint8_t>(packet[1]);
         if (recv(fd, packet.data() + 4, length, MSG_WAITALL) != ssize_t(length)) return false;
         size_t keyLength = static_cast<uint8_t>(packet[24]);
-        key = Decrypt(kTestPassword, packet.substr(26, keyLength));
-        text = Decrypt(key, packet.substr(30 + keyLength, length - 26 - keyLength));
+        key = test::Decrypt(kTestPassword, packet.substr(26, keyLength));
+        text = test::Decrypt(key, packet.substr(30 + keyLength, length - 26 - keyLength));
         return true;
     }
 

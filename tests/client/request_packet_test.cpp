@@ -6,6 +6,7 @@
 #include <set>
 #include <sstream>
 
+#include "tests/support/decrypt.h"
 #include "tests/support/hex.h"
 
 namespace zot::client {
@@ -30,7 +31,7 @@ TEST(RequestPacket, KnownPackets) {
                 << line;
         } else {
             ++replies;
-            EXPECT_EQ(Decrypt(Bytes(key), Bytes(packet).substr(4)), Bytes(text)) << line;
+            EXPECT_EQ(test::Decrypt(Bytes(key), Bytes(packet).substr(4)), Bytes(text)) << line;
         }
     }
     EXPECT_EQ(requests, 5);

@@ -85,7 +85,7 @@ class UpgradeAgent {
         auto digest = Md5Digest(received.data(), received.size());
         std::string expected(digest.begin(), digest.end());
         if (plan_.module) *plan_.module = received;
-        bool good = Decrypt(key, trailer) == expected && ++attempts_ > plan_.refusals;
+        bool good = test::Decrypt(key, trailer) == expected && ++attempts_ > plan_.refusals;
         SendReply(fd, key, good ? "200\n\r" : "300\nWrong CRC\n\r");
         if (!good || !plan_.restarts) return;
         opened_ = 0;

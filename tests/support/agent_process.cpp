@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,11 +71,18 @@ void Send(client::AgentConnection& connection, std::string_view bytes) {
     EXPECT_TRUE(connection.Send(bytes, client::Deadline(kPatience), error)) << error;
 }
 
-std::string UntilClose(client::AgentConnection& connection) {
+std::string UntilClose(client::AgentConnection& connection, std::chrono::milliseconds limit) {
+    const client::Deadline deadline(limit);
     std::string bytes;
-    std::string error;
-    EXPECT_TRUE(connection.ReceiveUntilClose(client::Deadline(kPatience), bytes, error)) << error;
-    return bytes;
+    char buffer[4096];
+    for (;;) {
+        pollfd entry = {connection.Fd(), POLLIN, 0};
+        const bool ready = poll(&entry, 1, deadline.Remaining()) > 0;
+        EXPECT_TRUE(ready) << "the connection stays open";
+        const ssize_t got = ready ? recv(connection.Fd(), buffer, sizeof buffer, 0) : 0;
+        if (got <= 0) return bytes;
+        bytes.append(buffer, static_cast<size_t>(got));
+    }
 }
 
 std::string ReceiveReply(client::AgentConnection& connection, const char* key) {

@@ -26,7 +26,8 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 // cannot.
 void Send(client::AgentConnection& connection, std::string_view bytes);
 // Everything that the agent sends until it closes the connection.
-std::string UntilClose(client::AgentConnection& connection);
+std::string UntilClose(client::AgentConnection& connection,
+                       std::chrono::milliseconds limit = kPatience);
 // The text of the reply to a request under this key.
 std::string ReceiveReply(client::AgentConnection& connection, const char* key);
 

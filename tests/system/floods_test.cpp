@@ -20,6 +20,7 @@
 
 #include "tests/support/agent_process.h"
 #include "tests/support/checkers.h"
+#include "tests/support/decrypt.h"
 #include "tests/support/process_info.h"
 
 namespace zot::test {
@@ -145,7 +146,6 @@ TEST(Floods, PeersThatNeverReadALargeReplyAreDropped) {
     setsockopt(slow.Fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     Send(slow, packet);
     std::string reply;
-    std::string error;
     char first = 0;
     EXPECT_TRUE(WaitUntil([&] { return recv(slow.Fd(), &first, 1, MSG_PEEK) == 1; }, kLong));
     auto start = steady_clock::now();
@@ -155,9 +155,9 @@ TEST(Floods, PeersThatNeverReadALargeReplyAreDropped) {
         if (got > 0) reply.append(part, static_cast<size_t>(got));
         std::this_thread::sleep_for(milliseconds(reply.size() < 30000 ? 1500 : 20));
     }
-    EXPECT_TRUE(slow.ReceiveUntilClose(Deadline(kLong), reply, error)) << error;
+    reply += UntilClose(slow, kLong);
     EXPECT_GT(reply.size(), kLineLength * kLines);
-    std::string text = client::Decrypt(kKey, std::string_view(reply).substr(4));
+    std::string text = Decrypt(kKey, std::string_view(reply).substr(4));
     EXPECT_TRUE(text.starts_with("200\n") && text.ends_with("\n\r"));
     EXPECT_TRUE(agent.IsAlone());
 }
@@ -252,8 +252,7 @@ TEST(Floods, AStrangersConnectionHoldsNoMoreThanALimit) {
     EXPECT_TRUE(agent.IsAlone());
     AgentConnection greedy = agent.Connect();
     Send(greedy, {"\xfd\xff\xff\x00\x03\x12", 6});
-    std::string bytes;
-    EXPECT_TRUE(greedy.ReceiveUntilClose(Deadline(milliseconds(3000)), bytes, error)) << error;
+    UntilClose(greedy, milliseconds(3000));
 }
 
 TEST(Floods, ATreeDeeperThanThereAreDescriptors) {

@@ -165,7 +165,6 @@ TEST_F(HandOver, WhatARequestStartedEndsWithTheAgent) {
         client::AgentConnection request = agent_->Connect();
         const std::vector<std::string> params = {
             "%script% x", "#!/bin/sh%0D%0Aecho $$ >" + script + "; exec sleep 300", "", "0", "5"};
-        std::string error, bytes;
         Send(request, agent_->Packet(kKey, client::ComposeRequest("TEST-ShellScript", params)));
         ASSERT_TRUE(WaitUntil([&] { return PidIn(script) != 0; }));
         if (std::string_view(command) == "SIGTERM") {
@@ -173,8 +172,7 @@ TEST_F(HandOver, WhatARequestStartedEndsWithTheAgent) {
         } else {
             EXPECT_EQ(agent_->Ask(command).code, "200");
         }
-        EXPECT_TRUE(request.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
-        EXPECT_EQ(bytes, "");
+        EXPECT_EQ(UntilClose(request), "");
         EXPECT_TRUE(WaitUntil([&] { return !Runs(PidIn(script)); })) << command;
         EXPECT_TRUE(Runs(PidIn(action))) << command;
         kill(PidIn(action), SIGKILL);

@@ -12,6 +12,7 @@
 
 #include "base/escaping.h"
 #include "tests/support/agent_process.h"
+#include "tests/support/decrypt.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/loopback.h"
 
@@ -98,8 +99,7 @@ TEST(Peers, TheAgentsOwnConnectionsMayNeitherManageNorUpgrade) {
         // Length and ciphertext of the refusal, whatever bytes line breaks and escapes hide.
         std::string reply(Unescape(answer.lines[1]).View());
         ASSERT_GT(reply.size(), 4U);
-        EXPECT_EQ(client::Decrypt(kKey, reply.substr(4)), "600\nOperation is not allowed\n\r")
-            << command;
+        EXPECT_EQ(Decrypt(kKey, reply.substr(4)), "600\nOperation is not allowed\n\r") << command;
         // Closed as soon as it was sent, without waiting for an answer.
         agent.Ask("ACT-TCPUDPsend", {"127.0.0.1", port, "0", packet, "0"});
         agent.Ask("TEST-TCP", {"127.0.0.1", port, "9000", packet, "0"});
@@ -146,11 +146,8 @@ TEST(Peers, ShortKeysAndRepeatedRequestsAreRefusedWhereThatIsAsked) {
                                     "auditlog=audit.txt\n"});
     auto answered = [&](const std::string& packet) {
         client::AgentConnection connection = agent.Connect();
-        std::string bytes;
-        std::string error;
-        EXPECT_TRUE(connection.Send(packet, Deadline(kPatience), error)) << error;
-        EXPECT_TRUE(connection.ReceiveUntilClose(Deadline(kPatience), bytes, error)) << error;
-        return !bytes.empty();
+        Send(connection, packet);
+        return !UntilClose(connection).empty();
     };
     auto packet = [&](std::string_view key, const char* command) {
         return client::BuildRequest(agent.Target().password, key,

@@ -22,7 +22,6 @@ constexpr int32_t kAttrLink = 64;       // a symbolic link
 // Attribute masks: the attributes that a returned entry may have.
 constexpr int32_t kFindAll = 63;
 constexpr int32_t kFindNoDirectories = 47;
-constexpr int32_t kFindPlainDirectories = 16;
 
 struct FindOptions {
     enum class Kinds : uint8_t { kAll, kDirectories, kNoDirectories };
