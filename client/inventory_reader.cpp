@@ -185,7 +185,9 @@ bool InventoryReader::ReadLine(std::string_view line) {
             return false;
         }
     }
-    if (names.empty() && line.find('=') != std::string_view::npos) return Fail("no name of a host");
+    if (names.empty() && line.find('=') != std::string_view::npos) {
+        return Fail("not a name of a host");
+    }
     if (names.size() > 1 && !attributes.address.empty()) {
         return Fail("one address for several hosts: " + names[1]);
     }
@@ -225,7 +227,7 @@ bool InventoryReader::ReadTargets(const std::string& text) {
             }
         }
         for (const json& target : group["targets"]) {
-            if (!target.is_string()) return Fail("a target is no text");
+            if (!target.is_string()) return Fail("a target is not a text");
             if (!Add(target.get<std::string>(), attributes)) return false;
         }
     }

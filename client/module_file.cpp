@@ -83,7 +83,7 @@ std::string ModuleFault(std::string_view module) {
     if (!module.starts_with(kElfMark)) return "neither an ELF executable nor a script";
     constexpr uint64_t kExecutable = 2, kShared = 3;  // today's executables are both
     uint64_t type = NumberAt(module, 16, 2);
-    return type == kExecutable || type == kShared ? "" : "an ELF file, but no executable";
+    return type == kExecutable || type == kShared ? "" : "an ELF file, but not an executable";
 }
 
 std::string ModuleMisfit(std::string_view module, std::string_view runningOs) {

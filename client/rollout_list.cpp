@@ -67,7 +67,7 @@ bool RolloutList::Open(const std::string& path, std::string& error) {
         if (line.starts_with('#') || line.empty()) continue;
         if (!(words >> host >> entry.state >> entry.digest >> entry.time)) {
             error = path;
-            error.append(" is no list of a roll-out: ").append(line);
+            error.append(" is not the list of a roll-out: ").append(line);
             return false;
         }
         std::getline(words >> std::ws, entry.note);

@@ -98,7 +98,7 @@ class SetTask : public HostTask {
         if (looked && report.failure == Failure::kNone) {
             std::string fault = LockOut(report.answer, changes_, ownAddress);
             if (!fault.empty() && !options_.force) {
-                report = LocalReport(host_, fault + " (--force does it all the same)");
+                report = LocalReport(host_, fault + " (--force does it anyway)");
             } else if (options_.dryRun) {
                 report.records = Differences(report.answer);
             } else {

@@ -46,7 +46,7 @@ int UpgradeSingle(Invocation& call, const ChosenHost& host, const std::string& m
     UpgradeResult result = UpgradeHost(host.target, orders, ProgressBar(console, module.size()));
     switch (result.kind) {
         case UpgradeResult::Kind::kUnfit:
-            return Fail(console, result.message + " (--force sends it all the same)", kWrongUsage);
+            return Fail(console, result.message + " (--force sends it anyway)", kWrongUsage);
         case UpgradeResult::Kind::kFailed:
             return Fail(console, result.message, kNoReply);
         case UpgradeResult::Kind::kRefused:
@@ -71,7 +71,7 @@ int UpgradeAgent(Invocation& call) {
     if (!ReadModule(path, module, error)) return Fail(call.console, error, kWrongUsage);
     std::string fault = call.options.force ? "" : ModuleFault(module);
     if (!fault.empty()) {
-        return Fail(call.console, path + " is " + fault + " (--force sends it all the same)",
+        return Fail(call.console, path + " is " + fault + " (--force sends it anyway)",
                     kWrongUsage);
     }
     Choice choice;
