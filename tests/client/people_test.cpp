@@ -126,7 +126,7 @@ TEST_F(Fleet, EveryHostIsInTheOutputInItsOrder) {
     ProgramRun run = Run("--failed|" + (dir_ / "failed") + "|status");
     EXPECT_EQ(run.status, kNoReply);
     std::regex table(
-        "HOST  STATUS +VERSION  SYSTEM +MS  NOTE\n"
+        "HOST  STATUS +VERSION  SYSTEM +MS +NOTE\n"
         "web1  ok +1.36 +Linux 6.1 +[0-9]+\n"
         "web3  closed +- +- +[0-9]+  connected, no reply: password or filter\n"
         "db2   connect_refused  - +- +[0-9]+  nobody listens on port [0-9]+\n"
