@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/ascii.h"
+#include "base/edit_distance.h"
 #include "client/replies.h"
 #include "client/text.h"
 
@@ -62,7 +63,7 @@ std::string NearestCommand(std::string_view word) {
     std::string wanted = Lower(word), nearest;
     size_t least = wanted.size() / 3 + 1;
     auto consider = [&](std::string_view name) {
-        size_t distance = Distance(wanted, Lower(name));
+        size_t distance = EditDistance(wanted, Lower(name));
         if (distance >= least) return;
         least = distance;
         nearest = name;

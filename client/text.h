@@ -46,9 +46,6 @@ size_t Width(std::string_view text);
 // Two columns for a help text, the second filled up to the margin.
 std::string HelpTable(std::span<const std::pair<std::string, std::string_view>> rows);
 
-// How many letters must be changed, added, left out or swapped to turn one word into the other.
-size_t Distance(std::string_view a, std::string_view b);
-
 // Bytes as small hexadecimal digits.
 std::string HexText(std::span<const uint8_t> bytes);
 

@@ -25,6 +25,7 @@
 #include "base/sockets.h"
 #include "base/vystring.h"
 #include "commands/agent_info.h"
+#include "config/config_check.h"
 #include "config/config_file.h"
 #include "config/log.h"
 #include "config/settings.h"
@@ -32,6 +33,7 @@
 namespace {
 
 constexpr int kExitConfig = 1;
+constexpr std::string_view kCheckConfig = "--check-config";
 constexpr int kExitDaemon = 2;
 
 void PrintBanner() {
@@ -93,9 +95,11 @@ void WarnOfSharedTmpDir(const zot::AgentSettings& settings, zot::Log& log) {
                  path.Terminate());
 }
 
-// Everything up to the accept loop, which does not return. Returns an exit code when something
-// fails before that.
+// Everything up to the accept loop, which does not return. Returns an exit code when it is not
+// reached.
 int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
+    if (argc == 3 && argv[1] == kCheckConfig)
+        return zot::ReportConfigMistakes(argv[2]) ? 0 : kExitConfig;
     PrintBanner();
     std::printf("Command line checking .. ");
     zot::AgentSettings commandLine;
