@@ -246,10 +246,10 @@ bool SaveConfigLocked(SettingsStore& store, const std::function<void(AgentSettin
                                          settings.loadError);
             return false;
         }
-        AgentSettings before = settings;
+        const AgentSettings before = settings;
         change(settings);
         bool saved = SaveConfig(settings, errorText);
-        if (errorText == kPasswordNotWhole) settings = std::move(before);
+        if (errorText == kPasswordNotWhole) settings = before;
         return saved;
     });
 }

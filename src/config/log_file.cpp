@@ -57,7 +57,8 @@ int Write(int fd, std::span<const iovec> parts) noexcept {
     ssize_t written = parts.size() == 1 ? write(fd, parts[0].iov_base, parts[0].iov_len)
                                         : writev(fd, parts.data(), static_cast<int>(parts.size()));
     if (written < 0) return errno;
-    return static_cast<size_t>(written) == size ? 0 : ENOSPC;
+    if (static_cast<size_t>(written) == size) return 0;
+    return S_ISCHR(info.st_mode) ? EAGAIN : ENOSPC;  // a terminal that is held up
 }
 
 }  // namespace
