@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -27,7 +28,6 @@
 namespace zot {
 namespace {
 
-constexpr int kOpenAttempts = 3;
 constexpr int32_t kMaxPort = 65535;
 constexpr int64_t kMsPerSecond = 1000;
 constexpr long kNsPerMs = 1000000;
@@ -35,7 +35,8 @@ constexpr timespec kShortPause = {0, 10L * 1000 * 1000};
 
 }  // namespace
 
-UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText, PortUse use) {
+UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText, PortUse use,
+                             int attempts) {
     // Port 0 would succeed on some unknown port, a larger one on its low 16 bits.
     if (settings.port < 1 || settings.port > kMaxPort) {
         errorText = "Invalid port number";
@@ -43,7 +44,7 @@ UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText,
     }
     char service[16];
     std::snprintf(service, sizeof service, "%d", settings.port);
-    for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+    for (int attempt = 0; attempt < attempts; ++attempt) {
         UniqueFd socket = OpenListener(settings.host, service, errorText, use);
         if (socket) return socket;
         sleep(1);
@@ -92,7 +93,7 @@ void Listener::WaitForWork() {
 void Listener::HandleRequests() {
     AgentControl& control = services_.control;
     ReapFinishedChildren();
-    control.auditLog.WriteCounts(*services_.settings.Snapshot(), MonotonicSeconds());
+    WriteAuditCounts(MonotonicSeconds());
     reloadDue_ = TakeHangup() || reloadDue_;
     if (reloadDue_) ReloadConfig();
     if (front_.HasFailed()) std::exit(kExitListen);
@@ -102,10 +103,15 @@ void Listener::HandleRequests() {
     SettlePort();
 }
 
+void Listener::WriteAuditCounts(int64_t now) {
+    services_.control.auditLog.WriteCounts(*services_.settings.Snapshot(), now);
+}
+
 void Listener::Terminate() {
     services_.log.WriteLogText(LogKind::kStatus, 0, "Terminate request received. Terminating..\n");
     EndLooseEnds();
     SettlePort();
+    WriteAuditCounts(INT64_MAX);
     pidFile_.Remove();
     std::exit(0);
 }
@@ -117,6 +123,7 @@ void Listener::Replace() {
     HoldLooseEnds();
     SettlePort();
     if (PortIsSettled()) {
+        WriteAuditCounts(INT64_MAX);
         if (control.reloadRequest.exchange(false)) Restart();
         if (control.upgradeRequest.exchange(false)) Upgrade();
     }
@@ -185,7 +192,9 @@ void Listener::SwitchPort() {
     Log& log = services_.log;
     VyString ignoredError;
     SettingsSnapshot settings = services_.settings.Snapshot();
-    UniqueFd socket = OpenListeningSocket(*settings, ignoredError);
+    // Whoever ends the agent is not kept waiting.
+    const int attempts = services_.control.terminateRequest.load() ? 1 : kOpenAttempts;
+    UniqueFd socket = OpenListeningSocket(*settings, ignoredError, PortUse::kFree, attempts);
     if (socket) {
         front_.Listen(std::move(socket));
         openPort_ = settings->port;

@@ -19,11 +19,13 @@
 
 namespace zot {
 
-// Opens the listening socket for the host and port of the settings: up to three attempts, with one
-// second of sleep after each failure. Returns no descriptor and `errorText` when all fail, or at
-// once for a port outside 1 to 65535.
+inline constexpr int kOpenAttempts = 3;
+
+// Opens the listening socket for the host and port of the settings, with one second of sleep after
+// each failure. Returns no descriptor and `errorText` when all attempts fail, or at once for a port
+// outside 1 to 65535.
 UniqueFd OpenListeningSocket(const AgentSettings& settings, VyString& errorText,
-                             PortUse use = PortUse::kFree);
+                             PortUse use = PortUse::kFree, int attempts = kOpenAttempts);
 
 class Listener {
   public:
@@ -37,6 +39,7 @@ class Listener {
 
   private:
     void HandleRequests();
+    void WriteAuditCounts(int64_t now);
     [[noreturn]] void Terminate();
     void Replace();
     void WaitForWork();

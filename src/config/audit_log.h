@@ -32,7 +32,8 @@ class AuditLog {
                      std::string_view status, int64_t milliseconds);
     // Notes a packet that did not authenticate, at `now` seconds of MonotonicSeconds().
     void NoteStranger(const AgentSettings& settings, uint32_t address, int64_t now);
-    // Writes the counts of the minutes that are over. Call about once a second.
+    // Writes the counts of the minutes that are over by then. Call about once a second, and with
+    // INT64_MAX before the end.
     void WriteCounts(const AgentSettings& settings, int64_t now);
 
   private:

@@ -173,6 +173,11 @@ TEST(Peers, ShortKeysAndRepeatedRequestsAreRefusedWhereThatIsAsked) {
         ++strangers;
     EXPECT_EQ(strangers, 10U) << audit;
     EXPECT_EQ(audit.find(agent.Target().password), std::string::npos);
+    // The rest of the minute is counted also when the agent ends.
+    EXPECT_EQ(agent.Ask("QUIT").code, "200");
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_EQ(Count(ReadFile(agent.Dir() / "audit.txt"), "authenticated, 13 more in a minute\n"),
+              1U);
 }
 
 }  // namespace
