@@ -1,5 +1,6 @@
 #include "protocol/packet_cipher.h"
 
+#include <array>
 #include <cstring>
 
 #include "base/sha1.h"

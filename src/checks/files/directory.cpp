@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <memory>
 
 #include "base/descriptor_reserve.h"
 #include "base/peer_watch.h"
