@@ -79,14 +79,15 @@ bool WaitOrKill(Runner& child, int64_t timeoutMs, int& status) {
 }
 
 // Looks for the marker in which a program says why it ended with 255. Returns whether there is one,
-// with the reason in `errorText` and the marker removed. A marker that belongs to another user, who
-// may have put it there to change the outcome, does not count.
+// with the reason in `errorText` and the marker removed. What another user may have put there to
+// change the outcome does not count: a file of his, or one more name of a file of ours, whose first
+// line would be told.
 bool TakeMarker(const char* path, VyString& errorText) {
     if (path == nullptr) return false;
     UniqueFd file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (file ? fstat(file.Get(), &status) != 0 : lstat(path, &status) != 0) return false;
-    if (status.st_uid != geteuid()) return false;
+    if (status.st_uid != geteuid() || status.st_nlink != 1) return false;
     char line[254];
     ssize_t length = file ? read(file.Get(), line, sizeof line) : 0;
     unlink(path);

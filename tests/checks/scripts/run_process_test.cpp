@@ -116,6 +116,8 @@ TEST_F(RunProcessTest, NobodyElseTellsTheOutcome) {
     VyString error;
     EXPECT_FALSE(RunProcessQuiet("/no/such/program", {}, dir_ / "none", kLong, code, error));
     EXPECT_EQ(error, "exec error: No such file or directory");
+    EXPECT_EQ(Run("sh -c 'f=$TMPDIR/tmpSzot-$$.txt; echo x >$f.own; ln $f.own $f; exit 255'"),
+              "255");
     if (geteuid() != 0) GTEST_SKIP() << "only root can leave what belongs to somebody else";
     EXPECT_EQ(Run("sh -c 'f=$TMPDIR/tmpSzot-$$.txt; echo x >$f; chown 65534 $f; exit 255'"), "255");
 }
