@@ -2,10 +2,10 @@
 include(CheckCXXCompilerFlag)
 include(CheckTypeSize)
 
-# Some 32-bit systems count file sizes in 64 bits only when asked to.
+# Some 32-bit systems count file sizes and seconds in 64 bits only when asked to.
 check_type_size(off_t ZOT_OFF_T LANGUAGE CXX)
 if(ZOT_OFF_T LESS 8)
-  add_compile_definitions(_FILE_OFFSET_BITS=64)
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 
 add_library(zot_options INTERFACE)

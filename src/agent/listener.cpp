@@ -84,7 +84,8 @@ void Listener::WaitForWork() {
     const int64_t wait = std::min(
         {crew_.Watch(), front_.NextExpiry() - now, StartOfWholeSecond() + kMsPerSecond - now});
     pollfd descriptor = {services_.control.waker.Descriptor(), POLLIN, 0};
-    const timespec limit = {0, std::clamp<long>(wait, 0, kMsPerSecond - 1) * kNsPerMs};
+    const auto waitMs = static_cast<long>(std::clamp<int64_t>(wait, 0, kMsPerSecond - 1));
+    const timespec limit = {0, waitMs * kNsPerMs};
     sigset_t none;
     sigemptyset(&none);
     if (ppoll(&descriptor, 1, &limit, &none) > 0) services_.control.waker.Drain();

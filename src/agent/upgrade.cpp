@@ -139,7 +139,8 @@ bool UpgradeTransfer::OpenFile(const AgentSettings& settings, VyString& errorTex
 // Writes what belongs to the file and leaves the rest in `data`.
 bool UpgradeTransfer::WriteData(std::string_view& data, VyString& errorText) {
     auto missing = static_cast<uint64_t>(expectedSize_ - bytesWritten_);
-    std::string_view part = data.substr(0, std::min<uint64_t>(missing, data.size()));
+    auto size = static_cast<size_t>(std::min<uint64_t>(missing, data.size()));
+    std::string_view part = data.substr(0, size);
     if (!WriteAll(file_.Get(), part)) {
         errorText = "Write error";
         RemoveFile();

@@ -74,7 +74,7 @@ bool DecodeRequest(std::span<char> packet, const PasswordKey& password, uint32_t
     request.sessionKey.Clear();
     const std::span<uint8_t> bytes(reinterpret_cast<uint8_t*>(packet.data()), packet.size());
     // Fields beyond the packet read as 0; the check below ends before such a length counts.
-    auto field = [bytes](uint64_t offset, size_t width) {
+    auto field = [bytes](size_t offset, size_t width) {
         return offset + width <= bytes.size()
                    ? DecodeLength(&bytes[offset], static_cast<int>(width))
                    : 0;

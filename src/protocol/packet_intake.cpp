@@ -11,8 +11,9 @@ using namespace packet_layout;
 
 PacketState PacketIntake::Take(std::string_view bytes, const PasswordKey& password) {
     if (state_ == State::kUnknown) {
-        const std::string_view part = bytes.substr(0, head_.size() - lengths_.received);
-        part.copy(head_.data() + lengths_.received, part.size());
+        const auto received = static_cast<size_t>(lengths_.received);
+        const std::string_view part = bytes.substr(0, head_.size() - received);
+        part.copy(head_.data() + received, part.size());
         lengths_.received += part.size();
         bytes.remove_prefix(part.size());
         Judge(password);
@@ -31,7 +32,7 @@ void PacketIntake::Judge(const PasswordKey& password) {
     signatureRight_ = std::equal(kSignature.begin(), kSignature.end(), head + kSignatureAt);
     const bool possible = signatureRight_ && lengths_.digest == password.DigestSize();
     if (possible && lengths_.received < kDigestAt + lengths_.digest) return;
-    const std::string_view kept(head_.data(), lengths_.received);
+    const std::string_view kept(head_.data(), static_cast<size_t>(lengths_.received));
     lengths_.received = 0;
     if (possible && password.Matches({head + kDigestAt, lengths_.digest})) {
         state_ = State::kKnown;
@@ -56,7 +57,7 @@ void PacketIntake::Note(std::string_view bytes) {
     auto pick = [&](uint64_t offset, size_t width, auto& field) {
         for (size_t i = 0; i < width; ++i) {
             if (offset + i < start || offset + i >= start + bytes.size()) continue;
-            const auto byte = static_cast<uint8_t>(bytes[offset + i - start]);
+            const auto byte = static_cast<uint8_t>(bytes[static_cast<size_t>(offset + i - start)]);
             field = static_cast<std::remove_reference_t<decltype(field)>>(field | uint32_t{byte}
                                                                                       << (8 * i));
         }
