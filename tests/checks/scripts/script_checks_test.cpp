@@ -221,8 +221,11 @@ class ProductScripts : public ScriptChecks {
 };
 
 TEST_F(ProductScripts, CountsTextInCommandLines) {
-    // The name is unique to this test run, because its directory is.
-    std::string sleeper = WriteScript("while :; do sleep 0.1; done\n");
+    // The name is unique to this test run, because its directory is. It has no children, which
+    // would have its command line until they execute their own.
+    const std::string silence = dir_ / "silence";
+    ASSERT_EQ(mkfifo(silence.c_str(), 0600), 0);
+    std::string sleeper = WriteScript("read line <" + silence + "\n");
     EXPECT_EQ(Count(sleeper), "200\n0\n");  // neither the script nor its shell
     int code = 0;
     VyString error;
