@@ -122,6 +122,11 @@ bool Front::AcceptOne(Accepted& accepted) {
     }
     const int error = errno;
     if ((error == EMFILE || error == ENFILE) && CloseStrangers(1) > 0) return false;
+    // What running requests hold comes free with their end, and Resume follows.
+    if (error == EMFILE && services_.counters.activeConnections.load() > 0) {
+        paused_.store(true);
+        return false;
+    }
     Fail(error);
     return false;
 }
@@ -154,7 +159,8 @@ bool Front::MakeRoom(int descriptor) {
 bool Front::DescriptorsRunShort() const {
     UniqueFd lowestFree(fcntl(socket_.Get(), F_DUPFD_CLOEXEC, 0));
     if (!lowestFree) return errno == EMFILE;
-    return lowestFree.Get() >= descriptorLimit_ - DescriptorReserve(descriptorLimit_);
+    return descriptorLimit_ != 0 &&
+           lowestFree.Get() >= descriptorLimit_ - DescriptorReserve(descriptorLimit_);
 }
 
 // Returns how many were closed.

@@ -90,6 +90,21 @@ TEST(Crew, StrangersThatComeBackShutNobodyOut) {
     EXPECT_LE(ThreadCount(agent.Pid()), 30);
 }
 
+TEST(Crew, MoreSlowChecksThanDescriptorsTakeTurns) {
+    AgentProcess agent({.settings = "logfails=0\n", .prefix = WithDescriptors(100)});
+    const std::string check =
+        agent.Packet(kKey, "TEST-ExternalPrg\n/bin/sleep 0.3\n0\n0\n9000\n\r");
+    std::vector<AgentConnection> slow(150);
+    for (AgentConnection& connection : slow) {
+        connection = agent.Connect();
+        Send(connection, check);
+    }
+    EXPECT_EQ(agent.Ask("GetInfo").code, "200");
+    // Those that found no descriptors for their child say so; the agent itself goes on.
+    for (AgentConnection& connection : slow) EXPECT_NE(ReceiveReply(connection, kKey), "");
+    EXPECT_TRUE(agent.IsAlone());
+}
+
 TEST(Crew, AcceptingThatHasToWaitHearsTheHangup) {
     RaiseDescriptorLimit();
     AgentProcess agent({.arguments = {"-d"},
