@@ -233,7 +233,7 @@ void Run(int rounds) {
     MeasureSlow(crowded, alone, rounds);
     MeasureStrangers(start({.name = "few", .before = "ulimit -n 1024; exec"}));
     if (geteuid() == 0) {
-        // The limit counts for no administrator, and all processes of a user.
+        // The limit applies to all processes of a user, but not to root.
         MeasureFewTasks(start({.name = "tasks",
                                .before = "ulimit -u 6; exec setpriv --reuid 54321 --regid 54321 "
                                          "--clear-groups"}));

@@ -19,7 +19,7 @@ class LogTask : public HostTask {
   public:
     LogTask(const Invocation& call, const ChosenHost& host)
         : call_(call), host_(host), file_(call.options.words[1]), pattern_(call.options.words[2]) {
-        // Not that of the plugin's check, whose lines nobody should take away from it.
+        // Not the position of the plugin's check, which must not lose its lines to this.
         std::string identity = "shown\n" + host.target.host + "\n" +
                                std::to_string(host.target.port) + "\n" + file_ + "\n" + pattern_;
         std::string error;

@@ -48,7 +48,7 @@ bool IsOfTheQuestion(std::string_view line, const std::vector<std::string_view>&
                        [](std::string_view word) { return ProgramName(word) == "zotq"; });
 }
 
-// `own` is the command line of who asks, whatever the program is called there.
+// `own` is the command line of the process that asks, whatever its program is called there.
 int64_t CountIn(std::string_view list, const std::string& name, std::string_view own) {
     constexpr size_t kListedSize = 500;
     own = TrimView(own.substr(0, kListedSize));

@@ -159,7 +159,7 @@ std::string ShortReason(const HostReport& report) {
         case Failure::kNone:
             return {};
         case Failure::kResolve:
-            // Behind "cannot find host NAME: ".
+            // After "cannot find host NAME: ".
             return Visible(report.message.substr(report.message.rfind(": ") + 2));
         case Failure::kConnectRefused:
             return "nobody listens on port " + std::to_string(report.host->target.port);

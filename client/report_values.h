@@ -18,7 +18,7 @@ std::string PlainText(const Value& value);
 nlohmann::ordered_json JsonValue(const Value& value);
 bool IsNumeric(const Value& value);
 
-// What people read in place of the name: its label, or "size" for size_bytes.
+// What people read instead of the name: its label, or "size" for size_bytes.
 std::string ShownName(const Field& field);
 // The heading of a column: the label, or "SIZE".
 std::string Heading(const Field& field);

@@ -156,7 +156,7 @@ bool Crew::MayLeave() {
     return false;
 }
 
-// Goes, as this thread is too slow for quick requests by now; one that it started would be too.
+// This thread ends: it is too slow for quick requests by now, and one that it started would be too.
 void Crew::MakePlace() {
     ++placesMade_;
     --threads_;

@@ -193,7 +193,7 @@ void Listener::SwitchPort() {
     Log& log = services_.log;
     VyString ignoredError;
     SettingsSnapshot settings = services_.settings.Snapshot();
-    // Whoever ends the agent is not kept waiting.
+    // The one who ends the agent need not wait.
     const int attempts = services_.control.terminateRequest.load() ? 1 : kOpenAttempts;
     UniqueFd socket = OpenListeningSocket(*settings, ignoredError, PortUse::kFree, attempts);
     if (socket) {

@@ -61,7 +61,7 @@ bool WorkFor::StaysBack() noexcept { return standsBack && currentPeer == nullptr
 bool WorksInVain(size_t work) noexcept {
     if (currentPeer == nullptr) return false;
     workSinceLook += work;
-    // Whoever only waits, for a child or a socket, is in nobody's way, and children inherit.
+    // A thread that only waits, for a child or a socket, is in nobody's way, and children inherit.
     if (workSinceLook >= kLongWork && work < kLookNow) StandBack();
     if (workSinceLook < kLookNow) return false;
     // Once the peer is gone every call says so, which ends each loop on the way out.

@@ -57,7 +57,7 @@ bool IsAddress(std::string_view text) {
     return inet_pton(AF_INET, std::string(text).c_str(), &ignored) == 1;
 }
 
-// What stands before the first separator, without blanks; `rest` is left with what follows it.
+// The text before the first separator, without blanks; `rest` is left with what follows it.
 std::string_view TakeItem(std::string_view& rest, std::string_view separators) {
     size_t end = std::min(rest.find_first_of(separators), rest.size());
     std::string_view item = TrimView(rest.substr(0, end));
@@ -80,7 +80,7 @@ class ConfigChecker {
     }
 
   private:
-    // Where a key stands last, and what it says there.
+    // The last line of a key, and its value there.
     struct Place {
         size_t line = 0;
         std::string value;
