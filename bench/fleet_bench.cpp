@@ -88,10 +88,15 @@ class Fleet {
         for (int i = 0; i < count_; ++i) StartAgent(i);
     }
     ~Fleet() {
+        std::vector<int> agents;
         for (int i = 0; i < count_; ++i) {
             int pid = 0;
             std::ifstream(Path(i, "pid")) >> pid;
-            if (pid > 0) kill(pid, SIGTERM);
+            if (pid > 0 && kill(pid, SIGTERM) == 0) agents.push_back(pid);
+        }
+        // Each takes its file away before the folder goes.
+        for (int agent : agents) {
+            while (kill(agent, 0) == 0) usleep(10000);
         }
     }
 
