@@ -152,10 +152,10 @@ void PrintJsonGroups(const std::vector<Answered>& groups, Output output, std::os
         object["count"] = group.hosts.size();
         object["status"] = group.status;
         for (const Cell& cell : group.cells) object[ValidUtf8(cell.name)] = JsonValue(cell.value);
-        if (output == Output::kNdjson) out << object.dump() << '\n';
+        if (output == Output::kNdjson) out << WithoutControls(object.dump()) << '\n';
         array.push_back(std::move(object));
     }
-    if (output == Output::kJson) out << array.dump(2) << '\n';
+    if (output == Output::kJson) out << WithoutControls(array.dump(2)) << '\n';
 }
 
 }  // namespace

@@ -34,7 +34,8 @@ int FinishWithReply(const Invocation& call, const Answer& answer) {
     }
     std::ostream& out = call.console.out;
     if (call.options.json) {
-        out << AnswerAsJson(shown) << '\n';
+        const std::string json = AnswerAsJson(shown);
+        out << (call.console.terminal ? WithoutControls(json) : json) << '\n';
     } else {
         out << shown.code << '\n';
         for (const std::string& line : shown.lines) out << Shown(call.console, line) << '\n';

@@ -44,9 +44,9 @@ int Print(const Console& console, std::string_view service, PluginStatus status,
           std::string_view text, std::string_view data, std::string_view longText) {
     std::ostream& out = console.out;
     for (char c : service) out << static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
-    out << ' ' << kStatusNames[status] << " - " << Printable(text, false);
+    out << ' ' << kStatusNames[status] << " - " << Printable(Shown(console, text), false);
     if (!data.empty()) out << " | " << data;
-    out << '\n' << Printable(longText, true);
+    out << '\n' << Printable(Shown(console, longText), true);
     if (!longText.empty() && !longText.ends_with('\n')) out << '\n';
     return out.flush() ? status : Fail(console, "cannot write to standard output", kNoReply);
 }

@@ -71,7 +71,8 @@ ReportPrinter::ReportPrinter(const Invocation& call, bool many, std::vector<std:
 void ReportPrinter::Arrived(const HostReport& report) {
     if (output_ != Output::kNdjson || call_.options.fold || call_.options.diff) return;
     for (const Record* record : RecordsOf(report)) {
-        call_.console.out << JsonRecord(report, *record, call_.options.fields).dump() << '\n';
+        const std::string json = JsonRecord(report, *record, call_.options.fields).dump();
+        call_.console.out << WithoutControls(json) << '\n';
     }
     call_.console.out.flush();
 }
@@ -162,7 +163,7 @@ void ReportPrinter::PrintJson(const std::vector<HostReport>& reports) {
             array.push_back(JsonRecord(report, *record, call_.options.fields));
         }
     }
-    call_.console.out << array.dump(2) << '\n';
+    call_.console.out << WithoutControls(array.dump(2)) << '\n';
 }
 
 void ReportPrinter::PrintCsv(const std::vector<HostReport>& reports) {
@@ -208,7 +209,9 @@ void ReportPrinter::PrintFailures(const std::vector<HostReport>& reports) {
     for (const HostReport& report : reports) {
         bool told = output_ == Output::kRaw && IsReply(report.failure);
         if (report.failure == Failure::kNone || told) continue;
-        bool about = report.failure == Failure::kAgentCode && !report.records.empty();
+        // After a 200 the record has what came of a script that failed.
+        bool about =
+            IsReply(report.failure) && report.answer.code != "200" && !report.records.empty();
         std::string subject = about ? PlainText(report.records[0][0].value) : "";
         Note(call_.console, Concat({subject, subject.empty() ? "" : ": ", report.message}));
     }

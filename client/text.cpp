@@ -143,6 +143,22 @@ std::string ValidUtf8(std::string_view text) {
     return result;
 }
 
+std::string WithoutControls(std::string_view json) {
+    std::string result;
+    for (;;) {
+        // DEL, or the first byte of one of the others.
+        size_t place = json.find_first_of("\x7F\xC2");
+        result += json.substr(0, place);
+        if (place == std::string_view::npos) return result;
+        json.remove_prefix(place);
+        std::string_view character = json.substr(0, std::max<size_t>(CharacterSize(json), 1));
+        char escaped[8];
+        snprintf(escaped, sizeof escaped, "\\u00%02x", static_cast<uint8_t>(character.back()));
+        result += IsControl(character) ? std::string_view(escaped) : character;
+        json.remove_prefix(character.size());
+    }
+}
+
 size_t Width(std::string_view text) {
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
         return (static_cast<unsigned char>(c) & 0xC0) != 0x80;

@@ -40,6 +40,8 @@ std::string ValidUtf8(std::string_view text);
 // The length of the character at the front of a text that is not empty, 0 when it is not
 // well-formed (RFC 3629).
 size_t CharacterSize(std::string_view text);
+// JSON with the controls escaped that its writers leave: DEL, and those from U+0080 to U+009F.
+std::string WithoutControls(std::string_view json);
 // How many columns the text takes on a terminal, one for each character.
 size_t Width(std::string_view text);
 

@@ -81,6 +81,11 @@ TEST(People, FailuresHaveNamedFieldsToo) {
               "\"path\":\"/x\",\"error\":\"the agent answered 301: No such file\"}\n");
     EXPECT_EQ(ProgramRun(Words(agent.PortOption() + "|age|/x")).err,
               "zotq: /x: the agent answered 301: No such file\n");
+    test::TempDir dir;
+    FakeAgent failing({"200\nfine\nzotq-exit:3%0D%0Afine%0D%0A\n\r"});
+    EXPECT_EQ(
+        ProgramRun(Words(failing.PortOption() + "|-o|table|script|" + dir.Write("s", "x"))).err,
+        "zotq: the script failed with 3\n");
     ProgramRun down(Words("-p|1|-o|json|disk"));
     EXPECT_EQ(down.status, kNoReply);
     EXPECT_NE(down.out.find("\"status\": \"connect_refused\",\n    \"code\": null"),
@@ -111,6 +116,12 @@ TEST(People, ControlCharactersNeverReachATerminal) {
         EXPECT_EQ(run.out.find('\x1b'), std::string::npos) << line;
         EXPECT_EQ(run.out.find('\x9B'), std::string::npos) << line;
         EXPECT_NE(run.out.find("\\x1B[2Jv\\x9B"), std::string::npos) << run.out;
+    }
+    for (const char* line :
+         {"-o|json|GetX", "-o|ndjson|GetX", "--fold|-o|json|GetX", "--json|GetX", "--plugin|cpu"}) {
+        ProgramRun run(Words(agent.PortOption() + "|" + line), {kTestPassword}, "", false, true);
+        EXPECT_EQ(run.out.find_first_of("\x1b\x9B"), std::string::npos) << line;
+        EXPECT_NE(run.out.find("[2Jv"), std::string::npos) << run.out;
     }
     EXPECT_EQ(ProgramRun({agent.PortOption(), "GetX"}).out, "200\n\x1b[2Jv\xC2\x9B%0Ax\n")
         << "a pipe gets every byte";
