@@ -352,15 +352,19 @@ void Engine::Loop::RunPosted() {
 }
 
 void Engine::Loop::Pass() {
-    BeginQueued();
     Poll();
     FireTimers();
     RunPosted();
 }
 
 void Engine::Loop::Run(bool untilStopped) {
+    auto goesOn = [&] { return !stop_ && (untilStopped || HasWork()); };
     RunPosted();
-    while (!stop_ && (untilStopped || HasWork())) Pass();
+    while (goesOn()) {
+        BeginQueued();
+        // When the last request fails at once, there is nothing left to wait for.
+        if (goesOn()) Pass();
+    }
     stop_ = false;
 }
 

@@ -89,6 +89,10 @@ TEST(Engine, TellsEveryFailureByItsWord) {
     EXPECT_EQ(failureOf(Question(refusing.Port(), "X\n\r")), "agent_code");
     uint16_t nobody = static_cast<uint16_t>(test::Loopback(SOCK_STREAM).Port());
     EXPECT_EQ(failureOf(Question(nobody, "X\n\r")), "connect_refused");
+    // The system refuses to connect to a group of hosts before anything is sent.
+    Request group = Question(1, "X\n\r");
+    group.target.host = "224.0.0.1";
+    EXPECT_NE(failureOf(group), "timeout");
     SilentAgent silent;
     EXPECT_EQ(failureOf(Question(silent.Port(), "X\n\r", milliseconds(50))), "timeout");
     Request unknown = Question(1, "X\n\r");
