@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "base/ascii.h"
 #include "base/numbers.h"
 #include "client/agent_client.h"
 #include "client/check.h"
+#include "client/hash_digest.h"
 #include "client/plugin.h"
 #include "client/probe.h"
 #include "client/replies.h"
@@ -91,26 +91,9 @@ void CheckAge(const CheckRun& run, CheckResult& result) {
         {answer.lines[kPathLine], " is ", Count(*result.value, "minute", "minutes"), " old"});
 }
 
-// The algorithm's number in a request, judged by the length of the digest; empty for none.
-std::string HashAlgorithm(std::string_view expected) {
-    constexpr size_t kMaxCrcDigits = 10;
-    bool hex = std::all_of(expected.begin(), expected.end(), [](char c) {
-        char lower = LowerAscii(c);
-        return IsDigit(c) || (lower >= 'a' && lower <= 'f');
-    });
-    if (hex && expected.size() == 32) return "1";
-    if (hex && expected.size() == 64) return "2";
-    if (hex && expected.size() == 128) return "3";
-    // As the agent writes it: without leading zeros, and of at most 32 bits.
-    bool decimal = std::all_of(expected.begin(), expected.end(), IsDigit);
-    bool padded = expected.size() > 1 && expected[0] == '0';
-    bool fits = expected.size() <= kMaxCrcDigits && ToInt64(expected) <= int64_t{UINT32_MAX};
-    return decimal && !padded && fits ? "0" : "";
-}
-
 void CheckHash(const CheckRun& run, CheckResult& result) {
     const std::string& file = run.Arguments()[0];
-    std::string expected = run.Arguments()[1];
+    const std::string& expected = run.Arguments()[1];
     std::string algorithm = HashAlgorithm(expected);
     if (algorithm.empty()) {
         return result.Fail(kUnknown,
@@ -118,7 +101,6 @@ void CheckHash(const CheckRun& run, CheckResult& result) {
                            "(SHA-256) or 128 (SHA-512) digits: " +
                                expected);
     }
-    std::transform(expected.begin(), expected.end(), expected.begin(), LowerAscii);
     Answer answer;
     if (!run.Ask("TEST-FileHash", Params{file, algorithm, "0"}, 1, answer, result)) {
         bool missing = answer.code == kFailed && !answer.lines.empty() &&
@@ -126,7 +108,7 @@ void CheckHash(const CheckRun& run, CheckResult& result) {
         if (missing) result.status = kCritical;
         return;
     }
-    if (answer.lines[0] == expected) {
+    if (answer.lines[0] == NormalDigest(expected)) {
         result.status = kOk;
         result.text = Concat({file, " is unchanged"});
     } else {

@@ -14,6 +14,7 @@ struct ScanPosition {
     int64_t position = 0;
     int64_t lastSize = 0;
     int64_t lastModified = 0;
+    bool operator==(const ScanPosition&) const = default;
 };
 
 // For a log that was empty or not there. For the agent a size of 0 means that the log was never

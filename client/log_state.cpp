@@ -84,8 +84,9 @@ bool LogState::Open(const std::string& stateFile, std::string_view identity,
     if (path_.empty()) {
         std::string directory = StateDirectory(environment, error);
         if (directory.empty()) return false;
-        path_ = directory + "/" + identity_;
+        path_ = directory + "/";
     }
+    if (path_.ends_with('/')) path_ += identity_;
     return Lock(deadline, error) && Read(error);
 }
 

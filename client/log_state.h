@@ -25,10 +25,10 @@ struct LogAlarm {
 class LogState {
   public:
     // Locks and reads the state of the check with this `identity`, which is different for every
-    // check. It is in `stateFile` or, if that is empty, in a file of the user's state directory:
-    // that is below the home directory of the user's account when the environment says nothing or,
-    // where that cannot be written, a folder of the user's own in /var/tmp. Waits for another run
-    // until the deadline. False with the error text.
+    // check. It is in `stateFile`, in a file of that folder if it ends with "/" or, if it is empty,
+    // in a file of the user's state directory: that is below the home directory of the user's
+    // account when the environment says nothing or, where that cannot be written, a folder of the
+    // user's own in /var/tmp. Waits for another run until the deadline. False with the error text.
     bool Open(const std::string& stateFile, std::string_view identity,
               const Environment& environment, const Deadline& deadline, std::string& error);
     bool Save(const ScanPosition& position, std::string& error, const LogAlarm& alarm = {}) const;
