@@ -4,6 +4,9 @@ install(FILES docs/man/zotq.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/man/zot.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+if(ZOT_EXPORTER)
+  install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+endif()
 install(FILES docs/guide.md docs/reliability.md docs/architecture.md README.md CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
@@ -15,6 +18,7 @@ install(FILES packaging/completion/zotq.bash
 install(CODE "
   set(ZOT_PACKAGING_DIR \"${CMAKE_SOURCE_DIR}/packaging\")
   set(ZOT_SCRATCH_DIR \"${CMAKE_BINARY_DIR}/packaging\")
+  set(ZOT_EXPORTER ${ZOT_EXPORTER})
   set(ZOT_SYSTEM \"${CMAKE_SYSTEM_NAME}\")
   set(ZOT_SBIN \"${CMAKE_INSTALL_SBINDIR}\")
   set(ZOT_SYSCONF \"${CMAKE_INSTALL_SYSCONFDIR}\")")

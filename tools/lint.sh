@@ -25,13 +25,13 @@ if [ $# -eq 0 ]; then
     # What this machine compiles: the files of another system or processor include what is not here.
     # shellcheck disable=SC2046
     set -- $(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" "$build/compile_commands.json" |
-        grep -E '^(src|client)/')
+        grep -E '^(src|client|exporter)/')
 fi
 
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gnu++20 -fsyntax-only \
     -Wall -Wextra -Wshadow -Wconversion -Werror -I src -I . -DZOT_VERSION='""'
-# The client's libraries bring headers of their own that nobody includes by name.
-printf '%s\n' "$@" | grep -v '^client/' | xargs -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
+# The libraries of client and exporter bring headers of their own that nobody includes by name.
+printf '%s\n' "$@" | grep -vE '^(client|exporter)/' | xargs -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
 printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" \

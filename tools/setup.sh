@@ -52,18 +52,24 @@ install_tools() {
         want libcli11-dev have_header CLI/CLI.hpp
         want nlohmann-json3-dev have_header nlohmann/json.hpp
         want libc-ares-dev have_header ares.h
+        want libyaml-cpp-dev have_header yaml-cpp/yaml.h
+        want libmicrohttpd-dev have_header microhttpd.h
         if [ "${1:-}" = tests ]; then
             want libgtest-dev have_header gtest/gtest.h
             want mandoc command -v mandoc
             want shellcheck command -v shellcheck
+            want curl command -v curl
         fi
     else
         want cli11 have_header CLI/CLI.hpp
         want nlohmann-json have_header nlohmann/json.hpp
         want c-ares have_header ares.h
+        want yaml-cpp have_header yaml-cpp/yaml.h
+        want libmicrohttpd have_header microhttpd.h
         if [ "${1:-}" = tests ]; then
             want googletest have_header gtest/gtest.h
             want hs-ShellCheck command -v shellcheck
+            want curl command -v curl
         fi
     fi
     install_missing

@@ -8,12 +8,12 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 DESTDIR="$work/root" "$cmake" -D ZOT_SYSTEM=FreeBSD -D CMAKE_INSTALL_PREFIX=/usr/local \
-    -D ZOT_SBIN=sbin -D ZOT_SYSCONF=etc -D ZOT_PACKAGING_DIR="$source/packaging" \
+    -D ZOT_EXPORTER=ON -D ZOT_SBIN=sbin -D ZOT_SYSCONF=etc -D ZOT_PACKAGING_DIR="$source/packaging" \
     -D ZOT_SCRATCH_DIR="$work/scratch" -P "$source/cmake/install_configured.cmake" >/dev/null
 cd "$work/root"
 find . -type f | sed 's|^\./usr/local/||' | sort >"$work/laid-out.txt"
 # The rest of the list is what every system gets: programs, scripts, pages and completions.
-sed -n -e 's/^@sample([^)]*) //' -e '/^etc\//p' -e '/zsh/p' "$source/packaging/freebsd/port/pkg-plist" |
+sed -n -e 's/^@sample[^ ]* //' -e '/^etc\//p' -e '/zsh/p' "$source/packaging/freebsd/port/pkg-plist" |
     sort >"$work/listed.txt"
 diff "$work/listed.txt" "$work/laid-out.txt"
 sed -n 's/^@dir([^)]*) //p' "$source/packaging/freebsd/port/pkg-plist" >"$work/directories.txt"

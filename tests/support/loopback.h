@@ -28,6 +28,7 @@ class Loopback {
     }
 
     int Port() const { return port_; }
+    int Descriptor() const { return fd_.Get(); }
     // The first two parameter lines of a request that names this socket.
     std::string HostLines() const { return "127.0.0.1\n" + std::to_string(port_) + "\n"; }
     // From now on nothing that arrives over the loopback interface is answered: it drops packets
@@ -60,6 +61,19 @@ class Loopback {
     int port_ = 0;
     sockaddr_in peer_{};
 };
+
+// A connection to this port of 127.0.0.1.
+inline UniqueFd ConnectTo(uint16_t port) {
+    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        throw std::runtime_error("connection to the loopback interface");
+    }
+    return fd;
+}
 
 // What a stream socket receives up to its end.
 inline std::string ReceiveAll(int fd) {
