@@ -176,7 +176,7 @@ bool ReadConfig(const std::string& path, ExporterConfig& config,
                 std::vector<std::string>& mistakes) {
     Mistakes found(path);
     if (auto document = ReadYaml(path, found)) ConfigReader(path, config, found).Read(*document);
-    mistakes = found.Lines();
+    mistakes.insert(mistakes.end(), found.Lines().begin(), found.Lines().end());
     return found.None();
 }
 

@@ -28,8 +28,8 @@ struct ExporterConfig {
     const Module* FindModule(std::string_view name) const;
 };
 
-// Reads and checks the file. Relative paths count from its folder. False with all that is wrong,
-// as lines "FILE:LINE:COLUMN: text".
+// Reads and checks the file. Relative paths count from its folder. False after adding all that is
+// wrong to `mistakes`, as lines "FILE:LINE:COLUMN: text".
 bool ReadConfig(const std::string& path, ExporterConfig& config,
                 std::vector<std::string>& mistakes);
 

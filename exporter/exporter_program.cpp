@@ -17,6 +17,7 @@
 #include "client/engine.h"
 #include "client/text.h"
 #include "commands/agent_info.h"
+#include "exporter/basic_auth.h"
 #include "exporter/fleet.h"
 #include "exporter/http_server.h"
 #include "exporter/last_probes.h"
@@ -24,6 +25,8 @@
 #include "exporter/log_counter.h"
 #include "exporter/own_metrics.h"
 #include "exporter/site.h"
+#include "exporter/tls_keys.h"
+#include "exporter/web_config.h"
 #include "exporter/worker.h"
 
 namespace zot::exporter {
@@ -36,6 +39,7 @@ constexpr int kOwnDescriptors = 64;  // files, streams, wake-ups
 struct CommandLine {
     std::string configFile = "/etc/zot/zot-exporter.yml";
     std::string listenAddress = "127.0.0.1:9965";
+    std::string webConfigFile{};  // empty: no protection
     bool checkOnly = false;
 };
 
@@ -49,6 +53,9 @@ bool ReadCommandLine(int argc, const char* const* argv, CommandLine& line, int& 
                    "where to listen; without an address, on all of them")
         ->type_name("ADDRESS:PORT")
         ->capture_default_str();
+    app.add_option("--web.config.file", line.webConfigFile,
+                   "TLS and users of this port, as for Prometheus itself")
+        ->type_name("FILE");
     app.add_flag("--config.check", line.checkOnly, "check the configuration and end");
     app.set_version_flag("--version", std::string("zot-exporter ") + kAgentVersion);
     try {
@@ -79,19 +86,35 @@ size_t HalfOfDescriptors() {
     return static_cast<size_t>(std::max(limit - kOwnDescriptors, 2) / 2);
 }
 
+// Reads the file, if there is one, and puts its certificate into force.
+bool ReadWeb(const CommandLine& line, WebConfig& web, std::vector<std::string>& mistakes) {
+    if (line.webConfigFile.empty()) return true;
+    if (!ReadWebConfig(line.webConfigFile, web, mistakes)) return false;
+    std::string error;
+    if (!web.tls || LoadTlsKeys(*web.tls, error)) return true;
+    mistakes.push_back(error);
+    return false;
+}
+
 // Everything that runs. What is further down uses what is above, and ends before it.
 class Service {
   public:
-    Service(const std::string& configFile, std::shared_ptr<const Fleet> fleet, size_t descriptors)
-        : fleets_(configFile, std::move(fleet)),
+    Service(const CommandLine& line, std::shared_ptr<const Fleet> fleet, size_t descriptors)
+        : line_(line),
+          fleets_(line.configFile, std::move(fleet)),
           engine_({.atOnce = kRequestsAtOnce, .perHost = kRequestsPerHost, .sockets = descriptors}),
           connections_(static_cast<unsigned>(descriptors)) {}
     ~Service();
 
-    bool Listen(const std::string& address, std::string& error);
+    // REQUIRES the web configuration that the command line names.
+    bool Listen(const WebConfig& web, std::string& error);
     void Reload();
 
   private:
+    void Serve(const HttpRequest& request, const Answerer& answer);
+    bool ReadAgain(std::vector<std::string>& mistakes);
+
+    const CommandLine& line_;
     FleetHolder fleets_;
     LastProbes probes_;
     OwnMetrics metrics_;
@@ -101,7 +124,9 @@ class Service {
     LogCounter logs_{engine_, files_};
     std::unique_ptr<HttpServer> server_;
     Site site_{{fleets_, engine_, logs_, files_, probes_, metrics_,
-                [this] { return server_->OpenConnections(); }}};
+                [this] { return server_->OpenConnections(); },
+                [this](std::vector<std::string>& mistakes) { return ReadAgain(mistakes); }}};
+    BasicAuth auth_;
     std::thread loop_;
 };
 
@@ -112,42 +137,64 @@ Service::~Service() {
     loop_.join();
 }
 
-bool Service::Listen(const std::string& address, std::string& error) {
+bool Service::Listen(const WebConfig& web, std::string& error) {
     std::string bound;
-    UniqueFd listener = ListenAt(address, bound, error);
+    UniqueFd listener = ListenAt(line_.listenAddress, bound, error);
     if (!listener) return false;
+    auth_.SetUsers(web.users);
     loop_ = std::thread([this] { engine_.RunUntilStopped(); });
-    server_ = HttpServer::Start(
-        {.listener = std::move(listener),
-         .handler = [this](const HttpRequest& request,
-                           const Answerer& answer) { site_.Serve(request, answer); },
-         .maxConnections = connections_},
-        error);
+    server_ =
+        HttpServer::Start({.listener = std::move(listener),
+                           .handler = [this](const HttpRequest& request,
+                                             const Answerer& answer) { Serve(request, answer); },
+                           .maxConnections = connections_,
+                           .headers = web.headers,
+                           .tls = web.tls},
+                          error);
     if (!server_) return false;
     Tell(client::Concat(
-        {kAgentVersion, " listens at http://", bound, ", ",
+        {kAgentVersion, " listens at http", web.tls ? "s" : "", "://", bound, ", ",
          client::Count(static_cast<double>(fleets_.Current().fleet->inventory.Hosts().size()),
                        "host", "hosts")}));
     return true;
 }
 
+void Service::Serve(const HttpRequest& request, const Answerer& answer) {
+    auth_.Check(request, [this, request, answer](bool good) {
+        if (good) return site_.Serve(request, answer);
+        metrics_.LoginRefused();
+        answer({401,
+                "a user and a password are needed\n",
+                kTextType,
+                {{"WWW-Authenticate", "Basic realm=\"zot-exporter\", charset=\"UTF-8\""}}});
+    });
+}
+
+bool Service::ReadAgain(std::vector<std::string>& mistakes) {
+    WebConfig web;
+    bool webGood = ReadWeb(line_, web, mistakes);
+    bool good = fleets_.Reload(webGood, mistakes);
+    if (good) auth_.SetUsers(web.users);
+    return good;
+}
+
 void Service::Reload() {
     files_.Do([this] {
         std::vector<std::string> mistakes;
-        bool good = fleets_.Reload(mistakes);
+        bool good = ReadAgain(mistakes);
         TellAll(mistakes);
         Tell(good ? "configuration reloaded" : "the old configuration stays in force");
     });
 }
 
-int Serve(const CommandLine& line, std::shared_ptr<const Fleet> fleet) {
+int Serve(const CommandLine& line, std::shared_ptr<const Fleet> fleet, const WebConfig& web) {
     // Before the first thread: all of them leave the signals to this one.
     const sigset_t signals = AwaitedSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);
     std::string error;
-    Service service(line.configFile, std::move(fleet), HalfOfDescriptors());
-    if (!service.Listen(line.listenAddress, error)) {
+    Service service(line, std::move(fleet), HalfOfDescriptors());
+    if (!service.Listen(web, error)) {
         Tell(error);
         return 1;
     }
@@ -163,9 +210,11 @@ int RunExporter(int argc, const char* const* argv) {
     if (!ReadCommandLine(argc, argv, line, status)) return status;
     std::vector<std::string> mistakes;
     std::shared_ptr<const Fleet> fleet = LoadFleet(line.configFile, mistakes);
+    WebConfig web;
+    bool webGood = ReadWeb(line, web, mistakes);
     TellAll(mistakes);
-    if (!fleet) return 1;
-    if (!line.checkOnly) return Serve(line, std::move(fleet));
+    if (!fleet || !webGood) return 1;
+    if (!line.checkOnly) return Serve(line, std::move(fleet), web);
     std::cout << line.configFile << ": good, "
               << client::Count(static_cast<double>(fleet->inventory.Hosts().size()), "host",
                                "hosts")

@@ -27,8 +27,9 @@ FleetHolder::State FleetHolder::Current() const {
     return state_;
 }
 
-bool FleetHolder::Reload(std::vector<std::string>& mistakes) {
+bool FleetHolder::Reload(bool othersGood, std::vector<std::string>& mistakes) {
     std::shared_ptr<const Fleet> fleet = LoadFleet(configPath_, mistakes);
+    if (!othersGood) fleet = nullptr;
     std::lock_guard lock(stateMutex_);
     state_.lastReloadGood = fleet != nullptr;
     if (!fleet) return false;

@@ -35,8 +35,9 @@ class FleetHolder {
         : configPath_(std::move(configPath)), state_{std::move(fleet), true, time(nullptr)} {}
 
     State Current() const;
-    // Loads the files again. False with what is wrong; then the old fleet stays.
-    bool Reload(std::vector<std::string>& mistakes);
+    // Loads the files again, after other parts of the configuration were read well or not. False
+    // with what is wrong in any of it; then the old fleet stays.
+    bool Reload(bool othersGood, std::vector<std::string>& mistakes);
 
   private:
     std::string configPath_;

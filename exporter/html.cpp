@@ -50,11 +50,12 @@ std::string UrlValue(std::string_view text) {
 }
 
 std::string HtmlPage(std::string_view title, std::string_view body) {
-    return client::Concat(
-        {"<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>",
-         Html(title), "</title>\n<link rel=\"stylesheet\" href=\"style.css\">\n</head>\n<body>\n",
-         body, "</body>\n</html>\n"});
+    constexpr std::string_view kFront =
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>";
+    constexpr std::string_view kMiddle =
+        "</title>\n<link rel=\"stylesheet\" href=\"style.css\">\n</head>\n<body>\n";
+    return client::Concat({kFront, Html(title), kMiddle, body, "</body>\n</html>\n"});
 }
 
 HttpReply HtmlReply(std::string page) {

@@ -15,14 +15,17 @@ struct HttpRequest {
     std::string method;
     std::string path;  // decoded, as the query is
     Pairs query;       // in their order, also names that come twice
-    std::string authorization;
+    std::string user;  // empty when none was given, as is the password
+    std::string password;
     std::string scrapeTimeout;  // X-Prometheus-Scrape-Timeout-Seconds
 };
+
+inline constexpr const char* kTextType = "text/plain; charset=utf-8";
 
 struct HttpReply {
     unsigned status = 200;
     std::string body;
-    std::string type = "text/plain; charset=utf-8";
+    std::string type = kTextType;
     Pairs headers{};
 };
 

@@ -7,12 +7,17 @@
 #include <set>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+#include "client/local_file.h"
+#include "exporter/tls_keys.h"
 
 namespace zot::exporter {
 namespace {
 
 // Idle connections stay for longer than Prometheus keeps them, which is five minutes.
 constexpr unsigned kIdleSeconds = 360;
+constexpr size_t kMaxTrust = size_t{1} << 20;
 constexpr size_t kMemoryPerConnection = size_t{16} << 10;
 
 // One request on its way.
@@ -56,6 +61,19 @@ std::string Header(MHD_Connection* connection, const char* name) {
     return value ? value : "";
 }
 
+struct FreeText {
+    void operator()(char* text) const noexcept { MHD_free(text); }
+};
+
+void ReadLogin(MHD_Connection* connection, HttpRequest& request) {
+    char* password = nullptr;
+    std::unique_ptr<char, FreeText> user(
+        MHD_basic_auth_get_username_password(connection, &password));
+    std::unique_ptr<char, FreeText> owner(password);
+    if (user) request.user = user.get();
+    if (user && password) request.password = password;
+}
+
 MHD_Result TakeArgument(void* query, MHD_ValueKind, const char* key, size_t keySize,
                         const char* value, size_t valueSize) {
     static_cast<Pairs*>(query)->emplace_back(std::string(key, keySize),
@@ -69,6 +87,7 @@ class MicroServer : public HttpServer {
     ~MicroServer() override { MicroServer::Stop(); }
 
     bool Start(std::string& error);
+    bool AddTls(std::vector<MHD_OptionItem>& options, std::string& error);
     unsigned OpenConnections() const override;
     void Stop() override;
 
@@ -83,6 +102,7 @@ class MicroServer : public HttpServer {
     MHD_Result Send(MHD_Connection* connection, const HttpReply& reply) const;
 
     Settings settings_;
+    std::string trust_;  // the certificates that clients' are signed with
     MHD_Daemon* daemon_ = nullptr;
     std::atomic<bool> stopping_{false};
     std::mutex exchangesMutex_;
@@ -91,17 +111,35 @@ class MicroServer : public HttpServer {
 
 bool MicroServer::Start(std::string& error) {
     unsigned flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_ALLOW_SUSPEND_RESUME;
+    std::vector<MHD_OptionItem> options;
+    if (settings_.tls) {
+        flags |= MHD_USE_TLS;
+        if (!AddTls(options, error)) return false;
+    }
+    options.push_back({MHD_OPTION_END, 0, nullptr});
     daemon_ = MHD_start_daemon(
-        flags, 0, nullptr, nullptr, &MicroServer::Access, this,  //
-        MHD_OPTION_LISTEN_SOCKET, settings_.listener.Get(),      //
-        MHD_OPTION_NOTIFY_COMPLETED, &MicroServer::Completed, this, MHD_OPTION_CONNECTION_LIMIT,
-        settings_.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
-        MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemoryPerConnection, MHD_OPTION_END);
+        flags, 0, nullptr, nullptr, &MicroServer::Access, this,                           //
+        MHD_OPTION_LISTEN_SOCKET, settings_.listener.Get(),                               //
+        MHD_OPTION_NOTIFY_COMPLETED, &MicroServer::Completed, this,                       //
+        MHD_OPTION_CONNECTION_LIMIT, settings_.maxConnections,                            //
+        MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT,  //
+        kMemoryPerConnection, MHD_OPTION_ARRAY, options.data(), MHD_OPTION_END);
     if (!daemon_) {
         error = "cannot start the HTTP server";
         return false;
     }
     settings_.listener.Release();  // closed by the library
+    return true;
+}
+
+bool MicroServer::AddTls(std::vector<MHD_OptionItem>& options, std::string& error) {
+    const TlsConfig& tls = *settings_.tls;
+    // Pointers stay with the library, and it takes no constant ones.
+    options.push_back({MHD_OPTION_HTTPS_CERT_CALLBACK, 0, TlsKeysCallback()});
+    options.push_back({MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(TlsPriorities(tls))});
+    if (tls.client == ClientCertificate::kIgnored) return true;
+    if (!client::ReadWholeFile(tls.clientCaFile, kMaxTrust, trust_, error)) return false;
+    options.push_back({MHD_OPTION_HTTPS_MEM_TRUST, 0, trust_.data()});
     return true;
 }
 
@@ -154,13 +192,16 @@ void MicroServer::Completed(void* self, MHD_Connection*, void** state, MHD_Reque
 MHD_Result MicroServer::Take(MHD_Connection* connection, const char* url, const char* method,
                              const ExchangePtr& exchange) {
     if (stopping_) return MHD_NO;
-    if (!std::exchange(exchange->begun, true)) {
+    const bool isNew = !std::exchange(exchange->begun, true);
+    if (isNew && settings_.tls && !ClientIsWelcome(connection, settings_.tls->client)) {
+        exchange->Answer({403, "a certificate of yours is needed, and must be good\n"});
+    } else if (isNew) {
         HttpRequest request;
         request.method = method;
         request.path = url;
         MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, &TakeArgument,
                                     &request.query);
-        request.authorization = Header(connection, MHD_HTTP_HEADER_AUTHORIZATION);
+        ReadLogin(connection, request);
         request.scrapeTimeout = Header(connection, "X-Prometheus-Scrape-Timeout-Seconds");
         settings_.handler(request,
                           [exchange](HttpReply reply) { exchange->Answer(std::move(reply)); });

@@ -3,10 +3,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/owners.h"
 #include "exporter/http_exchange.h"
+#include "exporter/web_config.h"
 
 namespace zot::exporter {
 
@@ -16,7 +18,8 @@ class HttpServer {
         UniqueFd listener;  // see ListenAt
         HttpHandler handler;
         unsigned maxConnections = 1024;
-        Pairs headers{};  // of every reply
+        Pairs headers{};                 // of every reply
+        std::optional<TlsConfig> tls{};  // after LoadTlsKeys
     };
 
     // Nullptr with the error text when the server cannot start.

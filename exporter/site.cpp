@@ -89,7 +89,7 @@ void Site::Healthy(const HttpRequest&, const Answerer& answer) { answer({200, "h
 void Site::Reload(const HttpRequest&, const Answerer& answer) {
     parts_.files.Do([this, answer] {
         std::vector<std::string> mistakes;
-        if (parts_.fleets.Reload(mistakes)) return answer({200, "reloaded\n"});
+        if (parts_.reload(mistakes)) return answer({200, "reloaded\n"});
         std::string text = "not reloaded, the old configuration stays in force:\n";
         for (const std::string& mistake : mistakes) text += mistake + "\n";
         answer({500, text});

@@ -26,6 +26,8 @@ class Site {
         LastProbes& probes;
         OwnMetrics& metrics;
         std::function<unsigned()> openConnections;
+        // Reads the configuration again, on the thread of `files`. False with the mistakes.
+        std::function<bool(std::vector<std::string>& mistakes)> reload;
     };
 
     explicit Site(Parts parts) : parts_(std::move(parts)) {}

@@ -54,11 +54,13 @@ install_tools() {
         want libc-ares-dev have_header ares.h
         want libyaml-cpp-dev have_header yaml-cpp/yaml.h
         want libmicrohttpd-dev have_header microhttpd.h
+        want libgnutls28-dev have_header gnutls/gnutls.h
         if [ "${1:-}" = tests ]; then
             want libgtest-dev have_header gtest/gtest.h
             want mandoc command -v mandoc
             want shellcheck command -v shellcheck
             want curl command -v curl
+            want openssl command -v openssl
         fi
     else
         want cli11 have_header CLI/CLI.hpp
@@ -66,6 +68,7 @@ install_tools() {
         want c-ares have_header ares.h
         want yaml-cpp have_header yaml-cpp/yaml.h
         want libmicrohttpd have_header microhttpd.h
+        want gnutls have_header gnutls/gnutls.h
         if [ "${1:-}" = tests ]; then
             want googletest have_header gtest/gtest.h
             want hs-ShellCheck command -v shellcheck

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "exporter/web_config.h"
 #include "tests/support/temp_dir.h"
 
 namespace zot::exporter {
@@ -92,6 +93,37 @@ TEST(ExporterConfig, ShowsWhatIsInForceAndReadsItBack) {
     EXPECT_EQ(ConfigAsYaml(again), shown);
     EXPECT_EQ(again.modules[0].checks, config.modules[0].checks);
     EXPECT_EQ(again.FindModule("m")->timeout, std::chrono::milliseconds(500));
+}
+
+TEST(WebConfig, TellsEveryMistakeWithItsPlace) {
+    const std::string tls = "tls_server_config:\n  cert_file: c\n  key_file: k\n";
+    struct Case {
+        std::string text;
+        Lines mistakes;
+    } cases[] = {
+        {"", {}},
+        {tls + "http_server_config: {http2: true}\n", {}},
+        {"tls_server_config: {cert_file: c}\nusers: {}\n",
+         {"1:20: tls_server_config needs key_file", "2:1: the web configuration has no key users"}},
+        {tls + "  min_version: TLS11\n  client_auth_type: RequireAnyClientCert\n",
+         {"5:21: client_auth_type must be NoClientCert, VerifyClientCertIfGiven or "
+          "RequireAndVerifyClientCert",
+          "4:16: min_version must be TLS12 or TLS13"}},
+        {tls + "  client_ca_file: x\n",
+         {"2:3: client_auth_type and client_ca_file need each other"}},
+        {"http_server_config: {headers: {Server: x}}\n", {"1:32: headers has no key Server"}},
+        {"basic_auth_users:\n  a: $2y$10$short\n",
+         {"2:6: the password of a must be a bcrypt hash, as htpasswd -B makes it"}},
+    };
+    test::TempDir dir;
+    for (const Case& one : cases) {
+        WebConfig config;
+        Lines mistakes;
+        std::string path = dir.Write("web.yml", one.text);
+        EXPECT_EQ(ReadWebConfig(path, config, mistakes), one.mistakes.empty());
+        for (std::string& line : mistakes) line.erase(0, path.size() + 1);
+        EXPECT_EQ(mistakes, one.mistakes) << one.text;
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -234,6 +235,69 @@ TEST(Exporter, ReloadsWholeOrNotAtAll) {
     EXPECT_EQ(OutputOf(check + "/exporter.yml; echo $?"),
               exporter.Dir().Path() + "/exporter.yml: good, 2 hosts, 2 modules\n0\n");
     EXPECT_TRUE(OutputOf(check + "/none.yml; echo $?").ends_with("No such file or directory\n1\n"));
+}
+
+// A certificate with its key, signed by another one or by itself; its files lie in the folder.
+void MakeCertificate(const TempDir& dir, const std::string& name, const std::string& signer = "") {
+    std::string command = "cd " + dir.Path() +
+                          " && openssl req -x509 -newkey ec -pkeyopt "
+                          "ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=" +
+                          name + " -addext subjectAltName=IP:127.0.0.1 -keyout " + name +
+                          ".key -out " + name + ".pem";
+    if (!signer.empty()) command += " -CA " + signer + ".pem -CAkey " + signer + ".key";
+    const std::string output = OutputOf(command);
+    ASSERT_NE(ReadFile(dir / (name + ".pem")), "") << output;
+}
+
+TEST(Exporter, ProtectsItsPort) {
+    TempDir dir;
+    for (const char* name : {"ca", "other"}) MakeCertificate(dir, name);
+    MakeCertificate(dir, "server", "ca");
+    MakeCertificate(dir, "anna", "ca");
+    MakeCertificate(dir, "eve", "other");
+    const std::string hash = crypt("secret", "$2b$04$abcdefghijklmnopqrstuu");
+    ASSERT_EQ(hash.size(), 60U);
+    const std::string tls = "tls_server_config:\n  cert_file: server.pem\n  key_file: server.key\n";
+    const std::string users = "basic_auth_users: {anna: " + hash + "}\n";
+    const std::string web = dir.Write(
+        "web.yml",
+        tls + "  client_ca_file: ca.pem\n  client_auth_type: RequireAndVerifyClientCert\n" +
+            "http_server_config: {headers: {X-Frame-Options: deny}}\n" + users);
+    ExporterProcess exporter("web1\n", kBase, "--web.config.file=" + web);
+    auto get = [&](const std::string& options, const std::string& path = "/-/healthy") {
+        return exporter.Get(path, "--cacert " + (dir / "ca.pem") + " " + options);
+    };
+    auto with = [&](const std::string& name) {
+        return "--cert " + (dir / (name + ".pem")) + " --key " + (dir / (name + ".key")) + " ";
+    };
+    EXPECT_EQ(get(with("anna") + "-u anna:secret"), "healthy\n200\n");
+    EXPECT_EQ(get(with("anna") + "-u anna:secret"), "healthy\n200\n");  // from memory
+    EXPECT_NE(get(with("anna") + "-i -u anna:secret").find("\r\nX-Frame-Options: deny\r\n"),
+              std::string::npos);
+    for (const char* wrong :
+         {"", "-u anna:secreT", "-u anna:", "-u eve:secret", "-H 'Authorization: Basic ='"}) {
+        EXPECT_TRUE(get(with("anna") + wrong).ends_with("\n401\n")) << wrong;
+    }
+    for (const std::string& stranger : {std::string(), with("eve")}) {
+        EXPECT_TRUE(get(stranger + "-u anna:secret").ends_with("\n403\n")) << stranger;
+    }
+    EXPECT_EQ(get(with("anna") + "-u anna:secret --tls-max 1.1"), "000\n");
+    // Users and the certificate change with a reload; a file with mistakes changes nothing.
+    MakeCertificate(dir, "server", "ca");
+    dir.Write("web.yml", tls + "basic_auth_users: {anna: secret}\n");
+    const std::string refused = get(with("anna") + "-u anna:secret -X POST", "/-/reload");
+    EXPECT_NE(refused.find("web.yml:4:26: the password of anna must be a bcrypt hash"),
+              std::string::npos)
+        << refused;
+    EXPECT_EQ(get(with("anna") + "-u anna:secret"), "healthy\n200\n");
+    std::string before = OutputOf("openssl x509 -noout -fingerprint -in " + (dir / "server.pem"));
+    dir.Write("web.yml", tls);
+    EXPECT_EQ(get(with("anna") + "-u anna:secret -X POST", "/-/reload"), "reloaded\n200\n");
+    EXPECT_EQ(get(with("anna")), "healthy\n200\n");
+    EXPECT_NE(OutputOf("openssl s_client -connect 127.0.0.1:" + std::to_string(exporter.Port()) +
+                       " </dev/null 2>&1 | openssl x509 -noout -fingerprint")
+                  .find(before),
+              std::string::npos);
 }
 
 TEST(Exporter, NeitherHangingHostsNorIdleConnectionsDelayOthers) {
