@@ -6,6 +6,9 @@ install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7 DESTINATION ${CMAKE_IN
 install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 if(ZOT_EXPORTER)
   install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES packaging/prometheus/scrape.yml packaging/prometheus/alerts.yml
+    packaging/icinga2/zot.conf packaging/grafana/fleet.json
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter)
 endif()
 install(FILES docs/guide.md docs/reliability.md docs/architecture.md README.md CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -61,6 +61,8 @@ install_tools() {
             want shellcheck command -v shellcheck
             want curl command -v curl
             want openssl command -v openssl
+            want prometheus command -v promtool
+            want icinga2-bin command -v icinga2
         fi
     else
         want cli11 have_header CLI/CLI.hpp

@@ -24,7 +24,7 @@ done
 
 shellcheck -x -P SCRIPTDIR packaging/debian/postinst packaging/debian/prerm packaging/debian/postrm \
     packaging/freebsd/zot.in packaging/completion/zotq.bash \
-    tests/packaging/*.sh tests/docs/*.sh tests/hardening.sh \
+    tests/packaging/*.sh tests/monitoring/*.sh tests/docs/*.sh tests/hardening.sh \
     tools/*.sh scripts/*.sh scripts/*/*.sh .ci/run || failed=1
 bash -n packaging/completion/zotq.bash || failed=1
 if command -v zsh >/dev/null; then zsh -n packaging/completion/_zotq || failed=1; fi
