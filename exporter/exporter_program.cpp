@@ -82,7 +82,9 @@ sigset_t AwaitedSignals() {
 
 // How many descriptors requests and connections may each have.
 size_t HalfOfDescriptors() {
+    constexpr int kUsual = 1024;  // where the system does not tell
     int limit = RaiseDescriptorLimit();
+    if (limit <= 0) limit = kUsual;
     return static_cast<size_t>(std::max(limit - kOwnDescriptors, 2) / 2);
 }
 

@@ -103,7 +103,8 @@ table { border-collapse: collapse; width: 100%; }
 th, td { text-align: left; padding: .35rem .6rem; border-bottom: 1px solid var(--line); }
 th { background: var(--band); white-space: nowrap; }
 td.number, th.number { text-align: right; font-variant-numeric: tabular-nums; }
-td { overflow-wrap: anywhere; }
+td { white-space: nowrap; }
+td:last-child { white-space: normal; overflow-wrap: anywhere; }
 pre { background: var(--band); padding: .7rem; overflow-x: auto; font-size: 13px; }
 @media (max-width: 40rem) {
   table.rows thead { display: none; }
@@ -112,10 +113,13 @@ pre { background: var(--band); padding: .7rem; overflow-x: auto; font-size: 13px
     border: 1px solid var(--line); border-radius: 4px;
   }
   table.rows td, table.rows td.number {
-    display: flex; justify-content: space-between; gap: 1rem; padding: .2rem 0; border: 0;
+    display: flex; justify-content: flex-end; gap: .6rem; padding: .2rem 0; border: 0;
     text-align: right;
   }
-  table.rows td::before { content: attr(data-label); color: var(--soft); text-align: left; }
+  table.rows td:empty { display: none; }
+  table.rows td::before {
+    content: attr(data-label); flex: none; margin-right: auto; color: var(--soft); font-weight: 400;
+  }
 }
 )";
 
