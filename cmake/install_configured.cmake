@@ -57,6 +57,13 @@ install_configured(zot.cfg.sample.in ${ZOT_SYSCONFDIR}/zot zot.cfg.sample ${owne
 if(ZOT_EXPORTER)
   install_configured(zot-exporter.yml.sample.in ${ZOT_SYSCONFDIR}/zot zot-exporter.yml.sample
     ${forAll})
+  if(NOT ZOT_SYSTEM STREQUAL "FreeBSD")
+    absolute_path(ZOT_BINDIR ${ZOT_BIN} ${CMAKE_INSTALL_PREFIX})
+    install_configured(systemd/zot-exporter.service.in ${CMAKE_INSTALL_PREFIX}/lib/systemd/system
+      zot-exporter.service ${forAll})
+    install_configured(systemd/zot-exporter.sysusers ${CMAKE_INSTALL_PREFIX}/lib/sysusers.d
+      zot-exporter.conf ${forAll})
+  endif()
 endif()
 
 set(zshDir ${CMAKE_INSTALL_PREFIX}/share/zsh/site-functions)

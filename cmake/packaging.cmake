@@ -23,6 +23,7 @@ install(CODE "
   set(ZOT_SCRATCH_DIR \"${CMAKE_BINARY_DIR}/packaging\")
   set(ZOT_EXPORTER ${ZOT_EXPORTER})
   set(ZOT_SYSTEM \"${CMAKE_SYSTEM_NAME}\")
+  set(ZOT_BIN \"${CMAKE_INSTALL_BINDIR}\")
   set(ZOT_SBIN \"${CMAKE_INSTALL_SBINDIR}\")
   set(ZOT_SYSCONF \"${CMAKE_INSTALL_SYSCONFDIR}\")")
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/install_configured.cmake)
