@@ -122,7 +122,10 @@ void ProbeRun::StartLog(size_t index) {
 void ProbeRun::AskNext(size_t index) {
     Step& step = steps_[index];
     auto question = step.probe->Next();
-    if (!question) return ReadAnswer(step), End(index, step.report.failure, step.report.message);
+    if (!question) {
+        ReadAnswer(step);
+        return End(index, step.report.failure, step.report.message);
+    }
     engine_.Add({.target = target_,
                  .text = client::ComposeRequest(question->command, question->params),
                  .deadline = step.deadline,
