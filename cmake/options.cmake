@@ -16,11 +16,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION MATCHES "^1
   target_compile_options(zot_options INTERFACE -Wno-restrict)
 endif()
 
+# The tests themselves are not optimised (tests/CMakeLists.txt), which FORTIFY_SOURCE would need.
+set(optimised $<NOT:$<BOOL:$<TARGET_PROPERTY:ZOT_UNOPTIMISED>>>)
 if(ZOT_SANITIZE)
   target_compile_options(zot_options INTERFACE
     -fsanitize=${ZOT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   # More would take longer to compile than it saves when the tests run.
-  target_compile_options(zot_options INTERFACE -O1 -g1)
+  target_compile_options(zot_options INTERFACE $<${optimised}:-O1> -g1)
   target_link_options(zot_options INTERFACE -fsanitize=${ZOT_SANITIZE})
   # In instrumented code GCC gives this warning wrongly, in the library's own headers.
   target_compile_options(zot_options INTERFACE
@@ -28,7 +30,9 @@ if(ZOT_SANITIZE)
 else()
   # The agent runs as root and reads bytes from the network: every mitigation that costs nothing.
   target_compile_options(zot_options INTERFACE
-    -fstack-protector-strong $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+    -fstack-protector-strong
+    $<$<AND:$<CONFIG:Release>,${optimised}>:-U_FORTIFY_SOURCE>
+    $<$<AND:$<CONFIG:Release>,${optimised}>:-D_FORTIFY_SOURCE=2>)
   check_cxx_compiler_flag(-fcf-protection=full ZOT_HAS_CF_PROTECTION)
   if(ZOT_HAS_CF_PROTECTION)
     target_compile_options(zot_options INTERFACE -fcf-protection=full)
