@@ -24,4 +24,4 @@ target_link_libraries(zot_exporter_library
 
 add_executable(zot-exporter exporter/zot_exporter.cpp)
 target_link_libraries(zot-exporter PRIVATE zot_exporter_library)
-install(TARGETS zot-exporter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS zot-exporter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT exporter)

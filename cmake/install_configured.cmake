@@ -50,11 +50,7 @@ function(install_configured template directory name)
     PERMISSIONS ${ARGN})
 endfunction()
 
-install_directory(${ZOT_STATEDIR} ${ownerAll})
-install_directory(${ZOT_LOGDIR} ${ownerAll} GROUP_READ GROUP_EXECUTE)
-# For root alone, like the file that is copied from it.
-install_configured(zot.cfg.sample.in ${ZOT_SYSCONFDIR}/zot zot.cfg.sample ${ownerFile})
-if(ZOT_EXPORTER)
+if(ZOT_PART STREQUAL "exporter")
   install_configured(zot-exporter.yml.sample.in ${ZOT_SYSCONFDIR}/zot zot-exporter.yml.sample
     ${forAll})
   if(NOT ZOT_SYSTEM STREQUAL "FreeBSD")
@@ -64,7 +60,13 @@ if(ZOT_EXPORTER)
     install_configured(systemd/zot-exporter.sysusers ${CMAKE_INSTALL_PREFIX}/lib/sysusers.d
       zot-exporter.conf ${forAll})
   endif()
+  return()
 endif()
+
+install_directory(${ZOT_STATEDIR} ${ownerAll})
+install_directory(${ZOT_LOGDIR} ${ownerAll} GROUP_READ GROUP_EXECUTE)
+# For root alone, like the file that is copied from it.
+install_configured(zot.cfg.sample.in ${ZOT_SYSCONFDIR}/zot zot.cfg.sample ${ownerFile})
 
 set(zshDir ${CMAKE_INSTALL_PREFIX}/share/zsh/site-functions)
 if(ZOT_SYSTEM STREQUAL "FreeBSD")

@@ -5,10 +5,11 @@ install(FILES docs/man/zot.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 if(ZOT_EXPORTER)
-  install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8
+    COMPONENT exporter)
   install(FILES packaging/prometheus/scrape.yml packaging/prometheus/alerts.yml
     packaging/icinga2/zot.conf packaging/grafana/fleet.json
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter COMPONENT exporter)
 endif()
 install(FILES docs/guide.md docs/reliability.md docs/architecture.md README.md CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -18,15 +19,22 @@ install(FILES packaging/completion/zotq.bash
 
 # The configuration, the service and the log rotation name installed paths, and the prefix is final
 # only when things are installed.
-install(CODE "
-  set(ZOT_PACKAGING_DIR \"${CMAKE_SOURCE_DIR}/packaging\")
-  set(ZOT_SCRATCH_DIR \"${CMAKE_BINARY_DIR}/packaging\")
-  set(ZOT_EXPORTER ${ZOT_EXPORTER})
-  set(ZOT_SYSTEM \"${CMAKE_SYSTEM_NAME}\")
-  set(ZOT_BIN \"${CMAKE_INSTALL_BINDIR}\")
-  set(ZOT_SBIN \"${CMAKE_INSTALL_SBINDIR}\")
-  set(ZOT_SYSCONF \"${CMAKE_INSTALL_SYSCONFDIR}\")")
-install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/install_configured.cmake)
+function(install_part part component)
+  install(CODE "
+    set(ZOT_PART ${part})
+    set(ZOT_PACKAGING_DIR \"${CMAKE_SOURCE_DIR}/packaging\")
+    set(ZOT_SCRATCH_DIR \"${CMAKE_BINARY_DIR}/packaging\")
+    set(ZOT_SYSTEM \"${CMAKE_SYSTEM_NAME}\")
+    set(ZOT_BIN \"${CMAKE_INSTALL_BINDIR}\")
+    set(ZOT_SBIN \"${CMAKE_INSTALL_SBINDIR}\")
+    set(ZOT_SYSCONF \"${CMAKE_INSTALL_SYSCONFDIR}\")" COMPONENT ${component})
+  install(SCRIPT ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/install_configured.cmake
+    COMPONENT ${component})
+endfunction()
+install_part(agent Unspecified)
+if(ZOT_EXPORTER)
+  install_part(exporter exporter)
+endif()
 
 set(CPACK_PACKAGE_NAME zot)
 set(CPACK_PACKAGE_VENDOR "The zot developers")
@@ -39,6 +47,8 @@ external programs, and TCP and UDP services. zotq asks it from the command line.
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://zot.example.org")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
+# A monitored host gets the agent and zotq, and none of the exporter's libraries.
+set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};${PROJECT_NAME};Unspecified;/")
 # Configuration and service are outside the prefix.
 set(CPACK_SET_DESTDIR ON)
 

@@ -38,6 +38,10 @@ done <<END
 drwx------ root/root ./var/lib/zot/
 drwxr-x--- root/root ./var/log/zot/
 END
+if grep exporter "$work/contents.txt"; then
+    echo "the exporter does not belong to a monitored host"
+    exit 1
+fi
 dpkg-deb -I "$work/zot_1.deb" control | grep -q '^Depends: .*libstdc++6'
 [ "$(dpkg-deb -f "$work/zot_1.deb" Version)" = "$("$build/zotq" --version | cut -d ' ' -f 2)-1" ]
 dpkg-deb --fsys-tarfile "$work/zot_1.deb" | tar -xO ./etc/zot/zot.cfg.sample >"$work/sample.txt"

@@ -7,9 +7,12 @@ cmake=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-DESTDIR="$work/root" "$cmake" -D ZOT_SYSTEM=FreeBSD -D CMAKE_INSTALL_PREFIX=/usr/local \
-    -D ZOT_EXPORTER=ON -D ZOT_SBIN=sbin -D ZOT_SYSCONF=etc -D ZOT_PACKAGING_DIR="$source/packaging" \
-    -D ZOT_SCRATCH_DIR="$work/scratch" -P "$source/cmake/install_configured.cmake" >/dev/null
+for part in agent exporter; do
+    DESTDIR="$work/root" "$cmake" -D ZOT_PART=$part -D ZOT_SYSTEM=FreeBSD \
+        -D CMAKE_INSTALL_PREFIX=/usr/local -D ZOT_SBIN=sbin -D ZOT_SYSCONF=etc \
+        -D ZOT_PACKAGING_DIR="$source/packaging" -D ZOT_SCRATCH_DIR="$work/scratch" \
+        -P "$source/cmake/install_configured.cmake" >/dev/null
+done
 cd "$work/root"
 find . -type f | sed 's|^\./usr/local/||' | sort >"$work/laid-out.txt"
 # The rest of the list is what every system gets: programs, scripts, pages and completions.
