@@ -110,7 +110,10 @@ class Sha1 {
     void Update(std::span<const uint8_t> data) {
         data_.insert(data_.end(), data.begin(), data.end());
     }
-    void Final(uint8_t* digest) { std::ranges::copy(Sha1Digest(data_), digest); }
+    void Final(uint8_t* digest) {
+        const auto value = Sha1Digest(data_);
+        std::copy(value.begin(), value.end(), digest);
+    }
 
   private:
     std::vector<uint8_t> data_;
