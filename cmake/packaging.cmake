@@ -11,7 +11,8 @@ if(ZOT_EXPORTER)
     packaging/icinga2/zot.conf packaging/grafana/fleet.json
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter COMPONENT exporter)
 endif()
-install(FILES docs/guide.md docs/reliability.md docs/architecture.md README.md CHANGELOG.md
+install(FILES docs/guide.md docs/reliability.md docs/architecture.md docs/performance.md
+  docs/platforms.md README.md CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES packaging/completion/zotq.bash
