@@ -20,6 +20,8 @@ cmake --build "$build" -j "$(cpu_count)" --target zot zot-exporter
 demo=$(mktemp -d)
 pids=
 finish() {
+    # A second signal, as timeout(1) sends it, must not end the clearing up.
+    trap '' HUP INT TERM
     # The list is split into words on purpose.
     # shellcheck disable=SC2086
     [ -z "$pids" ] || kill $pids 2>/dev/null || true
