@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <string>
 #include <string_view>
 #include <utility>
 
