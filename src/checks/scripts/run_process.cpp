@@ -36,6 +36,7 @@ class Runner {
     Runner(ChildProcess& child, WatchedChild::Fate fate) {
         Making making;
         // Not in the list of initialisers: the loose ends must know first.
+        // cppcheck-suppress useInitializationList
         pid_ = child.Start();
         if (pid_ >= 0) watched_.emplace(pid_, fate);
     }
