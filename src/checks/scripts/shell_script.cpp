@@ -47,7 +47,7 @@ ScriptRequest ReadRequest(std::string_view params) {
 // arguments together have room.
 constexpr size_t kUsedOfLine = 4 * ArgumentList::kArea;
 constexpr size_t kLongestGap = ArgumentList::kArea;
-static_assert(kUsedOfLine > 2 * ArgumentList::kArea + 2 * ArgumentList::kMaxArguments);
+static_assert(kUsedOfLine > 2 * ArgumentList::kArea + size_t{2} * ArgumentList::kMaxArguments);
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
