@@ -88,7 +88,7 @@ size_t HalfOfDescriptors() {
     return static_cast<size_t>(std::max(limit - kOwnDescriptors, 2) / 2);
 }
 
-// Reads the file, if there is one, and puts its certificate into force.
+// Reads the file, if there is one, and the certificate that it names.
 bool ReadWeb(const CommandLine& line, WebConfig& web, std::vector<std::string>& mistakes) {
     if (line.webConfigFile.empty()) return true;
     if (!ReadWebConfig(line.webConfigFile, web, mistakes)) return false;
@@ -144,6 +144,7 @@ bool Service::Listen(const WebConfig& web, std::string& error) {
     UniqueFd listener = ListenAt(line_.listenAddress, bound, error);
     if (!listener) return false;
     auth_.SetUsers(web.users);
+    if (web.tls) UseTlsKeys();
     loop_ = std::thread([this] { engine_.RunUntilStopped(); });
     server_ =
         HttpServer::Start({.listener = std::move(listener),
@@ -176,8 +177,10 @@ bool Service::ReadAgain(std::vector<std::string>& mistakes) {
     WebConfig web;
     bool webGood = ReadWeb(line_, web, mistakes);
     bool good = fleets_.Reload(webGood, mistakes);
-    if (good) auth_.SetUsers(web.users);
-    return good;
+    if (!good) return false;
+    auth_.SetUsers(web.users);
+    if (web.tls) UseTlsKeys();
+    return true;
 }
 
 void Service::Reload() {

@@ -31,6 +31,9 @@ struct TlsKeys {
 // The library's callback knows nothing of ours, so what is in force must be found without it.
 std::atomic<TlsKeys*> keysInForce{nullptr};
 
+// Of one thread at a time. Handshakes under way may still use the ones before: all stay to the end.
+std::vector<std::unique_ptr<TlsKeys>> loadedKeys;
+
 int GiveKeys(gnutls_session_t, const gnutls_datum_t*, int, const gnutls_pk_algorithm_t*, int,
              gnutls_pcert_st** chain, unsigned* chainSize, gnutls_privkey_t* key) {
     TlsKeys* keys = keysInForce;
@@ -86,18 +89,17 @@ bool Belong(const TlsKeys& keys) {
 }  // namespace
 
 bool LoadTlsKeys(const TlsConfig& tls, std::string& error) {
-    // Handshakes under way may still use the ones before: all stay to the end.
-    static std::vector<std::unique_ptr<TlsKeys>> all;
     auto keys = std::make_unique<TlsKeys>();
     if (!Read(tls, *keys, error)) return false;
     if (!Belong(*keys)) {
         error = client::Concat({tls.keyFile, " is not the key of ", tls.certFile});
         return false;
     }
-    keysInForce = keys.get();
-    all.push_back(std::move(keys));
+    loadedKeys.push_back(std::move(keys));
     return true;
 }
+
+void UseTlsKeys() { keysInForce = loadedKeys.back().get(); }
 
 void* TlsKeysCallback() { return reinterpret_cast<void*>(&GiveKeys); }
 

@@ -10,9 +10,11 @@
 
 namespace zot::exporter {
 
-// Puts the files' certificate and key in the place of those that connections got so far. False with
-// the error text; then nothing has changed.
+// Reads the files' certificate and key, which count only with UseTlsKeys. False with the error
+// text.
 bool LoadTlsKeys(const TlsConfig& tls, std::string& error);
+// Gives new connections what was loaded last. REQUIRES LoadTlsKeys to have succeeded.
+void UseTlsKeys();
 
 // For MHD_OPTION_HTTPS_CERT_CALLBACK.
 void* TlsKeysCallback();

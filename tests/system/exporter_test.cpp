@@ -291,13 +291,19 @@ TEST(Exporter, ProtectsItsPort) {
         << refused;
     EXPECT_EQ(get(with("anna") + "-u anna:secret"), "healthy\n200\n");
     std::string before = OutputOf("openssl x509 -noout -fingerprint -in " + (dir / "server.pem"));
+    auto served = [&] {
+        return OutputOf("openssl s_client -connect 127.0.0.1:" + std::to_string(exporter.Port()) +
+                        " </dev/null 2>&1 | openssl x509 -noout -fingerprint");
+    };
+    dir.Write("web.yml", tls + users);
+    exporter.Dir().Write("exporter.yml", "hosts: hosts\n");
+    EXPECT_TRUE(get(with("anna") + "-u anna:secret -X POST", "/-/reload").ends_with("\n500\n"));
+    EXPECT_EQ(served().find(before), std::string::npos);
+    exporter.Dir().Write("exporter.yml", kBase);
     dir.Write("web.yml", tls);
     EXPECT_EQ(get(with("anna") + "-u anna:secret -X POST", "/-/reload"), "reloaded\n200\n");
     EXPECT_EQ(get(with("anna")), "healthy\n200\n");
-    EXPECT_NE(OutputOf("openssl s_client -connect 127.0.0.1:" + std::to_string(exporter.Port()) +
-                       " </dev/null 2>&1 | openssl x509 -noout -fingerprint")
-                  .find(before),
-              std::string::npos);
+    EXPECT_NE(served().find(before), std::string::npos);
 }
 
 TEST(Exporter, NeitherHangingHostsNorIdleConnectionsDelayOthers) {
