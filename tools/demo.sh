@@ -14,6 +14,8 @@ cmake --build "$build" -j "$(cpu_count)" --target zot zotq
 demo=$(mktemp -d)
 agent=
 finish() {
+    # A second signal, as timeout(1) sends it, must not end the clearing up.
+    trap '' HUP INT TERM
     [ -z "$agent" ] || kill "$agent" 2>/dev/null || true
     rm -rf "$demo"
 }
