@@ -86,11 +86,11 @@ void AuditLog::WriteCounts(const AgentSettings& settings, int64_t now) {
 }
 
 AuditLog::Stranger& AuditLog::FindOrAdd(uint32_t address, int64_t now) {
-    if (strangers_.empty()) strangers_.push_back({kOthers, now, 0});
     auto found = std::find_if(strangers_.begin(), strangers_.end(),
                               [address](const Stranger& one) { return one.address == address; });
     if (found != strangers_.end()) return *found;
-    if (strangers_.size() > kMostStrangers) return strangers_.front();
+    const bool full = strangers_.size() >= kMostStrangers && address != kOthers;
+    if (full) return FindOrAdd(kOthers, now);
     return strangers_.emplace_back(Stranger{address, now, 0});
 }
 

@@ -57,6 +57,20 @@ TEST_F(AuditLogTest, AnyNumberOfAddressesFillsNoTable) {
     EXPECT_EQ(Count("\t 10.0.19.136\t not authenticated\n"), 1) << "room again";
 }
 
+TEST_F(AuditLogTest, WhoFindsNoRoomIsNeverTakenForAnother) {
+    auto note = [&](uint32_t from, uint32_t to, int64_t now) {
+        for (uint32_t i = from; i <= to; ++i)
+            log_.NoteStranger(settings_, htonl(0x0a000000 + i), now);
+    };
+    note(1, 1, 1);
+    note(2, 1024, 50);
+    log_.WriteCounts(settings_, 61);
+    note(1025, 1030, 62);
+    EXPECT_EQ(Lines(), 1030);
+    EXPECT_EQ(Count("\t 10.0.0.2\t"), 1);
+    EXPECT_EQ(Count("\t others\t not authenticated\n"), 5);
+}
+
 TEST_F(AuditLogTest, GoesToTheSystemsLogWithoutWaiting) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
