@@ -17,6 +17,7 @@ function(absolute_path result directory base)
 endfunction()
 
 absolute_path(ZOT_SBINDIR ${ZOT_SBIN} ${CMAKE_INSTALL_PREFIX})
+absolute_path(ZOT_LIBEXECDIR ${ZOT_LIBEXEC} ${CMAKE_INSTALL_PREFIX})
 absolute_path(ZOT_SYSCONFDIR ${ZOT_SYSCONF} "${root}")
 if(ZOT_SYSTEM STREQUAL "FreeBSD")
   if(root STREQUAL "/usr/local")
@@ -63,12 +64,21 @@ if(ZOT_PART STREQUAL "exporter")
   return()
 endif()
 
+if(ZOT_PART STREQUAL "client")
+  set(zshDir ${CMAKE_INSTALL_PREFIX}/share/zsh/site-functions)
+  if(EXISTS /etc/debian_version AND CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
+    set(zshDir /usr/share/zsh/vendor-completions)
+  endif()
+  file(INSTALL DESTINATION ${zshDir} TYPE FILE FILES ${ZOT_PACKAGING_DIR}/completion/_zotq
+    PERMISSIONS ${forAll})
+  return()
+endif()
+
 install_directory(${ZOT_STATEDIR} ${ownerAll})
 install_directory(${ZOT_LOGDIR} ${ownerAll} GROUP_READ GROUP_EXECUTE)
 # For root alone, like the file that is copied from it.
 install_configured(zot.cfg.sample.in ${ZOT_SYSCONFDIR}/zot zot.cfg.sample ${ownerFile})
 
-set(zshDir ${CMAKE_INSTALL_PREFIX}/share/zsh/site-functions)
 if(ZOT_SYSTEM STREQUAL "FreeBSD")
   install_configured(freebsd/zot.in ${ZOT_SYSCONFDIR}/rc.d zot ${executable})
   install_configured(newsyslog/zot.conf.in ${ZOT_SYSCONFDIR}/newsyslog.conf.d zot.conf ${forAll})
@@ -76,9 +86,4 @@ else()
   install_configured(systemd/zot.service.in ${CMAKE_INSTALL_PREFIX}/lib/systemd/system zot.service
     ${forAll})
   install_configured(logrotate/zot.in ${ZOT_SYSCONFDIR}/logrotate.d zot ${forAll})
-  if(EXISTS /etc/debian_version AND CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
-    set(zshDir /usr/share/zsh/vendor-completions)
-  endif()
 endif()
-file(INSTALL DESTINATION ${zshDir} TYPE FILE FILES ${ZOT_PACKAGING_DIR}/completion/_zotq
-  PERMISSIONS ${forAll})

@@ -1,9 +1,17 @@
-# Installs what surrounds the programs, and makes packages of all of it.
+# Installs what surrounds the programs, and makes packages of all of it: one each for the agent, the
+# client and the exporter, so that a monitoring server gets no agent and a monitored host nothing else.
 
-install(FILES docs/man/zotq.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES docs/man/zot.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
-install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
-install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES docs/man/zotq.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT client)
+install(FILES packaging/completion/zotq.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zotq COMPONENT client)
+install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT client)
+install(FILES docs/man/zot.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT agent)
+install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT agent)
+install(FILES docs/guide.md docs/reliability.md docs/architecture.md docs/performance.md
+  docs/platforms.md README.md CHANGELOG.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT agent)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright COMPONENT agent)
 if(ZOT_EXPORTER)
   install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8
     COMPONENT exporter)
@@ -11,16 +19,10 @@ if(ZOT_EXPORTER)
     packaging/icinga2/zot.conf packaging/grafana/fleet.json
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter COMPONENT exporter)
 endif()
-install(FILES docs/guide.md docs/reliability.md docs/architecture.md docs/performance.md
-  docs/platforms.md README.md CHANGELOG.md
-  DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
-install(FILES packaging/completion/zotq.bash
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zotq)
 
 # The configuration, the service and the log rotation name installed paths, and the prefix is final
 # only when things are installed.
-function(install_part part component)
+function(install_part part)
   install(CODE "
     set(ZOT_PART ${part})
     set(ZOT_PACKAGING_DIR \"${CMAKE_SOURCE_DIR}/packaging\")
@@ -28,34 +30,49 @@ function(install_part part component)
     set(ZOT_SYSTEM \"${CMAKE_SYSTEM_NAME}\")
     set(ZOT_BIN \"${CMAKE_INSTALL_BINDIR}\")
     set(ZOT_SBIN \"${CMAKE_INSTALL_SBINDIR}\")
-    set(ZOT_SYSCONF \"${CMAKE_INSTALL_SYSCONFDIR}\")" COMPONENT ${component})
-  install(SCRIPT ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/install_configured.cmake
-    COMPONENT ${component})
+    set(ZOT_LIBEXEC \"${CMAKE_INSTALL_LIBEXECDIR}\")
+    set(ZOT_SYSCONF \"${CMAKE_INSTALL_SYSCONFDIR}\")" COMPONENT ${part})
+  install(SCRIPT ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/install_configured.cmake COMPONENT ${part})
 endfunction()
-install_part(agent Unspecified)
-if(ZOT_EXPORTER)
-  install_part(exporter exporter)
-endif()
 
 set(CPACK_PACKAGE_NAME zot)
 set(CPACK_PACKAGE_VENDOR "The zot developers")
 set(CPACK_PACKAGE_CONTACT "The zot developers <zot@example.org>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "remote monitoring agent")
-set(CPACK_PACKAGE_DESCRIPTION
-  "zot runs on a monitored host and answers the requests of a monitoring server:
-disk space, folders, files, checksums, text logs, processes, CPU usage, scripts,
-external programs, and TCP and UDP services. zotq asks it from the command line.")
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://zot.example.org")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
-# A monitored host gets the agent and zotq, and none of the exporter's libraries.
-set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};${PROJECT_NAME};Unspecified;/")
 # Configuration and service are outside the prefix.
 set(CPACK_SET_DESTDIR ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/finish_packages.cmake)
+
+# The Debian packages take the first line of a description for its summary.
+function(describe_package part name summary description)
+  string(TOUPPER ${part} key)
+  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${key}_DESCRIPTION "${summary}\n${description}" PARENT_SCOPE)
+  install_part(${part})
+  set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${part} PARENT_SCOPE)
+endfunction()
+set(CPACK_COMPONENTS_ALL "")
+describe_package(agent zot "remote monitoring agent"
+"zot runs on a monitored host and answers the requests of a monitoring
+server: disk space, folders, files, checksums, text logs, processes, CPU
+usage, scripts, external programs, and TCP and UDP services.")
+describe_package(client zotq "client of the remote monitoring agent zot"
+"zotq asks zot agents from the command line, one or a whole list at once,
+changes their settings, upgrades them in batches, and is a plugin for
+Icinga, Nagios, Naemon and others.")
+if(ZOT_EXPORTER)
+  describe_package(exporter zot-exporter "Prometheus exporter for zot agents"
+"zot-exporter stands beside Prometheus and asks zot agents for it, each with
+its own password. It comes with a scrape configuration, alerts, a dashboard
+for Grafana and a check command for Icinga 2.")
+endif()
 
 find_program(ZOT_DPKG dpkg)
 if(NOT ZOT_DPKG)
   set(CPACK_GENERATOR TGZ)
+  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
   set(CPACK_INSTALL_PREFIX /usr/local)
   include(CPack)
   return()
@@ -63,21 +80,28 @@ endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_INSTALL_PREFIX /usr)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 2)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
-# The scripts for processes and CPU use ps; a host without it can do everything else.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "procps, logrotate")
-find_program(ZOT_SHLIBDEPS dpkg-shlibdeps)
-if(ZOT_SHLIBDEPS)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-else()
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libc-ares2, libgcc-s1, libstdc++6")
-endif()
-# The configuration itself is not among these files: the first installation writes it, with its own
-# password, and no upgrade touches it.
-set(controlDir ${CMAKE_SOURCE_DIR}/packaging/debian)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-  ${controlDir}/conffiles ${controlDir}/postinst ${controlDir}/prerm ${controlDir}/postrm)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(controlDir ${CMAKE_SOURCE_DIR}/packaging/debian)
+
+# The scripts for processes and CPU use ps; a host without it can do everything else.
+set(CPACK_DEBIAN_AGENT_PACKAGE_RECOMMENDS "procps, logrotate")
+set(CPACK_DEBIAN_AGENT_PACKAGE_SUGGESTS zotq)
+# The configuration itself is not among the conffiles: the first installation writes it, with its own
+# password, and no upgrade touches it.
+set(CPACK_DEBIAN_AGENT_PACKAGE_CONTROL_EXTRA ${controlDir}/agent/conffiles
+  ${controlDir}/agent/postinst ${controlDir}/agent/prerm ${controlDir}/agent/postrm)
+
+# The first release had the client in the agent's package.
+set(CPACK_DEBIAN_CLIENT_PACKAGE_BREAKS "zot (<< 1.36-2)")
+set(CPACK_DEBIAN_CLIENT_PACKAGE_REPLACES "zot (<< 1.36-2)")
+
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_DEPENDS "systemd | systemd-standalone-sysusers | systemd-sysusers")
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_SUGGESTS "prometheus, zotq")
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_CONTROL_EXTRA ${controlDir}/exporter/conffiles
+  ${controlDir}/exporter/postinst ${controlDir}/exporter/prerm ${controlDir}/exporter/postrm)
 include(CPack)

@@ -22,7 +22,7 @@ for page in docs/man/*.[1-9]; do
     failed=1
 done
 
-shellcheck -x -P SCRIPTDIR packaging/debian/postinst packaging/debian/prerm packaging/debian/postrm \
+shellcheck -x -P SCRIPTDIR packaging/debian/*/p* \
     packaging/freebsd/zot.in packaging/completion/zotq.bash \
     tests/packaging/*.sh tests/monitoring/*.sh tests/docs/*.sh tests/hardening.sh \
     tools/*.sh scripts/*.sh scripts/*/*.sh .ci/run || failed=1

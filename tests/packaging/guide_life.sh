@@ -2,7 +2,9 @@
 # Sourced in a private system, beside the package, the guide and what replaces systemd.
 . ./terminal.sh
 
-mv zot_1.deb "zot_$(dpkg-deb -f zot_1.deb Version)_amd64.deb"
+for package in zot zotq; do
+    mv ${package}_2.deb "${package}_$(dpkg-deb -f ${package}_2.deb Version)_amd64.deb"
+done
 install -m 755 unit_runner.sh /usr/local/sbin/systemctl
 export PATH="/usr/local/sbin:/usr/local/bin:$PATH"
 # The maintainer scripts see systemd, and nothing keeps them from starting the service.

@@ -10,7 +10,7 @@ require_private_root
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-build_package "$build" 1 "$work"
+build_packages "$build" 2 "$work"
 cp "$guide" "$work/guide.md"
 cp "$here/unit_runner.sh" "$here/terminal.sh" "$work"
 run_in_private_root "$here/guide_life.sh" "$work"

@@ -1,16 +1,7 @@
 # shellcheck shell=sh
-# Sourced in a private system, beside zot_1.deb and zot_2.deb: the life of the package.
-
-config=/etc/zot/zot.cfg
-unit=/usr/lib/systemd/system/zot.service
-
-fail() {
-    echo "FAILED: $*"
-    exit 1
-}
-
-# Runs a line of the service unit as systemd does, without its doubled dollar signs.
-run_unit_line() { sh -euc "$(sed -n "s/^$1=//p" "$unit" | sed 's/\$\$/$/g')"; }
+# Sourced in a private system, beside the packages: the life of the agent's and the client's.
+# shellcheck source=tests/packaging/life.sh
+. ./life.sh
 
 # Asks until the agent answers 200 and the reply has the line.
 ask_for() {
@@ -27,15 +18,17 @@ ask_for() {
 
 dpkg -i zot_1.deb >/dev/null
 [ "$(stat -c '%a %U' $config)" = "600 root" ] || fail "permissions of $config"
-ZOT_PASSWORD=$(sed -n 's/^password=//p' $config)
-export ZOT_PASSWORD
+# A configuration of the first release names the scripts without a folder.
+sed -i 's|^\(.*script=\)/usr/libexec/zot/|\1|' $config
+start_agent
+cp $config before.cfg
+first=$(cat /run/zot.pid)
+dpkg -i zot_2.deb zotq_2.deb >/dev/null
+cmp before.cfg $config || fail "the upgrade changed the configuration"
 [ "$(printf %s "$ZOT_PASSWORD" | tr -dc 0-9a-f | wc -c)" -eq 40 ] || fail "password"
-
-# Other agents may run on this machine, so the administrator changes the port.
-port=$((20000 + $(od -An -N 2 -tu2 /dev/urandom) % 20000))
-sed -i "s/^port=.*/port=$port/" $config
-run_unit_line ExecStart >/dev/null
 ask_for 'AgentName=VY Remote Monitoring Agent' GetInfo
+[ "$(cat /run/zot.pid)" != "$first" ] || fail "the agent was not restarted"
+if [ -d "/proc/$first" ]; then fail "the old agent still runs"; fi
 zotq -p "$port" TEST-CPU >reply.txt || { cat reply.txt; fail "CPU script"; }
 # Through standard input, or the client's own command line would count too.
 printf '0\n/usr/sbin/zot -d\n' | zotq -p "$port" TEST-Process - >reply.txt || fail "count script"
@@ -56,24 +49,27 @@ if command -v logrotate >/dev/null; then
     [ -s /var/log/zot/accepted.log.1.gz ] || fail "no rotated log"
 fi
 if command -v systemd-analyze >/dev/null; then
-    systemd-analyze verify "$unit" || fail "service unit"
+    systemd-analyze verify "$agentUnit" || fail "service unit"
 fi
 
-cp $config before.cfg
-first=$(cat /run/zot.pid)
-dpkg -i zot_2.deb >/dev/null
-cmp before.cfg $config || fail "the upgrade changed the configuration"
+# A file that both sides have changed is asked about, and the administrator's stays.
+echo "# mine" >>/etc/logrotate.d/zot
+if dpkg -i zot_3.deb </dev/null >prompt.txt 2>&1; then fail "no question about the log rotation"; fi
+grep -q "Configuration file '/etc/logrotate.d/zot'" prompt.txt || { cat prompt.txt; fail "question"; }
+dpkg --force-confold --configure zot >/dev/null 2>&1
+tail -n 1 /etc/logrotate.d/zot | grep -qx '# mine' || fail "the change is lost"
+tail -n 1 /etc/logrotate.d/zot.dpkg-dist | grep -qx '# new' || fail "the new file is nowhere"
 ask_for 'Comment=kept' GetInfo
-[ "$(cat /run/zot.pid)" != "$first" ] || fail "the agent was not restarted"
-if [ -d "/proc/$first" ]; then fail "the old agent still runs"; fi
 
+cp $config before.cfg
 dpkg -r zot >/dev/null
 if zotq -p "$port" GetInfo 2>/dev/null; then fail "the agent runs after the removal"; fi
 [ ! -e /run/zot.pid ] || fail "the pid file is left"
 cmp before.cfg $config || fail "the removal changed the configuration"
 
-dpkg -P zot >/dev/null
-for left in /etc/zot /etc/logrotate.d/zot /var/lib/zot /var/log/zot /usr/sbin/zot; do
-    [ ! -e $left ] || fail "$left is left after the purge"
+dpkg -P zot zotq >/dev/null
+for left in /etc/zot /etc/logrotate.d/zot* /var/lib/zot /var/log/zot /usr/libexec/zot \
+    /usr/sbin/zot* /usr/bin/zotq; do
+    if [ -e "$left" ] || [ -L "$left" ]; then fail "$left is left after the purge"; fi
 done
 echo "installed, used, upgraded, removed and purged"

@@ -7,9 +7,9 @@ cmake=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-for part in agent exporter; do
+for part in agent client exporter; do
     DESTDIR="$work/root" "$cmake" -D ZOT_PART=$part -D ZOT_SYSTEM=FreeBSD \
-        -D CMAKE_INSTALL_PREFIX=/usr/local -D ZOT_SBIN=sbin -D ZOT_SYSCONF=etc \
+        -D CMAKE_INSTALL_PREFIX=/usr/local -D ZOT_SBIN=sbin -D ZOT_LIBEXEC=libexec -D ZOT_SYSCONF=etc \
         -D ZOT_PACKAGING_DIR="$source/packaging" -D ZOT_SCRATCH_DIR="$work/scratch" \
         -P "$source/cmake/install_configured.cmake" >/dev/null
 done
@@ -30,3 +30,4 @@ for page in "$source"/docs/man/*; do
 done
 grep -qx 'command="/usr/local/sbin/zot"' usr/local/etc/rc.d/zot
 grep -qx 'zotpath=/usr/local/sbin/zot' usr/local/etc/zot/zot.cfg.sample
+grep -qx 'cpuusagescript=/usr/local/libexec/zot/zot_cpu.sh' usr/local/etc/zot/zot.cfg.sample

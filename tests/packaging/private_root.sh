@@ -25,11 +25,14 @@ require_private_root() {
     rmdir "$probe"
 }
 
-# build_package BUILD RELEASE DIRECTORY: leaves zot_RELEASE.deb in the directory.
-build_package() {
+# build_packages BUILD RELEASE DIRECTORY: leaves zot_RELEASE.deb, zotq_RELEASE.deb and, where it was
+# built, zot-exporter_RELEASE.deb in the directory.
+build_packages() {
     cpack --config "$1/CPackConfig.cmake" -G DEB -B "$3/$2" -D "CPACK_DEBIAN_PACKAGE_RELEASE=$2" \
         >"$3/cpack-$2.log" 2>&1 || { cat "$3/cpack-$2.log"; exit 1; }
-    mv "$3/$2"/*.deb "$3/zot_$2.deb"
+    for package in "$3/$2"/*.deb; do
+        mv "$package" "$3/$(dpkg-deb -f "$package" Package)_$2.deb"
+    done
 }
 
 # run_in_private_root SCRIPT DIRECTORY [TREE]: runs the script as root there, in a copy of the
@@ -42,7 +45,7 @@ run_in_private_root() {
     # shellcheck disable=SC2016
     unshare --mount --pid --fork --kill-child $network sh -euc '
         if command -v ip >/dev/null; then ip link set lo up; fi
-        mkdir "$2/layer"
+        mkdir -p "$2/layer"
         mount -t tmpfs tmpfs "$2/layer"
         mkdir "$2/layer/upper" "$2/layer/work" "$2/layer/root"
         mount -t overlay overlay \
