@@ -43,9 +43,11 @@ bool Mark(std::span<const Host> hosts, const std::string& text, std::vector<bool
 }  // namespace
 
 const Host* Inventory::Find(std::string_view name) const {
-    auto found = std::find_if(hosts_.begin(), hosts_.end(),
-                              [name](const Host& host) { return host.name == name; });
-    return found == hosts_.end() ? nullptr : &*found;
+    auto found = std::lower_bound(
+        byName_.begin(), byName_.end(), name,
+        [this](size_t place, std::string_view wanted) { return hosts_[place].name < wanted; });
+    if (found == byName_.end() || hosts_[*found].name != name) return nullptr;
+    return &hosts_[*found];
 }
 
 bool Inventory::Select(const Selection& selection, std::vector<const Host*>& hosts,

@@ -63,6 +63,7 @@ class Inventory {
   private:
     friend class InventoryReader;
     std::vector<Host> hosts_;
+    std::vector<size_t> byName_;  // their places, sorted by name
 };
 
 // The line of a list that describes the host. Paths of password files stay as they are.

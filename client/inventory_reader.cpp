@@ -26,7 +26,7 @@ class InventoryReader {
     bool ReadFolder(const std::string& path, const std::string& group);
     bool ReadText(const std::string& text);
     bool ReadNames(std::string_view names);
-    Inventory Take() { return std::move(inventory_); }
+    Inventory Take();
     std::string Error() const { return error_; }
 
   private:
@@ -98,6 +98,12 @@ std::vector<std::string> SplitList(const std::string& text) {
 }
 
 }  // namespace
+
+Inventory InventoryReader::Take() {
+    // The map has the names in order.
+    for (const auto& [name, place] : known_) inventory_.byName_.push_back(place);
+    return std::move(inventory_);
+}
 
 std::string InventoryReader::PasswordFile(const Host& host) const {
     std::error_code ignored;
