@@ -28,11 +28,13 @@ class Exchange {
     void Answer(HttpReply reply) {
         std::lock_guard lock(exchangeMutex_);
         if (answered_) return;
-        answered_ = true;
         reply_ = std::move(reply);
+        answered_ = true;
         if (suspended_) MHD_resume_connection(connection_);
         suspended_ = false;
     }
+    // For one that goes on after a wait: without the mutex, which whoever let it may still hold.
+    bool Answered() const { return answered_; }
     // True when the reply is there; otherwise the connection waits for it.
     bool AnsweredElseSuspend() {
         std::lock_guard lock(exchangeMutex_);
@@ -49,7 +51,7 @@ class Exchange {
   private:
     MHD_Connection* connection_;
     std::mutex exchangeMutex_;
-    bool answered_ = false;
+    std::atomic<bool> answered_ = false;
     bool suspended_ = false;
     HttpReply reply_;
 };
@@ -206,7 +208,7 @@ MHD_Result MicroServer::Take(MHD_Connection* connection, const char* url, const 
         settings_.handler(request,
                           [exchange](HttpReply reply) { exchange->Answer(std::move(reply)); });
     }
-    if (!exchange->AnsweredElseSuspend()) return MHD_YES;
+    if (!exchange->Answered() && !exchange->AnsweredElseSuspend()) return MHD_YES;
     return Send(connection, exchange->Reply());
 }
 
