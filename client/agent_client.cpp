@@ -89,8 +89,7 @@ bool AgentConnection::ReceiveReply(std::string_view sessionKey, const Deadline& 
     ReplyReceiver reply(sessionKey, kMaxReplySize);
     char buffer[65536];
     for (auto state = ReplyReceiver::State::kMore; state == ReplyReceiver::State::kMore;) {
-        ssize_t got =
-            ReceiveSome(socket_.Get(), buffer, std::min(reply.Wanted(), sizeof buffer), deadline);
+        ssize_t got = ReceiveSome(socket_.Get(), buffer, sizeof buffer, deadline);
         if (got > 0) {
             state = reply.Take({buffer, static_cast<size_t>(got)});
         } else if (got == 0 || errno == ECONNRESET) {

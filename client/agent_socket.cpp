@@ -9,17 +9,6 @@
 #include "client/name_lookup.h"
 
 namespace zot::client {
-namespace {
-
-bool OwnEnd(int fd, in_addr& address) {
-    sockaddr_in own = {};
-    socklen_t size = sizeof own;
-    if (getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
-    address = own.sin_addr;
-    return true;
-}
-
-}  // namespace
 
 UniqueFd BeginConnect(in_addr address, uint16_t port, int& error) {
     UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -44,20 +33,11 @@ int ConnectError(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
 }
 
-std::string LocalAddress(int fd) {
-    in_addr own = {};
-    return OwnEnd(fd, own) ? AddressText(own) : "";
-}
-
-bool IsOwnHost(int fd) {
-    sockaddr_in peer = {};
-    socklen_t size = sizeof peer;
-    in_addr own = {};
-    if (!OwnEnd(fd, own) || getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) != 0) {
-        return false;
-    }
-    bool loopback = ntohl(own.s_addr) >> 24 == 127;
-    return loopback || own.s_addr == peer.sin_addr.s_addr;
+in_addr OwnEnd(int fd) {
+    sockaddr_in own = {};
+    socklen_t size = sizeof own;
+    return getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size) == 0 ? own.sin_addr
+                                                                          : in_addr{};
 }
 
 Failure ConnectFailure(int errorNumber) {

@@ -17,10 +17,8 @@ namespace zot::client {
 UniqueFd BeginConnect(in_addr address, uint16_t port, int& error);
 // The result of a connection attempt: 0 or an error number.
 int ConnectError(int fd);
-// Our end of the connection, in dotted form; empty when it is not known.
-std::string LocalAddress(int fd);
-// Whether the peer is on the host that we are on.
-bool IsOwnHost(int fd);
+// Our end of the connection; 0.0.0.0 when it is not known.
+in_addr OwnEnd(int fd);
 
 // What a connection that failed with this error number means.
 Failure ConnectFailure(int errorNumber);

@@ -2,19 +2,15 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
-#include "client/agent_socket.h"
 #include "client/engine_loop.h"
 
 namespace zot::client {
 namespace {
 
-constexpr std::chrono::milliseconds kSlow{500};
 constexpr size_t kChunk = 65536;
 // What a process needs besides the connections: streams, files, name resolution, the wake-up.
 constexpr size_t kDescriptorReserve = 32;
@@ -25,8 +21,6 @@ size_t SocketsAtOnce() {
     return std::max(static_cast<size_t>(limit.rlim_cur), kDescriptorReserve + 1) -
            kDescriptorReserve;
 }
-
-bool IsShortOfDescriptors(int error) { return error == EMFILE || error == ENFILE; }
 
 }  // namespace
 
@@ -90,6 +84,29 @@ void Engine::Loop::LeavePlace(Call& call) {
     --places_;
 }
 
+void Engine::Loop::SetAside(Call& call) {
+    const int fd = call.fd.Get();
+    if (sockets_.count(fd) == 0) return;  // its host is still looked up, or it is there already
+    if (!setAside_) setAside_.emplace();
+    const bool sent = call.connected && call.packet.empty();
+    if (sent && call.wasAside ? setAside_->Rearm(fd, call.id)
+        : sent                ? setAside_->Add(fd, call.id)
+                              : setAside_->AddWriter(fd, call.id)) {
+        sockets_.erase(fd);
+        call.wasAside = true;
+    }
+}
+
+void Engine::Loop::ServeSetAside() {
+    while (auto id = setAside_->Wait(0)) {
+        auto found = calls_.find(*id);
+        if (found == calls_.end()) continue;
+        Call& call = *found->second;
+        sockets_[call.fd.Get()] = &call;
+        Advance(call, POLLIN | POLLOUT);
+    }
+}
+
 // Gives back everything that the call holds. The call is no longer listed, or about to be erased.
 void Engine::Loop::Release(Call& call) {
     Peer& peer = peers_[call.peer];
@@ -127,59 +144,9 @@ void Engine::Loop::BeginQueued() {
     }
 }
 
-void Engine::Loop::Begin(Call& call) {
-    RequestId id = call.id;
-    call.begun = true;
-    ++begun_;
-    ++places_;
-    call.begin = Clock::now();
-    auto end = call.begin + call.request.target.timeout;
-    if (call.request.deadline) end = std::min(end, *call.request.deadline);
-    SetTimeout(call, end);
-    call.slow = timers_.emplace(call.begin + kSlow, [this, id] {
-        calls_.at(id)->slow.reset();  // it has left the list
-        --places_;
-    });
-    in_addr dotted = {};
-    if (ParseAddress(call.request.target.host, dotted)) {
-        call.addresses = {dotted};
-        return Connect(id);
-    }
-    resolver_.Lookup(call.request.target.host,
-                     [this, id](std::vector<in_addr> found, std::string_view reason) {
-                         auto known = calls_.find(id);
-                         if (known == calls_.end()) return;
-                         if (found.empty()) {
-                             return Fail(*known->second, Failure::kResolve,
-                                         "cannot find host " + known->second->request.target.host +
-                                             ": " + std::string(reason));
-                         }
-                         std::reverse(found.begin(), found.end());
-                         known->second->addresses = std::move(found);
-                         Connect(id);
-                     });
-}
-
-// Tries the last of the remaining addresses.
-void Engine::Loop::Connect(RequestId id) {
-    Call& call = *calls_.at(id);
-    const Target& target = call.request.target;
-    int error = 0;
-    while (!call.addresses.empty()) {
-        call.fd = BeginConnect(call.addresses.back(), target.port, error);
-        if (IsShortOfDescriptors(error) && PutBack(call)) return;
-        call.addresses.pop_back();
-        if (!call.fd) continue;
-        sockets_[call.fd.Get()] = &call;
-        if (error == 0) Connected(call);
-        return;
-    }
-    Fail(call, ConnectFailure(error), ConnectMessage(target.host, target.port, error));
-}
-
 // When descriptors are short the request waits until another one has given its own back.
 bool Engine::Loop::PutBack(Call& call) {
-    if (sockets_.empty()) return false;
+    if (begun_ == 1) return false;  // nobody else has any
     Peer& peer = peers_[call.peer];
     peer.queue.push_front(call.id);
     --peer.active;
@@ -191,116 +158,6 @@ bool Engine::Loop::PutBack(Call& call) {
     MakeReady(call.peer, peer);
     descriptorsShort_ = true;
     return true;
-}
-
-void Engine::Loop::Connected(Call& call) {
-    call.connected = true;
-    call.localAddress = LocalAddress(call.fd.Get());
-    call.sameHost = IsOwnHost(call.fd.Get());
-    call.sessionKey = RandomSessionKey();
-    if (call.sessionKey.empty()) {
-        return Fail(call, Failure::kLocal, "cannot read the system's random source");
-    }
-    call.packet = BuildRequest(call.request.target.password, call.sessionKey, call.request.text);
-    Send(call);
-}
-
-void Engine::Loop::Advance(Call& call, short events) {
-    if (!call.connected) {
-        int error = ConnectError(call.fd.Get());
-        if (error == 0) return Connected(call);
-        sockets_.erase(call.fd.Get());
-        call.fd.Reset();
-        if (!call.addresses.empty()) return Connect(call.id);
-        const Target& target = call.request.target;
-        return Fail(call, ConnectFailure(error), ConnectMessage(target.host, target.port, error));
-    }
-    if (call.sent < call.packet.size() && (events & (POLLOUT | POLLERR | POLLHUP))) {
-        return Send(call);
-    }
-    Receive(call);
-}
-
-void Engine::Loop::Send(Call& call) {
-    while (call.sent < call.packet.size()) {
-        std::string_view rest = std::string_view(call.packet).substr(call.sent);
-        ssize_t sent = send(call.fd.Get(), rest.data(), rest.size(), MSG_NOSIGNAL);
-        if (sent >= 0) {
-            call.sent += static_cast<size_t>(sent);
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            return;
-        } else if (errno == EPIPE || errno == ECONNRESET) {
-            return Fail(call, Failure::kClosed, kClosedMessage);
-        } else if (errno != EINTR) {
-            return Fail(call, Failure::kLocal, "cannot send the request: " + ErrorText(errno));
-        }
-    }
-    call.packet = {};
-    call.sent = 0;
-    call.reply.emplace(call.sessionKey, call.request.maxReply);
-}
-
-void Engine::Loop::Receive(Call& call) {
-    if (!call.reply) return;
-    size_t wanted = std::min(call.reply->Wanted(), buffer_.size());
-    ssize_t got = recv(call.fd.Get(), buffer_.data(), wanted, 0);
-    if (got < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) return;
-    if (got < 0 && errno != ECONNRESET) {
-        return Fail(call, Failure::kLocal, "cannot receive the reply: " + ErrorText(errno));
-    }
-    if (got <= 0) {
-        // The agent never tells a stranger why it hangs up, so name what can be wrong.
-        return call.reply->Begun() ? Fail(call, Failure::kBadReply, kBrokenOffMessage)
-                                   : Fail(call, Failure::kClosed, kClosedMessage);
-    }
-    switch (call.reply->Take({buffer_.data(), static_cast<size_t>(got)})) {
-        case ReplyReceiver::State::kMore:
-            return;
-        case ReplyReceiver::State::kBad:
-            return Fail(call, Failure::kBadReply, call.reply->Error());
-        case ReplyReceiver::State::kComplete:
-            break;
-    }
-    Outcome outcome;
-    if (!ParseReply(call.reply->Text(), outcome.answer)) {
-        return Fail(call, Failure::kBadReply, kNoReplyMessage);
-    }
-    outcome.failure = outcome.answer.code == "200" ? Failure::kNone : Failure::kAgentCode;
-    Finish(call, std::move(outcome));
-}
-
-void Engine::Loop::TimeOut(RequestId id) {
-    Call& call = *calls_.at(id);
-    call.timeout.reset();  // it has left the list
-    if (!call.begun) return Fail(call, Failure::kTimeout, "not asked within the time limit");
-    const std::string& host = call.request.target.host;
-    if (call.connected) return Fail(call, Failure::kTimeout, kTimeoutMessage);
-    if (call.fd) {
-        return Fail(call, Failure::kConnectTimeout,
-                    ConnectMessage(host, call.request.target.port, ETIMEDOUT));
-    }
-    Fail(call, Failure::kResolve, "cannot find host " + host + ": no name server answered in time");
-}
-
-void Engine::Loop::Fail(Call& call, Failure failure, std::string message) {
-    Outcome outcome;
-    outcome.failure = failure;
-    outcome.message = std::move(message);
-    Finish(call, std::move(outcome));
-}
-
-// Takes the call off the lists before its handler runs, which may add and cancel others.
-void Engine::Loop::Finish(Call& call, Outcome outcome) {
-    if (call.begun) {
-        outcome.seconds = std::chrono::duration<double>(Clock::now() - call.begin).count();
-    }
-    outcome.localAddress = std::move(call.localAddress);
-    outcome.sameHost = call.sameHost;
-    auto found = calls_.find(call.id);
-    std::unique_ptr<Call> owner = std::move(found->second);
-    calls_.erase(found);
-    Release(*owner);
-    owner->handler(std::move(outcome));
 }
 
 int Engine::Loop::WaitMs() const {
@@ -316,21 +173,24 @@ void Engine::Loop::Poll() {
         bool sending = !call->connected || call->sent < call->packet.size();
         descriptors_.push_back({fd, static_cast<short>(sending ? POLLOUT : POLLIN), 0});
     }
+    size_t socketsEnd = descriptors_.size();
+    if (setAside_) descriptors_.push_back({setAside_->Descriptor(), POLLIN, 0});
     size_t ownCount = descriptors_.size();
     resolver_.AppendDescriptors(descriptors_);
     int ready = poll(descriptors_.data(), static_cast<nfds_t>(descriptors_.size()), WaitMs());
     if (ready <= 0) return resolver_.Process({});
     if (descriptors_[0].revents != 0) {
         char bytes[64];
-        while (read(wakeRead_.Get(), bytes, sizeof bytes) > 0) {
+        while (read(wakeRead_.Get(), bytes, sizeof bytes) == sizeof bytes) {
         }
     }
-    for (size_t i = 1; i < ownCount; ++i) {
+    for (size_t i = 1; i < socketsEnd; ++i) {
         if (descriptors_[i].revents == 0) continue;
         // An earlier handler may have closed this one, and another may have its number by now.
         auto socket = sockets_.find(descriptors_[i].fd);
         if (socket != sockets_.end()) Advance(*socket->second, descriptors_[i].revents);
     }
+    if (socketsEnd < ownCount && descriptors_[socketsEnd].revents != 0) ServeSetAside();
     resolver_.Process(std::span(descriptors_).subspan(ownCount));
 }
 

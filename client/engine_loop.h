@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/owners.h"
+#include "base/platform/readiness.h"
 #include "client/engine.h"
 #include "client/name_lookup.h"
 #include "client/reply_receiver.h"
@@ -50,12 +51,13 @@ class Engine::Loop {
         std::optional<Timers::iterator> slow;  // while it takes up a place
         std::vector<in_addr> addresses;        // still to be tried
         UniqueFd fd;
+        bool wasAside = false;
         std::string sessionKey;
         std::string packet;
         size_t sent = 0;
         std::optional<ReplyReceiver> reply;
-        std::string localAddress;
-        bool sameHost = false;
+        in_addr peerAddress{};  // that it connects to
+        in_addr ownAddress{};
     };
 
     struct Peer {
@@ -69,6 +71,8 @@ class Engine::Loop {
     void SetTimeout(Call& call, Clock::time_point end);
     void ClearTimer(std::optional<Timers::iterator>& timer);
     void LeavePlace(Call& call);
+    void SetAside(Call& call);
+    void ServeSetAside();
     void Connect(RequestId id);
     void Connected(Call& call);
     void Advance(Call& call, short events);
@@ -92,7 +96,10 @@ class Engine::Loop {
     std::unordered_map<RequestId, std::unique_ptr<Call>> calls_;
     std::unordered_map<std::string, Peer> peers_;
     std::deque<std::string> ready_;  // peers with a waiting request and a place for it
-    std::map<int, Call*> sockets_;
+    std::map<int, Call*> sockets_;   // those that poll looks at
+    // The sockets of requests that have waited for long, however many: polling these, too, would
+    // delay the others.
+    std::optional<Readiness> setAside_;
     Timers timers_;
     RequestId lastId_ = 0;
     size_t places_ = 0;  // taken places

@@ -29,8 +29,9 @@ ReplyReceiver::State ReplyReceiver::Fail(std::string error) {
     return State::kBad;
 }
 
-ReplyReceiver::State ReplyReceiver::TakeLength(std::string_view bytes) {
-    head_ += bytes;
+ReplyReceiver::State ReplyReceiver::TakeLength(std::string_view& bytes) {
+    head_ += bytes.substr(0, wanted_);
+    bytes.remove_prefix(std::min(bytes.size(), wanted_));
     wanted_ = kLengthSize - head_.size();
     if (wanted_ > 0) return State::kMore;
     size_t length = DecodeLength(reinterpret_cast<const uint8_t*>(head_.data()), kLengthSize);
@@ -59,7 +60,9 @@ void ReplyReceiver::Open(std::string_view bytes) {
 
 ReplyReceiver::State ReplyReceiver::Take(std::string_view bytes) {
     begun_ = begun_ || !bytes.empty();
-    if (!haveLength_) return TakeLength(bytes);
+    if (!haveLength_ && TakeLength(bytes) == State::kBad) return State::kBad;
+    if (bytes.empty()) return State::kMore;
+    bytes = bytes.substr(0, wanted_);
     wanted_ -= bytes.size();
     if (!before_.empty()) {
         Open(bytes);

@@ -19,9 +19,8 @@ class ReplyReceiver {
     ReplyReceiver(std::string_view sessionKey, size_t maxSize)
         : cipher_(sessionKey), maxSize_(maxSize) {}
 
-    // How many bytes to receive next; never more than belong to the reply.
-    size_t Wanted() const { return wanted_; }
-    // Takes at most Wanted() bytes. With kBad, Error() says what is wrong.
+    // Takes what has arrived, and leaves what follows the reply. With kBad, Error() says what is
+    // wrong.
     State Take(std::string_view bytes);
 
     // Whether the first byte has arrived.
@@ -30,7 +29,7 @@ class ReplyReceiver {
     const std::string& Error() const { return error_; }
 
   private:
-    State TakeLength(std::string_view bytes);
+    State TakeLength(std::string_view& bytes);
     void Open(std::string_view bytes);
     State Fail(std::string error);
 

@@ -129,6 +129,29 @@ TEST(Engine, JunkEndsAtOnceAndASlowReplyAtTheDeadline) {
     EXPECT_EQ(outcome.failure, Failure::kTimeout);
 }
 
+TEST(Engine, WhoeverWasSilentForLongIsStillHeard) {
+    FakeAgent slow([](int fd, const std::string& key, const std::string&) {
+        const std::string bytes = LengthBytes(5) + Encrypt(key, "200\n\r");
+        for (const auto& [wait, part] : {std::pair{60, bytes.substr(0, 2)},
+                                         std::pair{700, bytes.substr(2) + "what follows"}}) {
+            std::this_thread::sleep_for(milliseconds(wait));
+            SendAll(fd, part);
+        }
+    });
+    EXPECT_EQ(AskOnce(Question(slow.Port(), "").target, "X\n\r").answer.code, "200");
+    // Connects when the system asks again, after a second, and is then hung up on.
+    test::Loopback busy(SOCK_STREAM, 0);
+    const auto port = static_cast<uint16_t>(busy.Port());
+    UniqueFd before = test::ConnectTo(port);
+    std::thread accepts([&] {
+        std::this_thread::sleep_for(milliseconds(100));
+        for (int i = 0; i < 2; ++i) busy.Accept();
+    });
+    Outcome outcome = AskOnce(Question(port, "", milliseconds(10000)).target, "X\n\r");
+    EXPECT_EQ(FailureWord(outcome.failure), "closed") << outcome.message;
+    accepts.join();
+}
+
 TEST(Engine, ARequestThatIsCancelledIsForgotten) {
     SilentAgent silent;
     FakeAgent good({"200\n\r"});

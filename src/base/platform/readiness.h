@@ -25,6 +25,8 @@ class Readiness {
     // once, when there is something to read or the peer has ended. False with errno set on failure.
     bool Add(int descriptor, uint64_t tag) noexcept;
     bool Rearm(int descriptor, uint64_t tag) noexcept;
+    // Arms a new descriptor for one event, too: it takes data again, or has come to connect or not.
+    bool AddWriter(int descriptor, uint64_t tag) noexcept;
     // Forgets a descriptor, which must still be open.
     void Remove(int descriptor) noexcept;
 
@@ -37,6 +39,8 @@ class Readiness {
 
     // Whether there is an event that nobody has taken yet.
     bool Pending() const noexcept;
+    // For poll: readable while there is such an event.
+    int Descriptor() const noexcept { return queue_.Get(); }
 
   private:
     UniqueFd queue_;

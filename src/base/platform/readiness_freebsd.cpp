@@ -29,12 +29,12 @@ bool Change(int queue, const struct kevent& change) noexcept {
 // Tags travel in the pointer that the system keeps for each event, which is just as wide here.
 static_assert(sizeof(void*) == sizeof(uint64_t));
 
-bool Arm(int queue, int descriptor, uint64_t tag) noexcept {
+bool Arm(int queue, int descriptor, uint64_t tag, short filter = EVFILT_READ) noexcept {
     struct kevent change;
     // One event, then disabled until armed again. Adding a descriptor that is already there changes
     // its tag.
-    EV_SET(&change, static_cast<uintptr_t>(descriptor), EVFILT_READ,
-           EV_ADD | EV_ENABLE | EV_DISPATCH, 0, 0, reinterpret_cast<void*>(tag));
+    EV_SET(&change, static_cast<uintptr_t>(descriptor), filter, EV_ADD | EV_ENABLE | EV_DISPATCH, 0,
+           0, reinterpret_cast<void*>(tag));
     return Change(queue, change);
 }
 
@@ -55,6 +55,10 @@ bool Readiness::Add(int descriptor, uint64_t tag) noexcept {
 
 bool Readiness::Rearm(int descriptor, uint64_t tag) noexcept {
     return Arm(queue_.Get(), descriptor, tag);
+}
+
+bool Readiness::AddWriter(int descriptor, uint64_t tag) noexcept {
+    return Arm(queue_.Get(), descriptor, tag, EVFILT_WRITE);
 }
 
 void Readiness::Remove(int descriptor) noexcept {

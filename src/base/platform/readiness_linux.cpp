@@ -13,9 +13,10 @@
 namespace zot {
 namespace {
 
-bool Control(int queue, int operation, int descriptor, uint64_t tag) noexcept {
+bool Control(int queue, int operation, int descriptor, uint64_t tag,
+             uint32_t events = EPOLLIN) noexcept {
     epoll_event event{};
-    event.events = EPOLLIN | EPOLLONESHOT;
+    event.events = events | EPOLLONESHOT;
     event.data.u64 = tag;
     return epoll_ctl(queue, operation, descriptor, &event) == 0;
 }
@@ -37,6 +38,10 @@ bool Readiness::Add(int descriptor, uint64_t tag) noexcept {
 
 bool Readiness::Rearm(int descriptor, uint64_t tag) noexcept {
     return Control(queue_.Get(), EPOLL_CTL_MOD, descriptor, tag);
+}
+
+bool Readiness::AddWriter(int descriptor, uint64_t tag) noexcept {
+    return Control(queue_.Get(), EPOLL_CTL_ADD, descriptor, tag, EPOLLOUT);
 }
 
 void Readiness::Remove(int descriptor) noexcept {
