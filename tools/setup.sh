@@ -62,6 +62,7 @@ install_tools() {
             want curl command -v curl
             want openssl command -v openssl
             want prometheus command -v promtool
+            want systemd test -x /lib/systemd/systemd
             want icinga2-bin command -v icinga2
         fi
     else

@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <utility>
 
+#include "agent/service_manager.h"
 #include "base/held_lock.h"
 #include "base/platform/child.h"
 #include "base/vystring.h"
@@ -19,6 +21,15 @@ namespace {
 
 // Longer than a child needs to try three times to open its port.
 constexpr int kDetachPatienceMs = 20000;
+
+// Lets the calling process go on in a child that has no parent but the first process of the system,
+// and so the service manager.
+void LeaveParent() {
+    constexpr timespec kPause = {0, 1000L * 1000};
+    const pid_t parent = getpid();
+    if (fork() > 0) _exit(0);
+    while (getpid() != parent && getppid() == parent) nanosleep(&kPause, nullptr);
+}
 
 }  // namespace
 
@@ -49,6 +60,7 @@ bool Daemonize(UniqueFd& parent) {
         std::exit(0);
     }
     setsid();
+    if (ServiceManager().IsThere()) LeaveParent();
     // A descriptor that cannot be reopened stays closed; nothing reads or prints any more.
     if (std::freopen("/dev/null", "r", stdin) == nullptr) std::fclose(stdin);
     if (std::freopen("/dev/null", "w", stdout) == nullptr) std::fclose(stdout);

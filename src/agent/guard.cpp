@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "agent/daemon.h"
+#include "agent/front.h"
 #include "base/clock.h"
 #include "base/files.h"
 #include "base/numbers.h"
@@ -160,6 +161,7 @@ void UpgradeGuard::CallOff() {
     kill(pid_, SIGKILL);
     while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
+    manager_.ClaimService();
     LetGo();
 }
 
@@ -214,6 +216,8 @@ void UpgradeGuard::CopyArguments() {
 
 void UpgradeGuard::Run() noexcept {
     Isolate();
+    manager_.ClaimService();
+    bool served = true;
     if (AwaitNewAgent()) {
         AfterCopy();
         unlink(kept_.c_str());
@@ -221,10 +225,10 @@ void UpgradeGuard::Run() noexcept {
         EndWhatWasStarted();
         PutBack();
         order_.RemoveFiles();
-        if (stopped == 0) StartPrevious();
+        if (stopped == 0) served = StartPrevious();
     }
     unlink(lockPath_.c_str());
-    _exit(0);
+    _exit(served ? 0 : kExitListen);
 }
 
 // Keeps nothing of the agent's but the standard streams and the guard's own descriptors.
@@ -354,7 +358,8 @@ void UpgradeGuard::PutBack() noexcept {
     }
 }
 
-void UpgradeGuard::StartPrevious() noexcept {
+// Returns whether it runs.
+bool UpgradeGuard::StartPrevious() noexcept {
     if (!oldTakesOver_) {
         DropReserve();
     } else if (!holdsReserve_ && reserve_ >= 0) {
@@ -383,10 +388,27 @@ void UpgradeGuard::StartPrevious() noexcept {
     }
     close(ends[1]);
     char failed;
-    if (pid > 0 && read(ends[0], &failed, 1) == 0) {
-        services_.log.WriteFromSignal(*settings_, LogKind::kFailure,
-                                      "Upgrade failed, previous agent started\n");
+    if (pid < 0 || read(ends[0], &failed, 1) != 0) return false;
+    services_.log.WriteFromSignal(*settings_, LogKind::kFailure,
+                                  "Upgrade failed, previous agent started\n");
+    return AwaitPrevious(pid);
+}
+
+// Waits until the agent serves. `starter` detaches it and ends; in interactive mode it is the
+// agent.
+bool UpgradeGuard::AwaitPrevious(pid_t starter) const noexcept {
+    constexpr int kTries = 500;
+    bool detached = false;
+    for (int i = 0; i < kTries && stopped == 0 && !settings_->interactive; ++i) {
+        int status = 0;
+        if (!detached && waitpid(starter, &status, WNOHANG) == starter) {
+            if (status != 0) return false;
+            detached = true;
+        }
+        if (detached && (pidFile_.empty() || HoldsPidFile())) break;
+        nanosleep(&kPause, nullptr);
     }
+    return true;
 }
 
 }  // namespace zot

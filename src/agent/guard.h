@@ -5,6 +5,9 @@
 // holds an end: a byte says that the new agent listens, the end of the pipe that nothing is left.
 // An agent too old to know of guards says nothing and may close the pipe early, so the guard also
 // looks at its pid file or, where there is none, tries to connect.
+//
+// For the service manager it is the main process meanwhile, so it ends only when the agent that it
+// leaves serves.
 #pragma once
 
 #include <netinet/in.h>
@@ -19,6 +22,7 @@
 
 #include "agent/agent_control.h"
 #include "agent/handover.h"
+#include "agent/service_manager.h"
 #include "agent/signals.h"
 #include "agent/upgrade.h"
 #include "base/owners.h"
@@ -60,12 +64,14 @@ class UpgradeGuard {
     bool Answers() const noexcept;
     void EndWhatWasStarted() const noexcept;
     void PutBack() noexcept;
-    void StartPrevious() noexcept;
+    bool StartPrevious() noexcept;
+    bool AwaitPrevious(pid_t starter) const noexcept;
 
     AgentServices& services_;
     SettingsSnapshot settings_;
     StartArguments arguments_;
     UpgradeOrder& order_;
+    const ServiceManager manager_;
     const int reserve_;  // its number; -1 for none
     bool holdsReserve_ = false;
 

@@ -18,6 +18,7 @@
 #include "agent/handover.h"
 #include "agent/listener.h"
 #include "agent/self_check.h"
+#include "agent/service_manager.h"
 #include "agent/signals.h"
 #include "base/children.h"
 #include "base/descriptor_limit.h"
@@ -147,6 +148,7 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
         return zot::kExitListen;
     }
     pidFile.Write(*store.Snapshot(), log);
+    zot::ServiceManager().ReportReady();
     handOver.Complete();
     parent.Reset();
     zot::ExpectForeignChildren();
