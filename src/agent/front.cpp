@@ -31,7 +31,7 @@ constexpr uint64_t kListenerTag = 0;
 
 constexpr int kAddressTextSize = 24;
 constexpr size_t kMostAtOnce = 16;
-constexpr int kSingleAccepts = 8;
+constexpr int kSingleAccepts = 64;
 
 // After this many receives in a row a connection goes to the end of the queue.
 constexpr int kMostReceives = 64;
