@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "base/mapped_bytes.h"
 #include "base/owners.h"
 #include "base/platform/system.h"
 #include "checks/logs/log_scanner.h"
@@ -83,13 +84,13 @@ void SetBytes(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kLogSize));
 }
 
-void Ours(benchmark::State& state, const LogCriterion& criterion) {
+void Ours(benchmark::State& state, const LogCriterion& criterion, const LogScanTuning& tuning) {
     const std::string& path = TheLog().Path();
     for (auto _ : state) {
         VyString errorText;
         LineMatchers matchers;
         matchers.push_back(MakeLineMatcher(criterion, errorText));
-        if (ScanTextLog(path, matchers, true, {0, 1, 0}).result <= 0) abort();
+        if (ScanTextLog(path, matchers, true, {0, 1, 0}, tuning).result <= 0) abort();
     }
     SetBytes(state);
 }
@@ -171,10 +172,12 @@ const Case kCases[] = {
 }  // namespace zot
 
 int main(int argc, char** argv) {
+    zot::GuardMappedBytes();
     std::vector<zot::Ratio> ratios;
     for (const zot::Case& c : zot::kCases) {
         std::string name = c.name;
-        benchmark::RegisterBenchmark(name.c_str(), zot::Ours, c.criterion)->UseRealTime();
+        benchmark::RegisterBenchmark(name.c_str(), zot::Ours, c.criterion, zot::LogScanTuning{})
+            ->UseRealTime();
         std::string peer = std::string(c.peer[0]) + " " + name;
         benchmark::RegisterBenchmark(peer.c_str(), zot::Peer, c.peer)->UseRealTime();
         std::string plain = "plain " + name;
@@ -182,5 +185,10 @@ int main(int argc, char** argv) {
         ratios.push_back({name + " / " + c.peer[0], name, peer, 1.0});
         ratios.push_back({name + " / plain", name, plain, 0});
     }
+    zot::LogScanTuning onlyRead;
+    onlyRead.mapFrom = INT64_MAX;
+    benchmark::RegisterBenchmark("read rare", zot::Ours, zot::kCases[0].criterion, onlyRead)
+        ->UseRealTime();
+    ratios.push_back({"rare / only read", "rare", "read rare", 0});
     return zot::RunWithRatios(argc, argv, ratios);
 }

@@ -1,7 +1,7 @@
 // The fast scan beside the plain one on any log. The first four bytes choose: findAll; case, whole
 // words and the kinds of one or two criteria; the size of the blocks; the longest line that is held
-// (even: the log is scanned in two parts); the position. The criteria follow, each up to its LF,
-// and the rest is the log.
+// (even: the log is scanned in two parts; bit 1: mapped first, a block at a time); the position.
+// The criteria follow, each up to its LF, and the rest is the log.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/mapped_bytes.h"
 #include "checks/logs/log_scanner.h"
 #include "fuzz/plain_log_scan.h"
 
@@ -48,6 +49,7 @@ std::string_view TakeLine(std::string_view& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static LogFile file;
+    GuardMappedBytes();
     if (size < 4) return 0;
     std::string_view log(reinterpret_cast<const char*>(data) + 4, size - 4);
     bool findAll = (data[0] & 1) != 0;
@@ -67,6 +69,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const auto& matcher : matchers) longest = std::max(longest, matcher->Overlap());
     tuning.longestLine = longest;
     if (data[2] % 2 == 0) tuning.splitFrom = 0;
+    if ((data[2] & 2) != 0) {
+        tuning.mapFrom = 1;
+        tuning.mapped = static_cast<int64_t>(tuning.blockSize);
+    }
 
     LogScanState state;
     state.position = std::min<int64_t>(data[3], static_cast<int64_t>(log.size()));

@@ -22,6 +22,7 @@
 #include "agent/signals.h"
 #include "base/children.h"
 #include "base/descriptor_limit.h"
+#include "base/mapped_bytes.h"
 #include "base/owners.h"
 #include "base/platform/system.h"
 #include "base/sockets.h"
@@ -139,6 +140,7 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     zot::InstallTerminateHandler(control);
     zot::InstallCrashHandler(services, pidFile, arguments);
     zot::IgnoreWriteSignals();
+    zot::GuardMappedBytes();
     int descriptorLimit = zot::RaiseDescriptorLimit();
 
     zot::VyString errorText;

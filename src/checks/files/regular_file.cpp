@@ -83,6 +83,12 @@ ssize_t RegularFile::Read(char* buffer, size_t size) {
     return static_cast<ssize_t>(done);
 }
 
+MappedBytes RegularFile::Map(int64_t offset, int64_t end) const {
+    end = std::min(end, end_);
+    const bool wanted = offset < end && !madeUp_ && !WorksInVain(kLookNow - 1);
+    return MappedBytes(fd_.Get(), offset, wanted ? static_cast<size_t>(end - offset) : 0);
+}
+
 bool RegularFile::Share(RegularFile& other) const {
     other.Adopt(UniqueFd(fcntl(fd_.Get(), F_DUPFD_CLOEXEC, 0)), size_);
     other.locked_ = locked_;

@@ -10,6 +10,7 @@
 #include <limits>
 #include <string_view>
 
+#include "base/mapped_bytes.h"
 #include "base/owners.h"
 
 namespace zot {
@@ -35,6 +36,10 @@ class RegularFile {
     // their number, or -1 with errno. It is also an error when the peer that asked has gone, and
     // after 64 MiB of a file whose content is made up while it is read, as under /proc.
     ssize_t Read(char* buffer, size_t size);
+
+    // The bytes from `offset` to `end`, mapped; no matter where reading continues. Empty when they
+    // cannot be had so, and when the peer that asked has gone.
+    MappedBytes Map(int64_t offset, int64_t end) const;
 
     // Makes `other` the same open file, read from its start and independently of this one. False,
     // with errno, when no descriptor is left.

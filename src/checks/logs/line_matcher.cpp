@@ -59,6 +59,11 @@ class TextMatcher : public LineMatcher {
         return std::make_unique<TextMatcher>(*this);
     }
 
+    size_t SizeWithoutMatch(std::string_view text) override {
+        const int64_t found = pattern_.Find(text);
+        return found > 0 ? static_cast<size_t>(found) - 1 : text.size();
+    }
+
     // Enough for a text across the border of two parts, and for the character before it.
     size_t Overlap() const override { return pattern_.Size() + 1; }
 

@@ -44,6 +44,11 @@ class LineMatcher {
     LineMatch FindFirst(std::string_view lines) { return Find(lines, false); }
     LineMatch FindLast(std::string_view lines);
 
+    // How many bytes at the front of the text hold no match, at least: one that begins after them
+    // may be there, also in a line that the text does not show whole. 0 where only looking at each
+    // line tells.
+    virtual size_t SizeWithoutMatch(std::string_view) { return 0; }
+
     // Lines too long to be held come in parts, each of which begins with at least the last
     // Overlap() bytes of the one before. Expressions see only the first part; the position of a
     // text is found wherever it is. Returns the value of a match, counted within the part.

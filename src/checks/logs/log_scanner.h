@@ -40,6 +40,8 @@ struct LogScanTuning {
     size_t blockSize = size_t{256} << 10;   // read at once; fits a second-level cache
     size_t longestLine = size_t{16} << 20;  // not below blockSize
     int64_t splitFrom = int64_t{32} << 20;  // unread bytes that are worth a second thread
+    int64_t mapFrom = int64_t{4} << 20;     // unread bytes that are worth mapping
+    int64_t mapped = int64_t{8} << 20;      // mapped at once
     std::chrono::milliseconds openRetry{1000};
 };
 

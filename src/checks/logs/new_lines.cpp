@@ -14,6 +14,9 @@ namespace {
 // The smallest buffer, in bytes.
 constexpr size_t kSmallBlock = 4096;
 
+// Where matches are frequent the bytes are needed in any case, so mapping them first is in vain.
+constexpr int kBlocksBeforeMapping = 4;
+
 const char* FindLineEnd(const char* begin, const char* end) {
     return std::find_if(begin, end, IsLineEnd);
 }
@@ -43,8 +46,12 @@ NewLines::NewLines(RegularFile& file, int64_t fileSize, const LineMatchers& matc
       blockSize_(std::min(tuning.blockSize,
                           std::max(kSmallBlock, static_cast<size_t>(fileSize - position) + 1))),
       longestLine_(tuning.longestLine),
+      mapFrom_(tuning.mapFrom),
+      mapped_(tuning.mapped),
+      size_(fileSize),
       position_(position),
       found_(found),
+      blocksWithoutMatch_(kBlocksBeforeMapping),
       offset_(position) {
     for (const auto& matcher : matchers)
         long_.overlap = std::max(long_.overlap, matcher->Overlap());
@@ -53,6 +60,7 @@ NewLines::NewLines(RegularFile& file, int64_t fileSize, const LineMatchers& matc
 
 int64_t NewLines::Scan(struct stat& status) {
     for (;;) {
+        PassLinesWithoutMatch();
         MakeRoom(used_ + blockSize_);
         if (!file_.Stat(status)) return -1;
         ssize_t count = file_.Read(buffer_.get() + used_, blockSize_);
@@ -61,6 +69,29 @@ int64_t NewLines::Scan(struct stat& status) {
         long_.active ? TakeLongLine(fresh) : TakeBytes(fresh);
         bool ended = static_cast<size_t>(count) < blockSize_;
         if (ended || (result_ != 0 && !findAll_) || stopped_) return result_;
+    }
+}
+
+// Goes past lines that need not be read, as far as that can be told from the mapped file.
+void NewLines::PassLinesWithoutMatch() {
+    if (long_.active || blocksWithoutMatch_ < kBlocksBeforeMapping) return;
+    while (size_ - offset_ >= mapFrom_ && !stopped_) {
+        const MappedBytes bytes = file_.Map(offset_, std::min(offset_ + mapped_, size_));
+        std::string_view text = bytes.View();
+        for (const auto& matcher : matchers_) {
+            text = text.substr(0, matcher->SizeWithoutMatch(text));
+        }
+        text = text.substr(0, SizeOfLines(text));
+        const size_t size = SizeWithoutLineEnds(text);
+        if (text.empty() || !bytes.IsWhole() ||
+            !file_.Seek(offset_ + static_cast<int64_t>(text.size()))) {
+            blocksWithoutMatch_ = 0;
+            return;
+        }
+        // What the buffer holds of the first line has been seen again.
+        used_ = 0;
+        if (size > 0) position_ = offset_ + static_cast<int64_t>(size) + 1;
+        offset_ += static_cast<int64_t>(text.size());
     }
 }
 
@@ -90,12 +121,14 @@ void NewLines::TakeBytes(size_t fresh) {
 
 void NewLines::TakeLines(std::string_view lines) {
     bool byFirst = false;
+    ++blocksWithoutMatch_;
     if (LineMatch match = FindMatch(lines, byFirst)) {
         auto begin = static_cast<size_t>(match.line.data() - lines.data());
         size_t before = SizeWithoutLineEnds(lines.substr(0, begin));
         // The line before has consumed one line end.
         int64_t consumed = before == 0 ? position_ : offset_ + static_cast<int64_t>(before) + 1;
         Report(consumed + match.value, match.line, byFirst);
+        blocksWithoutMatch_ = 0;
         if (!findAll_) {
             position_ = offset_ + static_cast<int64_t>(begin + match.line.size()) + 1;
             return;

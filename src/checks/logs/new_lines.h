@@ -32,6 +32,7 @@ class NewLines {
 
   private:
     void MakeRoom(size_t needed);
+    void PassLinesWithoutMatch();
     void TakeBytes(size_t fresh);
     void TakeLines(std::string_view lines);
     LineMatch FindMatch(std::string_view lines, bool& byFirst) const;
@@ -48,9 +49,13 @@ class NewLines {
     std::atomic<bool> stopped_{false};
     size_t blockSize_;
     size_t longestLine_;
+    const int64_t mapFrom_;
+    const int64_t mapped_;
+    const int64_t size_;  // of the file when the scan began
     int64_t& position_;
     LogScanFindings& found_;
     int64_t result_ = 0;
+    int blocksWithoutMatch_;  // since the last match
 
     // Begins with a line whose end has not been read yet.
     std::unique_ptr<char[]> buffer_;

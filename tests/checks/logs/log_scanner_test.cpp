@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/mapped_bytes.h"
 #include "base/owners.h"
 #include "tests/support/file_tree.h"
 #include "tests/support/temp_dir.h"
@@ -174,6 +175,33 @@ TEST(LogScanner, OnlyRegularFilesAreOpened) {
     std::thread mover([&] { std::rename(next.c_str(), path.c_str()); });
     EXPECT_EQ(ScanTextLog(path, matchers, true, state, tuning).result, 1);
     mover.join();
+}
+
+// As the usual rotation by copying does it, at any moment of a scan.
+TEST(LogScanner, ALogMayBeCutWhileItIsMapped) {
+    GuardMappedBytes();
+    test::TempDir folder;
+    std::string lines;
+    while (lines.size() < size_t{2} << 20) lines += "nothing of interest here\n";
+    const std::string path = folder.Write("log", lines);
+    std::atomic<bool> ended{false};
+    std::thread writer([&] {
+        UniqueFd file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+        while (!ended) {
+            if (ftruncate(file.Get(), 0) != 0) break;
+            if (pwrite(file.Get(), lines.data(), lines.size(), 0) < 0) break;
+        }
+    });
+    LineMatchers matchers = Prepare({kText});
+    LogScanTuning tuning;
+    tuning.mapFrom = 1;
+    for (int i = 0; i < 300; ++i) {
+        LogScanFindings found = ScanTextLog(path, matchers, true, {0, 1, 0}, tuning);
+        EXPECT_EQ(found.result, 0);
+        EXPECT_LE(found.state.position, static_cast<int64_t>(lines.size()));
+    }
+    ended = true;
+    writer.join();
 }
 
 }  // namespace
