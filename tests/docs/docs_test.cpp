@@ -105,7 +105,7 @@ TEST(Docs, SampleHasEveryKeyOnceAndLoadsWithoutWarning) {
 TEST(Docs, PagesAndPortHaveTheVersionOfTheProject) {
     const Names once{kAgentVersion};
     EXPECT_EQ(Found(SourceFile("packaging/freebsd/port/Makefile"), "^DISTVERSION=\t(.+)$"), once);
-    EXPECT_EQ(Found(SourceFile("docs/guide.md"), "zot_([0-9.]+)-1_"), once);
+    EXPECT_EQ(Found(SourceFile("docs/guide.md"), "zot_([0-9.]+)-[0-9]+_"), once);
     const Names shown = Found(SourceFile("docs/man/zotq.1"), "  ok +([0-9.]+) ");
     EXPECT_EQ(shown, (Names{kAgentVersion, kAgentVersion}));
     EXPECT_NE(SourceFile("CHANGELOG.md").find("\n## " + *once.begin() + "\n"), std::string::npos);
