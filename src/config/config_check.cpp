@@ -125,6 +125,11 @@ class ConfigChecker {
                              " bytes: the rest counts as a line of its own");
         }
         std::string_view text = TrimView(line);
+        if (text.find('\r') != std::string_view::npos) {
+            // Its text is not repeated: the password may be part of it.
+            Tell(number, "holds a carriage return: lines end with LF or CR LF");
+            return;
+        }
         if (text.empty() || line.starts_with('#') || line.starts_with(';')) return;
         ConfigLine parts;
         if (!SplitConfigLine(line, parts)) {
@@ -205,6 +210,10 @@ class ConfigChecker {
             std::string_view ends = item;
             std::string_view first = TakeItem(ends, "-");
             bool range = first.size() != item.size();
+            if (first == "0.0.0.0") {
+                Tell(number, std::string(key) + ": 0.0.0.0 ends the list and admits nobody");
+                return;
+            }
             if (IsAddress(first) && (!range || IsAddress(TrimView(ends)))) continue;
             Tell(number, std::string(key) + ": " + Quoted(item) +
                              " is no address and no range such as 192.0.2.1-192.0.2.9; names and "
