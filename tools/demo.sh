@@ -7,16 +7,14 @@ cd "$(dirname "$0")/.."
 . tools/setup.sh
 build=${BUILD_DIR:-build}
 
-install_tools build
-[ -f "$build/CMakeCache.txt" ] || cmake -B "$build" >/dev/null
-cmake --build "$build" -j "$(cpu_count)" --target zot zotq
-
 demo=$(mktemp -d)
 agent=
+progress=
 finish() {
     # A second signal, as timeout(1) sends it, must not end the clearing up.
     trap '' HUP INT TERM
-    [ -z "$agent" ] || kill "$agent" 2>/dev/null || true
+    for process in $agent $progress; do kill "$process" 2>/dev/null || true; done
+    wait
     rm -rf "$demo"
 }
 trap finish EXIT
@@ -25,9 +23,43 @@ trap 'exit 1' HUP INT TERM
 export ZOT_PASSWORD="a password for the demo"
 system=linux
 [ "$(uname)" = FreeBSD ] && system=freebsd
-port=$((20000 + $$ % 20000))
 
+# On a terminal, how far the build is.
+show_progress() {
+    [ -t 1 ] || return 0
+    while sleep 1; do
+        printf '\r%s ' "$(sed -n 's/^\[ *\([0-9/]*%*\)\].*/\1/p' "$demo/build" | tail -n 1)"
+    done
+}
+
+# What the compiler says is shown only if it fails.
+build_programs() {
+    install_tools build
+    echo "Building agent and client, some minutes the first time."
+    : >"$demo/build"
+    show_progress &
+    progress=$!
+    {
+        { [ -f "$build/CMakeCache.txt" ] || cmake -B "$build"; } &&
+            cmake --build "$build" -j "$(cpu_count)" --target zot zotq
+    } >"$demo/build" 2>&1 || { cat "$demo/build"; exit 1; }
+    kill $progress 2>/dev/null || true
+    progress=
+}
+
+# Ports below those that the system gives to connections, each tried until one is free.
 start_agent() {
+    port=$((3000 + $$ % 6000))
+    for _ in 1 2 3 4 5; do
+        if agent_listens; then return; fi
+        grep -q 'TCP listen error' "$demo/output" || break
+        port=$((port + 1))
+    done
+    cat "$demo/output"
+    exit 1
+}
+
+agent_listens() {
     # An upgrade replaces the agent's file, so it runs from a copy.
     cp "$build/zot" "$demo/zot"
     cat >"$demo/zot.cfg" <<END
@@ -50,7 +82,7 @@ END
     "$demo/zot" -i "$demo/zot.cfg" >"$demo/output" 2>&1 &
     agent=$!
     until grep -q 'Listening' "$demo/output"; do
-        kill -0 "$agent" 2>/dev/null || { cat "$demo/output"; exit 1; }
+        kill -0 "$agent" 2>/dev/null || return 1
         sleep 0.1
     done
 }
@@ -85,6 +117,7 @@ expect() {
 # ask COMMAND [PARAM...]: a question that gets an answer.
 ask() { expect 0 -u "$@"; }
 
+build_programs
 heading "The agent starts"
 start_agent
 cat "$demo/output"
