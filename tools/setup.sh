@@ -58,6 +58,7 @@ install_tools() {
         if [ "${1:-}" = tests ]; then
             want libgtest-dev have_header gtest/gtest.h
             want mandoc command -v mandoc
+            want groff-base command -v groff
             want shellcheck command -v shellcheck
             want curl command -v curl
             want openssl command -v openssl

@@ -22,6 +22,16 @@ for page in docs/man/*.[1-9]; do
     failed=1
 done
 
+# The two formatters that readers have must show the same; they break and hyphenate lines differently.
+characters() { col -bx | sed '1d;$d' | tr '`' "'" | tr -d ' \n-'; }
+for page in docs/man/*.[1-9]; do
+    command -v groff >/dev/null || break
+    [ "$(groff -mdoc -Tascii -P-c "$page" 2>/dev/null | characters)" = \
+        "$(mandoc -Tascii "$page" | characters)" ] && continue
+    echo "$page: groff and mandoc show it differently"
+    failed=1
+done
+
 shellcheck -x -P SCRIPTDIR packaging/debian/*/p* \
     packaging/freebsd/zot.in packaging/completion/zotq.bash \
     tests/packaging/*.sh tests/monitoring/*.sh tests/docs/*.sh tests/hardening.sh \
