@@ -65,6 +65,8 @@ install_tools() {
             want prometheus command -v promtool
             want systemd test -x /lib/systemd/systemd
             want icinga2-bin command -v icinga2
+            want nagios4-core command -v nagios4
+            want zabbix-agent command -v zabbix_agentd
         fi
     else
         want cli11 have_header CLI/CLI.hpp
