@@ -30,7 +30,7 @@ std::string Joined(const std::vector<std::string>& parts, std::string_view separ
 }
 
 std::string TimeText(int64_t moment) {
-    time_t seconds = moment;
+    const auto seconds = static_cast<time_t>(moment);
     std::tm parts = {};
     localtime_r(&seconds, &parts);
     char text[32];

@@ -21,8 +21,9 @@ class Readiness {
     Readiness() noexcept;
     explicit operator bool() const noexcept { return ready_; }
 
-    // Arm a descriptor, for the first time and again after each event. One wait returns `tag`,
-    // once, when there is something to read or the peer has ended. False with errno set on failure.
+    // Arm a descriptor, for the first time and, with the same tag, again after each event. One wait
+    // returns `tag`, once, when there is something to read or the peer has ended. False with errno
+    // set on failure.
     bool Add(int descriptor, uint64_t tag) noexcept;
     bool Rearm(int descriptor, uint64_t tag) noexcept;
     // Arms a new descriptor for one event, too: it takes data again, or has come to connect or not.

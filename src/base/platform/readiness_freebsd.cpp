@@ -26,15 +26,16 @@ bool Change(int queue, const struct kevent& change) noexcept {
     return result == 0;
 }
 
-// Tags travel in the pointer that the system keeps for each event, which is just as wide here.
-static_assert(sizeof(void*) == sizeof(uint64_t));
+// Tags travel where the system keeps 64 bits for the program with each event: a pointer is too
+// narrow on a 32-bit processor. They stay as they were when the event was added.
+constexpr int kTag = 2;
 
 bool Arm(int queue, int descriptor, uint64_t tag, short filter = EVFILT_READ) noexcept {
     struct kevent change;
-    // One event, then disabled until armed again. Adding a descriptor that is already there changes
-    // its tag.
+    // One event, then disabled until armed again.
     EV_SET(&change, static_cast<uintptr_t>(descriptor), filter, EV_ADD | EV_ENABLE | EV_DISPATCH, 0,
-           0, reinterpret_cast<void*>(tag));
+           0, nullptr);
+    change.ext[kTag] = tag;
     return Change(queue, change);
 }
 
@@ -44,8 +45,8 @@ Readiness::Readiness() noexcept : queue_(kqueue()) {
     // Not inherited over fork, but a restart would keep it.
     if (queue_) fcntl(queue_.Get(), F_SETFD, FD_CLOEXEC);
     struct kevent change;
-    EV_SET(&change, kWakeEvent, EVFILT_USER, EV_ADD | EV_CLEAR, 0, 0,
-           reinterpret_cast<void*>(kWoken));
+    EV_SET(&change, kWakeEvent, EVFILT_USER, EV_ADD | EV_CLEAR, 0, 0, nullptr);
+    change.ext[kTag] = kWoken;
     ready_ = queue_ && Change(queue_.Get(), change);
 }
 
@@ -69,7 +70,7 @@ void Readiness::Remove(int descriptor) noexcept {
 
 void Readiness::Wake() noexcept {
     struct kevent change;
-    EV_SET(&change, kWakeEvent, EVFILT_USER, 0, NOTE_TRIGGER, 0, reinterpret_cast<void*>(kWoken));
+    EV_SET(&change, kWakeEvent, EVFILT_USER, 0, NOTE_TRIGGER, 0, nullptr);
     Change(queue_.Get(), change);
 }
 
@@ -77,7 +78,7 @@ std::optional<uint64_t> Readiness::Wait(int timeoutMs) noexcept {
     struct kevent event;
     timespec limit = {timeoutMs / 1000, timeoutMs % 1000 * 1000000L};
     int count = kevent(queue_.Get(), nullptr, 0, &event, 1, timeoutMs < 0 ? nullptr : &limit);
-    if (count > 0) return reinterpret_cast<uint64_t>(event.udata);
+    if (count > 0) return uint64_t{event.ext[kTag]};
     if (count < 0) return kWoken;
     return std::nullopt;
 }

@@ -55,8 +55,8 @@ void Listing::AddEntry(const FindRecord& record) {
     lines_.AppendLine(record.name, Escaping::kLineBreaks);
     lines_.AppendInt(record.attributes);
     if (columns_.size) lines_.AppendInt64(record.size);
-    if (columns_.changeTime) lines_.AppendLocalTime(record.changeTime);
-    if (columns_.modificationTime) lines_.AppendLocalTime(record.mtime);
+    if (columns_.changeTime) lines_.AppendLocalTime(static_cast<time_t>(record.changeTime));
+    if (columns_.modificationTime) lines_.AppendLocalTime(static_cast<time_t>(record.mtime));
     ++count_;
 }
 
