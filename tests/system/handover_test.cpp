@@ -65,6 +65,9 @@ class Upgrade {
     const AgentProcess& agent_;
 };
 
+// For scripts: starts a command in a session of its own.
+constexpr char kInOwnSession[] = "$(command -v setsid || echo /usr/sbin/daemon)";
+
 // An agent whose executable, for restarts and upgrades, is a file of the test's own.
 class HandOver : public testing::Test {
   protected:
@@ -226,7 +229,8 @@ TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
         {"-d", "#!/bin/sh\nexit 0" + padding, false},
         {"-d", "#!/no/such/interpreter" + padding, false},
         {"-i", "#!/bin/sh\nexec sleep 300" + padding, true},
-        {"-d", "#!/bin/sh\nsleep 300 &\nsetsid sleep 300 &" + padding, true},
+        {"-d", std::string("#!/bin/sh\nsleep 300 &\n") + kInOwnSession + " sleep 300 &" + padding,
+         true},
     };
     for (const auto& c : cases) {
         Start(c.mode);
@@ -275,8 +279,8 @@ TEST_F(HandOver, AnOlderAgentIsFoundHoweverItStarts) {
     }
     home_.Write("older", older);
     std::filesystem::permissions(home_ / "older", std::filesystem::perms(0755));
-    const std::string module =
-        "#!/bin/sh\nsetsid " + (home_ / "older") + " \"$@\" & #" + std::string(100, '.') + "\n";
+    const std::string module = std::string("#!/bin/sh\n") + kInOwnSession + " " +
+                               (home_ / "older") + " \"$@\" & #" + std::string(100, '.') + "\n";
     for (const char* setting : {"", "pidfile=/no/such/folder/pid\n"}) {
         Start("-d");
         AgeAgent();
