@@ -281,8 +281,10 @@ std::string AgentProcess::Packet(const char* key, std::string_view request) cons
 client::AgentConnection AgentProcess::Connect() const {
     client::AgentConnection connection;
     std::string error;
-    client::Deadline deadline(kPatience);
-    if (!connection.Open(target_.host, port_, deadline, error)) Throw(error);
+    const client::Deadline deadline(kPatience);
+    if (!WaitUntil([&] { return connection.Open(target_.host, port_, deadline, error); })) {
+        Throw(error);
+    }
     return connection;
 }
 

@@ -96,7 +96,9 @@ class AgentProcess {
     bool IsAlone(std::chrono::milliseconds limit = kPatience) const;
     // A packet with the agent's password.
     std::string Packet(const char* key, std::string_view request) const;
-    // An open connection to the agent; throws when it cannot be had.
+    // An open connection to the agent; throws when it cannot be had. Comes again where the system
+    // resets what does not fit into the queue of the listener: crowds arrive faster than they are
+    // accepted.
     client::AgentConnection Connect() const;
 
   private:

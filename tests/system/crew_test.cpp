@@ -66,19 +66,26 @@ TEST(Crew, StrangersThatComeBackShutNobodyOut) {
     for (int i = 0; i < 2; ++i) {
         crowd.emplace_back([&] {
             std::vector<AgentConnection> held(600);
-            for (size_t turn = 0; !stop || strangers < Scaled(2000); ++turn, ++strangers) {
+            for (size_t turn = 0; !stop || strangers < Scaled(2000);) {
                 AgentConnection& connection = held[turn % held.size()];
                 std::string error;
                 connection = AgentConnection();
-                connection.Open("127.0.0.1", agent.Port(), Deadline(kPatience), error);
-                if (turn % 2 == 0) connection.Send("\x40", Deadline(kPatience), error);
+                if (!connection.Open("127.0.0.1", agent.Port(), Deadline(kPatience), error)) {
+                    // The queue is full. Elsewhere the system itself comes again, after a second.
+                    std::this_thread::sleep_for(milliseconds(10));
+                    continue;
+                }
+                if (turn++ % 2 == 0) connection.Send("\x40", Deadline(kPatience), error);
+                ++strangers;
             }
         });
     }
     EXPECT_TRUE(WaitUntil([&] { return strangers > 1500; }));
-    int answered = 0;
-    for (int i = 0; i < 10; ++i) answered += TryAsk(agent.Target(), "GetInfo");
-    EXPECT_EQ(answered, 10);
+    for (int i = 0; i < 10; ++i) {
+        AgentConnection good = agent.Connect();
+        Send(good, packet);
+        EXPECT_TRUE(ReceiveReply(good, kKey).starts_with("200\n"));
+    }
     stop = true;
     for (std::thread& thread : crowd) thread.join();
     EXPECT_TRUE(ReceiveReply(running, kKey).starts_with("200\n"));

@@ -22,8 +22,9 @@ namespace {
 
 constexpr int kClients = 4;
 constexpr long kDefaultSeconds = 8;
-// What a longer run may add: the allocator's reserves, not a leak, which grows with the run.
-constexpr long kMemorySlackKib = 2048;
+// What a longer run may add: the allocator's reserves (on FreeBSD 1.4 to 2.1 MiB, after 8 seconds
+// as after 72), not a leak, which grows with the run.
+constexpr long kMemorySlackKib = 3072;
 
 struct Request {
     std::string command;
