@@ -1,21 +1,26 @@
 #!/bin/sh
-# A fleet on this machine: twenty agents on 127.0.20.x, zot-exporter and Prometheus. One agent is
-# stopped, one has another password and one disk alarm is set too high; shown is what Prometheus says.
+# A fleet on this machine: twenty agents on 127.0.20.x, zot-exporter, Prometheus and, where it is
+# installed, Alertmanager. One agent is stopped, one has another password and one disk alarm is set
+# too high; shown is what Prometheus says, and what Alertmanager received.
 #   sh tools/demo-fleet.sh [--stay]     --stay leaves everything running, to look at in a browser
-# BUILD_DIR names another build directory. Needs prometheus and curl.
+# BUILD_DIR names another build directory, which is taken as it is with NO_BUILD=1. Needs prometheus
+# and curl.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/setup.sh
 build=${BUILD_DIR:-build}
+case $build in /*) ;; *) build=$PWD/$build ;; esac
 hosts=20
 
 missing=
 want prometheus command -v prometheus
 want curl command -v curl
 install_missing
-install_tools build
-[ -f "$build/CMakeCache.txt" ] || cmake -B "$build" >/dev/null
-cmake --build "$build" -j "$(cpu_count)" --target zot zot-exporter
+if [ -z "${NO_BUILD:-}" ]; then
+    install_tools build
+    [ -f "$build/CMakeCache.txt" ] || cmake -B "$build" >/dev/null
+    cmake --build "$build" -j "$(cpu_count)" --target zot zot-exporter
+fi
 
 demo=$(mktemp -d)
 pids=
@@ -34,6 +39,7 @@ trap 'exit 1' HUP INT TERM
 port=$((20000 + $$ % 20000))
 metrics=$((port + 1))
 prometheus=$((port + 2))
+alertmanager=$((port + 3))
 password="a password for the demo"
 
 start_agent() {
@@ -42,7 +48,7 @@ start_agent() {
 host=$2
 port=$port
 password=$3
-zotpath=$PWD/$build/zot
+zotpath=$build/zot
 tmpdir=$demo/$1
 END
     "$build/zot" -i "$demo/$1/zot.cfg" >"$demo/$1/output" 2>&1 &
@@ -80,7 +86,9 @@ modules:
     checks:
       - {name: agent, type: info}
       - {name: root, type: disk, path: /}
+      - {name: shop_errors, type: log, path: $demo/shop.log, pattern: error}
 END
+echo "an error that was there before" >"$demo/shop.log"
 "$build/zot-exporter" --config.file="$demo/exporter.yml" \
     --web.listen-address=127.0.0.1:$metrics 2>"$demo/exporter.log" &
 pids="$pids $!"
@@ -89,6 +97,7 @@ pids="$pids $!"
 # threshold of one disk alarm is one that every disk crosses.
 {
     printf 'global: {scrape_interval: 2s, scrape_timeout: 2s, evaluation_interval: 2s}\n'
+    printf 'alerting: {alertmanagers: [{static_configs: [{targets: ["127.0.0.1:%d"]}]}]}\n' $alertmanager
     sed "s/127.0.0.1:9965/127.0.0.1:$metrics/" packaging/prometheus/scrape.yml
 } >"$demo/prometheus.yml"
 sed -e 's/for: [25]m/for: 0s/' -e 's/< 0\.1$/< 1.1 and on (instance) probe_success{instance="host5"}/' \
@@ -96,6 +105,15 @@ sed -e 's/for: [25]m/for: 0s/' -e 's/< 0\.1$/< 1.1 and on (instance) probe_succe
 prometheus --config.file="$demo/prometheus.yml" --storage.tsdb.path="$demo/data" \
     --web.listen-address=127.0.0.1:$prometheus >"$demo/prometheus.log" 2>&1 &
 pids="$pids $!"
+
+if command -v prometheus-alertmanager >/dev/null; then
+    printf 'route: {receiver: nobody, group_wait: 0s}\nreceivers: [{name: nobody}]\n' \
+        >"$demo/alertmanager.yml"
+    prometheus-alertmanager --config.file="$demo/alertmanager.yml" --storage.path="$demo" \
+        --web.listen-address=127.0.0.1:$alertmanager --cluster.listen-address= \
+        >"$demo/alertmanager.log" 2>&1 &
+    pids="$pids $!"
+fi
 
 ask() { curl -s -G "http://127.0.0.1:$prometheus/api/v1/query" --data-urlencode "query=$1"; }
 says() { ask "$1" | grep -q "\"$2\"\]"; }
@@ -113,7 +131,15 @@ ask 'probe_failure_info' | tr '{' '\n' | sed -n 's/.*"instance":"\([^"]*\)".*"re
 heading "The alerts that fire"
 until_true says 'count(ALERTS{alertstate="firing",alertname=~"ZotHostDown|ZotWrongPassword|ZotDiskFull"})' 3
 curl -s "http://127.0.0.1:$prometheus/api/v1/alerts" | tr '{' '\n' |
-    sed -n 's/.*"summary":"\([^"]*\)".*/\1/p' | sort -u
+    sed -n 's/.*"summary":"\([^"]*\)"},"state":"firing".*/\1/p' | sort -u
+
+if command -v prometheus-alertmanager >/dev/null; then
+    received() { curl -s "http://127.0.0.1:$alertmanager/api/v2/alerts"; }
+    all_received() { [ "$(received | grep -oE '"alertname":"Zot(HostDown|WrongPassword|DiskFull)"' | wc -l)" -eq 3 ]; }
+    heading "What Alertmanager received"
+    until_true all_received
+    received | tr '{' '\n' | sed -n 's/.*"summary":"\([^"]*\)".*/\1/p' | sort -u
+fi
 
 heading "The fleet, as the exporter's page has it"
 curl -s "http://127.0.0.1:$metrics/?state=failed" |
@@ -121,8 +147,10 @@ curl -s "http://127.0.0.1:$metrics/?state=failed" |
 
 if [ "${1:-}" = --stay ]; then
     heading "Everything runs until you press Ctrl-C"
-    echo "exporter    http://127.0.0.1:$metrics/"
-    echo "Prometheus  http://127.0.0.1:$prometheus/"
+    echo "exporter     http://127.0.0.1:$metrics/"
+    echo "Prometheus   http://127.0.0.1:$prometheus/"
+    ! command -v prometheus-alertmanager >/dev/null ||
+        echo "Alertmanager http://127.0.0.1:$alertmanager/"
     wait
 fi
 heading "That is all"

@@ -64,6 +64,7 @@ install_tools() {
             want openssl command -v openssl
             want prometheus command -v promtool
             want systemd test -x /lib/systemd/systemd
+            want prometheus-alertmanager command -v prometheus-alertmanager
             want icinga2-bin command -v icinga2
             want nagios4-core command -v nagios4
             want zabbix-agent command -v zabbix_agentd
