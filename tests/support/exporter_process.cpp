@@ -24,12 +24,12 @@ std::string OutputOf(const std::string& command) {
 }
 
 ExporterProcess::ExporterProcess(std::string_view hosts, std::string_view config,
-                                 std::string arguments) {
+                                 std::string arguments, const std::string& address) {
     dir_.Write("hosts", hosts);
     std::string command = "cd '" + dir_.Path() +
                           "' && exec " ZOT_BUILD_DIR "/zot-exporter --config.file=" +
-                          dir_.Write("exporter.yml", config) +
-                          " --web.listen-address=127.0.0.1:0 " + arguments + " 2>stderr";
+                          dir_.Write("exporter.yml", config) + " --web.listen-address=" + address +
+                          " " + arguments + " 2>stderr";
     char shell[] = "sh", option[] = "-c";
     char* const words[] = {shell, option, command.data(), nullptr};
     if (posix_spawnp(&child_, "sh", nullptr, nullptr, words, ProcessEnvironment()) != 0) {

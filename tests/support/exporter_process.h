@@ -18,7 +18,8 @@ class ExporterProcess {
   public:
     // Writes the configuration beside a list of hosts and starts the exporter with further
     // arguments. Throws when it does not come to listen.
-    ExporterProcess(std::string_view hosts, std::string_view config, std::string arguments = "");
+    ExporterProcess(std::string_view hosts, std::string_view config, std::string arguments = "",
+                    const std::string& address = "127.0.0.1:0");
     ~ExporterProcess();
     ExporterProcess(const ExporterProcess&) = delete;
     ExporterProcess& operator=(const ExporterProcess&) = delete;

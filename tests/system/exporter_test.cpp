@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "exporter/listen_address.h"
 #include "tests/docs/pages.h"
 #include "tests/support/agent_process.h"
 #include "tests/support/exporter_process.h"
@@ -304,6 +305,17 @@ TEST(Exporter, ProtectsItsPort) {
     EXPECT_EQ(get(with("anna") + "-u anna:secret -X POST", "/-/reload"), "reloaded\n200\n");
     EXPECT_EQ(get(with("anna")), "healthy\n200\n");
     EXPECT_NE(served().find(before), std::string::npos);
+}
+
+TEST(Exporter, ListensAtAnAddressOfIPv6) {
+    const std::string address = "[::1]:0";
+    std::string bound, error;
+    if (!exporter::ListenAt(address, bound, error)) {
+        GTEST_SKIP() << "this machine has no loopback address of IPv6: " << error;
+    }
+    ExporterProcess exporter("web1\n", kBase, "", address);
+    EXPECT_TRUE(exporter.Url().starts_with("http://[::1]:")) << exporter.Url();
+    EXPECT_EQ(exporter.Get("/-/healthy"), "healthy\n200\n");
 }
 
 TEST(Exporter, NeitherHangingHostsNorIdleConnectionsDelayOthers) {
