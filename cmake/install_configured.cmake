@@ -83,7 +83,14 @@ if(ZOT_SYSTEM STREQUAL "FreeBSD")
   install_configured(freebsd/zot.in ${ZOT_SYSCONFDIR}/rc.d zot ${executable})
   install_configured(newsyslog/zot.conf.in ${ZOT_SYSCONFDIR}/newsyslog.conf.d zot.conf ${forAll})
 else()
-  install_configured(systemd/zot.service.in ${CMAKE_INSTALL_PREFIX}/lib/systemd/system zot.service
-    ${forAll})
+  foreach(unit zot zot-unprivileged)
+    install_configured(systemd/${unit}.service.in ${CMAKE_INSTALL_PREFIX}/lib/systemd/system
+      ${unit}.service ${forAll})
+  endforeach()
+  install_configured(systemd/zot-unprivileged.sysusers ${CMAKE_INSTALL_PREFIX}/lib/sysusers.d
+    zot-unprivileged.conf ${forAll})
+  install_configured(systemd/programs.conf ${CMAKE_INSTALL_PREFIX}/share/zot programs.conf ${forAll})
+  install_configured(logrotate/zot-unprivileged ${CMAKE_INSTALL_PREFIX}/share/zot
+    zot-unprivileged.logrotate ${forAll})
   install_configured(logrotate/zot.in ${ZOT_SYSCONFDIR}/logrotate.d zot ${forAll})
 endif()

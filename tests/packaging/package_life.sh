@@ -19,12 +19,13 @@ ask_for() {
 dpkg -i zot_1.deb >/dev/null
 [ "$(stat -c '%a %U' $config)" = "600 root" ] || fail "permissions of $config"
 # A configuration of the first release names the scripts without a folder.
-sed -i 's|^\(.*script=\)/usr/libexec/zot/|\1|' $config
+sed -i -e 's|^\(.*script=\)/usr/libexec/zot/|\1|' -e 's/^external=0/external=1/' $config
 start_agent
 cp $config before.cfg
 first=$(cat /run/zot.pid)
 dpkg -i zot_2.deb zotq_2.deb >/dev/null
 cmp before.cfg $config || fail "the upgrade changed the configuration"
+[ -e /etc/systemd/system/zot.service.d/programs.conf ] || fail "programs lost their rights"
 [ "$(printf %s "$ZOT_PASSWORD" | tr -dc 0-9a-f | wc -c)" -eq 40 ] || fail "password"
 ask_for 'AgentName=VY Remote Monitoring Agent' GetInfo
 [ "$(cat /run/zot.pid)" != "$first" ] || fail "the agent was not restarted"
@@ -69,7 +70,7 @@ cmp before.cfg $config || fail "the removal changed the configuration"
 
 dpkg -P zot zotq >/dev/null
 for left in /etc/zot /etc/logrotate.d/zot* /var/lib/zot /var/log/zot /usr/libexec/zot \
-    /usr/sbin/zot* /usr/bin/zotq; do
+    /usr/sbin/zot* /usr/bin/zotq /usr/share/zot /etc/systemd/system/zot.service.d; do
     if [ -e "$left" ] || [ -L "$left" ]; then fail "$left is left after the purge"; fi
 done
 echo "installed, used, upgraded, removed and purged"
