@@ -42,11 +42,20 @@ url=$(sed -n 's/^Prometheus  *//p' "$work/output")
 sed -n 's/^ *"expr": "\(.*\)",$/\1/p' "$source/packaging/grafana/fleet.json" |
     sed -e 's/\\"/"/g' -e 's/\$__rate_interval/1m/g' -e 's/\$job/zot/g' -e 's/\$host/.*/g' >"$work/queries"
 [ "$(grep -c . "$work/queries")" -ge 10 ] || fail "the dashboard has lost its queries"
-while read -r query; do
-    answer=$(curl -s -G "${url}api/v1/query" --data-urlencode "query=$query")
-    case $query:$answer in
+answered() {
+    answer=$(curl -s -G "${url}api/v1/query" --data-urlencode "query=$1")
+    case $1:$answer in
     *'"status":"success"'*'"value":['*) ;;
     zot_cpu_usage_ratio*'"status":"success"'*'"result":[]'*) ;;
-    *) fail "$query: $answer" ;;
+    *) return 1 ;;
     esac
+}
+while read -r query; do
+    # A rate needs two scrapes.
+    tries=0
+    until answered "$query"; do
+        tries=$((tries + 1))
+        [ $tries -lt 100 ] || fail "$query: $answer"
+        sleep 0.2
+    done
 done <"$work/queries"
