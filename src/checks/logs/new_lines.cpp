@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/mapped_bytes.h"
 #include "base/vystring.h"
 
 namespace zot {
