@@ -349,7 +349,8 @@ TEST_F(Faults, FoldersThatDisappear) {
     ExpectUnharmed();
     fs::create_directories(logs);
     EXPECT_EQ(agent_->Ask("GetInfo").code, "200");
-    EXPECT_NE(ReadFile(logs + "/ok.txt"), "");
+    // The lines of a request are written after its reply.
+    EXPECT_TRUE(WaitUntil([&] { return ReadFile(logs + "/ok.txt") != ""; }));
     // A restart from a folder that is gone.
     EXPECT_EQ(agent_->Ask("ReloadApp").code, "200");
     EXPECT_TRUE(WaitUntil([this] { return TryAsk(kRequests[0]); }));
