@@ -68,6 +68,7 @@ install_tools() {
             want icinga2-bin command -v icinga2
             want nagios4-core command -v nagios4
             want zabbix-agent command -v zabbix_agentd
+            want stunnel4 command -v stunnel4
         fi
     else
         want cli11 have_header CLI/CLI.hpp

@@ -1,39 +1,16 @@
 # shellcheck shell=sh
-# service_boot.sh DIRECTORY GROUP LIFE: run with namespaces of its own. Lays DIRECTORY/tree over this
-# machine's files, and lets systemd boot there to run the script LIFE.
-ip link set lo up
+# boot.sh DIRECTORY GROUP: run with namespaces of its own. Lays DIRECTORY/tree over this machine's
+# files and lets systemd boot there, in a control group of that name. DIRECTORY/output is /trial/output.
 layer=$1/layer
 root=$layer/root
+mkdir "$layer"
 mount -t tmpfs tmpfs "$layer"
 mkdir "$layer/upper" "$layer/work" "$root"
 mount -t overlay overlay -o "lowerdir=/,upperdir=$layer/upper,workdir=$layer/work" "$root"
-cp -a "$1/tree/." "$root"
-mkdir -p "$root/trial/output"
-cp "$3" "$1/hangs.elf" "$root/trial"
-sed "s/^password=.*/password=of the trial/; s/^executeaction=.*/executeaction=1/" \
-    "$root/etc/zot/zot.cfg.sample" >"$root/etc/zot/zot.cfg"
-chmod 600 "$root/etc/zot/zot.cfg"
 # Of this machine nothing is started.
-rm -rf "$root/etc/fstab" "$root"/etc/systemd/system/*
-mkdir "$root/etc/systemd/system/multi-user.target.wants"
-ln -s /lib/systemd/system/zot.service "$root/etc/systemd/system/multi-user.target.wants"
-mkdir "$root/etc/systemd/system/zot.service.d"
-printf '[Service]\nRestartSec=300ms\n' >"$root/etc/systemd/system/zot.service.d/trial.conf"
-cat >"$root/etc/systemd/system/trial.service" <<END
-[Unit]
-After=multi-user.target
-SuccessAction=exit
-FailureAction=exit
-FailureActionExitStatus=1
-[Service]
-Type=oneshot
-WorkingDirectory=/trial
-Environment=PATH=/usr/sbin:/usr/bin:/sbin:/bin
-ExecStart=/bin/sh -euc '. ./$(basename "$3")'
-StandardOutput=file:/trial/output/log
-StandardError=inherit
-END
-ln -s ../trial.service "$root/etc/systemd/system/multi-user.target.wants"
+rm -rf "$root/etc/fstab" "$root"/etc/systemd/system/* "$root/usr/sbin/policy-rc.d"
+cp -a "$1/tree/." "$root"
+mkdir -p "$root/trial/output" "$1/output"
 mount --bind "$1/output" "$root/trial/output"
 for folder in run tmp dev; do mount -t tmpfs tmpfs "$root/$folder"; done
 for name in null zero full random urandom tty; do

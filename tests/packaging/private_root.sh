@@ -63,3 +63,24 @@ run_in_private_root() {
         exec chroot "$2/layer/root" sh -euc "cd /package-test; . ./$(basename "$1")"
     ' sh "$1" "$2" "${3:-}"
 }
+
+# require_systemd: ends the test as skipped where boot.sh could not boot a system.
+require_systemd() {
+    if [ ! -x /lib/systemd/systemd ] || ! command -v ip >/dev/null; then
+        echo "SKIPPED: needs systemd and ip"
+        exit 77
+    fi
+}
+
+# remove_groups PREFIX: the control groups of boot.sh, as soon as the processes in them have ended.
+remove_groups() {
+    folder=$(mktemp -d)
+    # The inner shell expands what is in single quotes.
+    # shellcheck disable=SC2016
+    unshare --mount sh -euc 'mount -t cgroup2 cgroup2 "$1"
+        for _ in 1 2 3 4 5 6 7 8 9 10; do
+            find "$1" -depth -type d -path "$1/$2*" -exec rmdir {} + 2>/dev/null && break
+            sleep 0.3
+        done' sh "$folder" "$1"
+    rmdir "$folder"
+}

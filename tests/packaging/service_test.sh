@@ -6,28 +6,45 @@ build=$1
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/private_root.sh"
 require_private_root
-if [ ! -x /lib/systemd/systemd ] || ! command -v ip >/dev/null; then
-    echo "SKIPPED: needs systemd and ip"
-    exit 77
-fi
+require_systemd
 
 work=$(mktemp -d)
 group=zot-trial-${work##*.}
-# The control group is empty once the system's processes are gone.
 finish() {
-    mkdir "$work/groups"
-    # The inner shell expands what is in single quotes.
-    # shellcheck disable=SC2016
-    unshare --mount sh -euc 'mount -t cgroup2 cgroup2 "$1"
-        [ ! -d "$1/$2" ] || find "$1/$2" -depth -type d -exec rmdir {} +' sh "$work/groups" "$group"
+    remove_groups "$group"
     rm -rf "$work"
 }
 trap finish EXIT
-DESTDIR=$work/tree cmake --install "$build" --prefix /usr >/dev/null
-echo 'int main(void) { for (;;) pause(); }' | cc -include unistd.h -x c -o "$work/hangs.elf" -
-mkdir "$work/layer" "$work/output"
+tree=$work/tree
+DESTDIR=$tree cmake --install "$build" --prefix /usr >/dev/null
+sed "s/^password=.*/password=of the trial/; s/^executeaction=.*/executeaction=1/" \
+    "$tree/etc/zot/zot.cfg.sample" >"$tree/etc/zot/zot.cfg"
+chmod 600 "$tree/etc/zot/zot.cfg"
+mkdir "$tree/trial"
+echo 'int main(void) { for (;;) pause(); }' |
+    cc -include unistd.h -x c -o "$tree/trial/hangs.elf" -
+cp "$here/service_life.sh" "$tree/trial"
+units=$tree/etc/systemd/system
+mkdir -p "$units/multi-user.target.wants" "$units/zot.service.d"
+ln -s /lib/systemd/system/zot.service ../trial.service "$units/multi-user.target.wants"
+# A shorter pause, or the trial would take minutes.
+printf '[Service]\nRestartSec=300ms\n' >"$units/zot.service.d/trial.conf"
+cat >"$units/trial.service" <<END
+[Unit]
+After=multi-user.target
+SuccessAction=exit
+FailureAction=exit
+FailureActionExitStatus=1
+[Service]
+Type=oneshot
+WorkingDirectory=/trial
+Environment=PATH=/usr/sbin:/usr/bin:/sbin:/bin
+ExecStart=/bin/sh -euc '. ./service_life.sh'
+StandardOutput=file:/trial/output/log
+StandardError=inherit
+END
 result=0
 unshare --mount --pid --fork --kill-child --net --uts --ipc \
-    sh -eu "$here/service_boot.sh" "$work" "$group" "$here/service_life.sh" || result=$?
+    sh -euc 'ip link set lo up; exec sh -eu "$@"' sh "$here/boot.sh" "$work" "$group" || result=$?
 cat "$work/output/log"
 [ $result -eq 0 ]
