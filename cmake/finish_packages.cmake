@@ -1,4 +1,10 @@
 # Runs when the files of all packages are laid out: adds what Debian expects in each package.
+if(CPACK_GENERATOR STREQUAL "RPM")
+  set(zshDir ${CPACK_TEMPORARY_DIRECTORY}/client/usr/share/zsh)
+  if(IS_DIRECTORY ${zshDir}/vendor-completions)  # Debian's place
+    file(RENAME ${zshDir}/vendor-completions ${zshDir}/site-functions)
+  endif()
+endif()
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()

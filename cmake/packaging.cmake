@@ -50,6 +50,9 @@ function(describe_package part name summary description)
   string(TOUPPER ${part} key)
   set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${name} PARENT_SCOPE)
   set(CPACK_DEBIAN_${key}_DESCRIPTION "${summary}\n${description}" PARENT_SCOPE)
+  set(CPACK_RPM_${key}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_RPM_${key}_PACKAGE_SUMMARY "${summary}" PARENT_SCOPE)
+  set(CPACK_RPM_${key}_PACKAGE_DESCRIPTION "${description}" PARENT_SCOPE)
   install_part(${part})
   set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${part} PARENT_SCOPE)
 endfunction()
@@ -68,6 +71,29 @@ if(ZOT_EXPORTER)
 its own password. It comes with a scrape configuration, alerts, a dashboard
 for Grafana and a check command for Icinga 2.")
 endif()
+
+# cpack -G RPM: on the system that it is for, whose libraries it then asks for.
+set(CPACK_RPM_COMPONENT_INSTALL ON)
+set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
+set(CPACK_RPM_PACKAGE_RELEASE 2)
+set(CPACK_RPM_PACKAGE_LICENSE BSD-2-Clause)
+# Folders that belong to others.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION /etc/logrotate.d /usr/lib/systemd
+  /usr/lib/systemd/system /usr/lib/sysusers.d /usr/libexec /usr/sbin /usr/share/bash-completion
+  /usr/share/bash-completion/completions /usr/share/man /usr/share/man/man1 /usr/share/man/man5
+  /usr/share/man/man7 /usr/share/man/man8 /usr/share/zsh /usr/share/zsh/site-functions /var /var/lib
+  /var/log)
+set(rpmDir ${CMAKE_SOURCE_DIR}/packaging/rpm)
+foreach(part agent exporter)
+  string(TOUPPER ${part} key)
+  set(CPACK_RPM_${key}_POST_INSTALL_SCRIPT_FILE ${rpmDir}/${part}/post)
+  set(CPACK_RPM_${key}_PRE_UNINSTALL_SCRIPT_FILE ${rpmDir}/${part}/preun)
+  set(CPACK_RPM_${key}_POST_UNINSTALL_SCRIPT_FILE ${rpmDir}/${part}/postun)
+endforeach()
+set(CPACK_RPM_AGENT_USER_FILELIST "%config(noreplace) /etc/logrotate.d/zot"
+  "%config /etc/zot/zot.cfg.sample")
+set(CPACK_RPM_EXPORTER_PACKAGE_REQUIRES systemd)
+set(CPACK_RPM_EXPORTER_USER_FILELIST "%config /etc/zot/zot-exporter.yml.sample")
 
 find_program(ZOT_DPKG dpkg)
 if(NOT ZOT_DPKG)

@@ -32,7 +32,7 @@ for page in docs/man/*.[1-9]; do
     failed=1
 done
 
-shellcheck -x -P SCRIPTDIR packaging/debian/*/p* \
+shellcheck -x -P SCRIPTDIR packaging/debian/*/p* packaging/rpm/*/p* \
     packaging/freebsd/zot.in packaging/completion/zotq.bash \
     tests/packaging/*.sh tests/monitoring/*.sh tests/docs/*.sh tests/hardening.sh \
     tools/*.sh scripts/*.sh scripts/*/*.sh .ci/run || failed=1

@@ -9,5 +9,5 @@ require_private_root
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 echo "$1" >"$work/source.txt"
-cp "$here/terminal.sh" "$work"
+cp "$here/terminal.sh" "$here/unit_runner.sh" "$work"
 run_in_private_root "$here/readme_life.sh" "$work" "$1"

@@ -3,7 +3,8 @@
 set -eu
 for name; do :; done
 name=${name%.service}
-unit=/usr/lib/systemd/system/$name.service
+unit=/usr/local/lib/systemd/system/$name.service
+[ -e "$unit" ] || unit=/usr/lib/systemd/system/$name.service
 value() { sed -n "s/^$1=-\{0,1\}//p" "$unit"; }
 
 # Until there is a unit, a package may ask about one.
