@@ -38,6 +38,10 @@ inline std::vector<std::vector<std::string>> Matches(const std::string& text,
             if (group.rm_so >= 0) value.assign(rest + group.rm_so, rest + group.rm_eo);
         }
         rest += groups[0].rm_eo;
+        if (groups[0].rm_eo > groups[0].rm_so) continue;
+        // An empty match would be found again and again.
+        if (*rest == '\0') break;
+        ++rest;
     }
     regfree(&expression);
     return matches;
