@@ -41,7 +41,7 @@ until grep -q 'Listening' "$work/agent.log" 2>/dev/null; do
     printf 'port=%s\nhost=127.0.0.1\npassword=secret\nzotpath=%s\n' $port "$build/zot" >"$work/zot.cfg"
     "$build/zot" -i "$work/zot.cfg" >"$work/agent.log" 2>&1 &
     agent=$!
-    until grep -q 'Listening\|TCP listen error' "$work/agent.log"; do sleep 0.1; done
+    until grep -q 'Listening\|TCP listen error' "$work/agent.log" 2>/dev/null; do sleep 0.1; done
 done
 # The guide, with this test's client, passwords, host and log.
 sed -e "s#/usr/bin/zotq#$build/zotq -p $port#" -e "s#/etc/zot/hosts#$work/hosts#g" \
