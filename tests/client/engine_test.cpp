@@ -140,12 +140,13 @@ TEST(Engine, WhoeverWasSilentForLongIsStillHeard) {
     });
     EXPECT_EQ(AskOnce(Question(slow.Port(), "").target, "X\n\r").answer.code, "200");
     // Connects when the system asks again, after a second, and is then hung up on.
-    test::Loopback busy(SOCK_STREAM, 0);
+    test::Loopback busy(SOCK_STREAM, 1);
     const auto port = static_cast<uint16_t>(busy.Port());
-    UniqueFd before = test::ConnectTo(port);
+    busy.Deafen();
     std::thread accepts([&] {
         std::this_thread::sleep_for(milliseconds(100));
-        for (int i = 0; i < 2; ++i) busy.Accept();
+        busy.Hear();
+        busy.Accept();
     });
     Outcome outcome = AskOnce(Question(port, "", milliseconds(10000)).target, "X\n\r");
     EXPECT_EQ(FailureWord(outcome.failure), "closed") << outcome.message;

@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/docs/pages.h"
+#include <regex>
+#include <string>
 
 namespace zot::exporter {
 namespace {
@@ -30,7 +31,7 @@ TEST(ListenAddress, IsAHostWithAPort) {
         UniqueFd fd = ListenAt(one.text, bound, error);
         EXPECT_EQ(bool(fd), one.bound != std::string("^$")) << one.text << error;
         EXPECT_EQ(error.empty(), bool(fd)) << one.text;
-        EXPECT_EQ(test::Matches(bound, one.bound).size(), 1U) << bound;
+        EXPECT_TRUE(std::regex_match(bound, std::regex(one.bound))) << bound;
     }
     // A second one at the same place is told why it cannot be there.
     std::string bound, again, error;

@@ -33,11 +33,9 @@ class Loopback {
     std::string HostLines() const { return "127.0.0.1\n" + std::to_string(port_) + "\n"; }
     // From now on nothing that arrives over the loopback interface is answered: it drops packets
     // with fewer hops left than any packet has there.
-    void Deafen() const {
-        int hops = 255;
-        if (setsockopt(fd_.Get(), IPPROTO_IP, IP_MINTTL, &hops, sizeof hops) != 0)
-            throw std::runtime_error("IP_MINTTL");
-    }
+    void Deafen() const { DemandHops(255); }
+    // Ends that.
+    void Hear() const { DemandHops(0); }
     // Waits for a client.
     UniqueFd Accept() const { return UniqueFd(accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC)); }
 
@@ -57,6 +55,11 @@ class Loopback {
     const sockaddr_in& Peer() const { return peer_; }
 
   private:
+    void DemandHops(int hops) const {
+        if (setsockopt(fd_.Get(), IPPROTO_IP, IP_MINTTL, &hops, sizeof hops) != 0)
+            throw std::runtime_error("IP_MINTTL");
+    }
+
     UniqueFd fd_;
     int port_ = 0;
     sockaddr_in peer_{};

@@ -122,6 +122,8 @@ TEST(Soak, AfterwardsTheAgentHoldsWhatItHeld) {
         }
         for (std::thread& client : clients) client.join();
     };
+    // Its pid file is there before its event queue.
+    EXPECT_TRUE(WaitUntil([&] { return Look(agent).threads >= 3; }));
     const size_t idle = Look(agent).descriptors;
     auto settled = [&] {
         Holdings now = Look(agent);
