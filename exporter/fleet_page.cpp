@@ -48,6 +48,9 @@ std::string Reason(const Row& row) {
     if (row.state != kFailed) return {};
     return Concat({client::FailureWord(row.report->failure), ": ", FirstMessage(*row.report)});
 }
+std::string Age(double seconds) {
+    return seconds < 1 ? "just now" : FormatSeconds(seconds) + " ago";
+}
 // What needs somebody comes first.
 int Urgency(const Row& row) { return row.state == kFailed ? 0 : row.state == kUnknown ? 1 : 2; }
 
@@ -106,7 +109,7 @@ std::string RowAsHtml(const Row& row) {
     std::string link = Concat({"<a href=\"host?name=", UrlValue(host.name), "\">", Html(host.name),
                                "</a>", row.groups.empty() ? "" : " <span class=\"soft\">",
                                Html(row.groups), row.groups.empty() ? "" : "</span>"});
-    std::string age = row.report ? FormatSeconds(row.age) + " ago" : "never";
+    std::string age = row.report ? Age(row.age) : "never";
     std::string took = row.report ? FormatSeconds(row.report->seconds) : "";
     return Concat({"<tr>", Cell("Host", link), Cell("State", row.state, row.state),
                    Cell("Version", Html(Version(row))), Cell("System", Html(System(row))),
@@ -224,7 +227,7 @@ std::string HostAsHtml(const client::Host& host, const ExporterConfig& config,
         body += Concat(
             {"<h2>Last probe</h2>\n<p><span class=\"", good ? kOk : kFailed, "\">",
              client::FailureWord(report->failure), "</span> after ", FormatSeconds(report->seconds),
-             ", ", FormatSeconds(std::max(0.0, difftime(now, report->begun))), " ago</p>\n",
+             ", ", Age(std::max(0.0, difftime(now, report->begun))), "</p>\n",
              ChecksAsHtml(*report), "<h2>Metrics</h2>\n<pre>", Html(report->metrics), "</pre>\n"});
     } else {
         body += "<p>Nobody has probed this host yet.</p>\n";

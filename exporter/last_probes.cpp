@@ -4,10 +4,14 @@
 
 namespace zot::exporter {
 
-void LastProbes::Put(Report report) {
+LastProbes::Report LastProbes::Put(ProbeReport report) {
     std::lock_guard lock(reportsMutex_);
-    Report& place = reports_[report->host];
-    place.swap(report);
+    Report& place = reports_[report.host];
+    if (place && report.version.empty()) {
+        report.version = place->version;
+        report.system = place->system;
+    }
+    return place = std::make_shared<const ProbeReport>(std::move(report));
 }
 
 LastProbes::Report LastProbes::Of(const std::string& host) const {

@@ -14,7 +14,9 @@ class LastProbes {
   public:
     using Report = std::shared_ptr<const ProbeReport>;
 
-    void Put(Report report);
+    // Returns the report as it is kept: with the version and the system that the agent last told,
+    // where this probe did not ask.
+    Report Put(ProbeReport report);
     // Nullptr when the host was not probed yet.
     Report Of(const std::string& host) const;
     // Those of all hosts.

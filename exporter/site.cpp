@@ -61,8 +61,7 @@ void Site::Probe(const HttpRequest& request, const Answerer& answer) {
     parts_.metrics.ProbeBegan();
     auto take = [this, answer, inWords = order.inWords](ProbeReport report) {
         parts_.metrics.ProbeEnded(report.failure, report.seconds);
-        auto kept = std::make_shared<const ProbeReport>(std::move(report));
-        parts_.probes.Put(kept);
+        LastProbes::Report kept = parts_.probes.Put(std::move(report));
         if (inWords) return answer({200, InWords(*kept)});
         answer({200, kept->metrics, kMetricsType});
     };

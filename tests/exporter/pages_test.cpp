@@ -35,6 +35,14 @@ TEST(Pages, TextStaysText) {
     }
 }
 
+TEST(Pages, WhatAProbeDoesNotAskIsAsItWasLast) {
+    LastProbes probes;
+    probes.Put({"web1", 1, 0.1, client::Failure::kNone, {}, "1.36", "Linux 6.1", ""});
+    probes.Put({"web1", 2, 0.2, client::Failure::kTimeout, {}, "", "", ""});
+    EXPECT_EQ(probes.Of("web1")->begun, 2);
+    EXPECT_EQ(probes.Of("web1")->version + probes.Of("web1")->system, "1.36Linux 6.1");
+}
+
 TEST(Pages, FleetIsFilteredAndSorted) {
     Fleet fleet;
     std::istringstream list("good groups=shop\nbad\nnew groups=shop,lab\nslow\n");
