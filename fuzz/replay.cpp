@@ -1,9 +1,11 @@
 // Runs a fuzz target over files, and over all files of folders, without the fuzzer, so that any
 // compiler can check that what was once found stays fixed. Variations of the files follow, the same
 // in every run, so that each target's comparison with a plain algorithm covers more than its seeds.
+//   NAME_replay [-VARIATIONS] FILE|FOLDER...
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,8 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kVariations = 20000;
 
 void Run(const std::string& bytes) {
     LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
@@ -52,7 +52,12 @@ std::string Variation(const std::vector<std::string>& inputs, std::mt19937& rand
 
 int main(int argc, char** argv) {
     std::vector<std::string> inputs;
+    int variations = 20000;
     for (int i = 1; i < argc; ++i) {
+        if (argv[i][0] == '-') {
+            variations = std::atoi(argv[i] + 1);
+            continue;
+        }
         // A target may change the working directory.
         fs::path path = fs::absolute(argv[i]);
         if (!fs::is_directory(path)) {
@@ -65,6 +70,6 @@ int main(int argc, char** argv) {
     if (inputs.empty()) return 1;
     std::sort(inputs.begin(), inputs.end());  // folders list their files in any order
     std::mt19937 random(1);
-    for (int i = 0; i < kVariations; ++i) Run(Variation(inputs, random));
+    for (int i = 0; i < variations; ++i) Run(Variation(inputs, random));
     return 0;
 }
