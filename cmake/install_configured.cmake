@@ -81,6 +81,7 @@ install_configured(zot.cfg.sample.in ${ZOT_SYSCONFDIR}/zot zot.cfg.sample ${owne
 
 if(ZOT_SYSTEM STREQUAL "FreeBSD")
   install_configured(freebsd/zot.in ${ZOT_SYSCONFDIR}/rc.d zot ${executable})
+  install_configured(freebsd/zot_watch.sh.in ${ZOT_LIBEXECDIR}/zot zot_watch.sh ${executable})
   install_configured(newsyslog/zot.conf.in ${ZOT_SYSCONFDIR}/newsyslog.conf.d zot.conf ${forAll})
 else()
   foreach(unit zot zot-unprivileged)

@@ -33,7 +33,7 @@ for page in docs/man/*.[1-9]; do
 done
 
 shellcheck -x -P SCRIPTDIR packaging/debian/*/p* packaging/rpm/*/p* \
-    packaging/freebsd/zot.in packaging/completion/zotq.bash \
+    packaging/freebsd/zot.in packaging/freebsd/zot_watch.sh.in packaging/completion/zotq.bash \
     tests/packaging/*.sh tests/monitoring/*.sh tests/docs/*.sh tests/hardening.sh \
     tools/*.sh scripts/*.sh scripts/*/*.sh .ci/run || failed=1
 bash -n packaging/completion/zotq.bash || failed=1

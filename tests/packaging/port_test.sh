@@ -16,7 +16,7 @@ done
 cd "$work/root"
 find . -type f | sed 's|^\./usr/local/||' | sort >"$work/laid-out.txt"
 # The rest of the list is what every system gets: programs, scripts, pages and completions.
-sed -n -e 's/^@sample[^ ]* //' -e '/^etc\//p' -e '/zsh/p' "$source/packaging/freebsd/port/pkg-plist" |
+sed -n -e 's/^@sample[^ ]* //' -e '/^etc\//p' -e '/zsh/p' -e '/watch/p' "$source/packaging/freebsd/port/pkg-plist" |
     sort >"$work/listed.txt"
 diff "$work/listed.txt" "$work/laid-out.txt"
 sed -n 's/^@dir([^)]*) //p' "$source/packaging/freebsd/port/pkg-plist" >"$work/directories.txt"
@@ -25,6 +25,7 @@ while read -r directory; do
 done <"$work/directories.txt"
 if grep -rn '@ZOT' .; then exit 1; fi
 sh -n usr/local/etc/rc.d/zot
+sh -n usr/local/libexec/zot/zot_watch.sh
 for page in "$source"/docs/man/*; do
     grep -q "/$(basename "$page").gz\$" "$source/packaging/freebsd/port/pkg-plist"
 done
