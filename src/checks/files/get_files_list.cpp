@@ -1,3 +1,5 @@
+#include <time.h>
+
 #include <cstdint>
 #include <string_view>
 
