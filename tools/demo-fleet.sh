@@ -36,7 +36,19 @@ finish() {
 trap finish EXIT
 trap 'exit 1' HUP INT TERM
 
-port=$((20000 + $$ % 20000))
+# Below the ports that the system gives to connections, and four that nobody listens on.
+port=$((3000 + $$ % 1475 * 4))
+is_free() {
+    code=0
+    curl -s -o /dev/null --max-time 1 "http://127.0.0.1:$1/" || code=$?
+    [ $code -eq 7 ]
+}
+for _ in 1 2 3 4 5 6 7 8 9; do
+    if is_free $port && is_free $((port + 1)) && is_free $((port + 2)) && is_free $((port + 3)); then
+        break
+    fi
+    port=$((3000 + (port - 2996) % 5900))
+done
 metrics=$((port + 1))
 prometheus=$((port + 2))
 alertmanager=$((port + 3))
