@@ -71,7 +71,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fuzz::Require(client::Visible(reply.body, true) == reply.body);
     } else {
         fuzz::Require(std::none_of(reply.body.begin(), reply.body.end(), [](char c) {
-            return (c >= 0 && c < ' ' && c != '\n') || c == 127;
+            return (c >= 0 && c < ' ' && c != '\n' && c != '\t') || c == 127;
         }));
         fuzz::Require(reply.body.find("<script") == std::string::npos &&
                       reply.body.find("<i>") == std::string::npos);
