@@ -43,13 +43,20 @@ struct RunningExporter : fuzz::ExporterSite {
 };
 
 UniqueFd Connect(uint16_t port) {
-    UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
-    fuzz::Require(connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0);
-    return fd;
+    // Thousands of connections a second use up the ports of this end for a moment.
+    for (int i = 0; i < 1000; ++i) {
+        UniqueFd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (connect(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+            return fd;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    fuzz::Require(false);
+    return UniqueFd();
 }
 
 // What arrives up to the end, or until nothing has come for so long.
