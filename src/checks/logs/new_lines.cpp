@@ -77,7 +77,7 @@ int64_t NewLines::Scan(struct stat& status) {
 void NewLines::PassLinesWithoutMatch() {
     if (long_.active || blocksWithoutMatch_ < kBlocksBeforeMapping) return;
     while (size_ - offset_ >= mapFrom_ && !stopped_) {
-        const MappedBytes bytes = file_.Map(offset_, std::min(offset_ + mapped_, size_));
+        const MappedBytes bytes = file_.Map(offset_, offset_ + std::min(mapped_, size_ - offset_));
         std::string_view text = bytes.View();
         for (const auto& matcher : matchers_) {
             text = text.substr(0, matcher->SizeWithoutMatch(text));
