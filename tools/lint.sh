@@ -28,12 +28,12 @@ if [ $# -eq 0 ]; then
         grep -E '^(src|client|exporter)/')
 fi
 
-printf '%s\n' "$@" | grep '^src/' | xargs -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gnu++20 -fsyntax-only \
+printf '%s\n' "$@" | grep '^src/' | xargs -r -P "$(cpu_count)" -n 1 clang++ -stdlib=libc++ -std=gnu++20 -fsyntax-only \
     -Wall -Wextra -Wshadow -Wconversion -Werror -I src -I . -DZOT_VERSION='""'
 # The libraries of client and exporter bring headers of their own that nobody includes by name.
-printf '%s\n' "$@" | grep -vE '^(client|exporter)/' | xargs -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
+printf '%s\n' "$@" | grep -vE '^(client|exporter)/' | xargs -r -P "$(cpu_count)" -n 4 sh tools/missing_includes.sh
 cppcheck --quiet --error-exitcode=1 --std=c++20 --inline-suppr -j "$(cpu_count)" -I src -I . \
     --enable=warning,performance,portability --suppress=missingIncludeSystem "$@"
-printf '%s\n' "$@" | xargs -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" \
+printf '%s\n' "$@" | xargs -r -P "$(cpu_count)" -n 4 clang-tidy --quiet -p "$build" \
     --extra-arg=-Wno-unknown-warning-option 2>/dev/null
 echo "clang-format, clang with libc++, include-what-you-use, clang-tidy, cppcheck: clean"
