@@ -98,11 +98,18 @@ void WarnOfSharedTmpDir(const zot::AgentSettings& settings, zot::Log& log) {
                  path.Terminate());
 }
 
+int CheckConfigs(char** paths) {
+    int code = 0;
+    for (; *paths != nullptr; ++paths) {
+        if (!zot::ReportConfigMistakes(*paths)) code = kExitConfig;
+    }
+    return code;
+}
+
 // Everything up to the accept loop, which does not return. Returns an exit code when it is not
 // reached.
 int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
-    if (argc == 3 && argv[1] == kCheckConfig)
-        return zot::ReportConfigMistakes(argv[2]) ? 0 : kExitConfig;
+    if (argc > 2 && argv[1] == kCheckConfig) return CheckConfigs(argv + 2);
     PrintBanner();
     std::printf("Command line checking .. ");
     zot::AgentSettings commandLine;

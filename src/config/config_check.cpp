@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <initializer_list>
@@ -22,6 +23,7 @@
 #include "base/files.h"
 #include "base/numbers.h"
 #include "base/owners.h"
+#include "base/platform/system.h"
 #include "base/vystring.h"
 #include "config/config_file.h"
 #include "config/config_keys.h"
@@ -42,13 +44,40 @@ struct Range {
 constexpr int64_t kMaxNumber = std::numeric_limits<int32_t>::max();
 
 // Other numbers are from 0 on.
-constexpr Range kRanges[] = {{"port", 1, 65535}, {"minrequestkey", 0, 65535}};
+constexpr Range kRanges[] = {
+    {"port", 1, 65535}, {"minrequestkey", 0, 65535}, {"timeout", -kMaxNumber, kMaxNumber}};
 
-std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+// Blanks from a web page and the like would be invisible.
+std::string Quoted(std::string_view text) {
+    std::string quoted = "\"";
+    for (char c : text) {
+        char escaped[5] = {c, 0};
+        if (c < ' ' || c > '~') {
+            std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(c));
+        }
+        quoted += escaped;
+    }
+    return quoted + "\"";
+}
+
+std::string Lower(std::string_view text) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), LowerAscii);
+    return lower;
+}
 
 bool IsAddress(std::string_view text) {
     in_addr ignored{};
     return inet_pton(AF_INET, std::string(text).c_str(), &ignored) == 1;
+}
+
+// In a list of addresses, where the last of all addresses is read as an error.
+bool IsListed(std::string_view text) { return IsAddress(text) && text != "255.255.255.255"; }
+
+bool IsName(std::string_view text) {
+    return text.find_first_not_of("0123456789.-") != std::string_view::npos &&
+           std::all_of(text.begin(), text.end(),
+                       [](char c) { return IsAlnum(c) || c == '.' || c == '-' || c == '_'; });
 }
 
 // The text before the first separator, without blanks; `rest` is left with what follows it.
@@ -84,10 +113,13 @@ class ConfigChecker {
 
     bool Read(std::string& content) {
         struct stat status {};
+        errno = 0;
         UniqueFd fd = OpenRegularFile(path_, status);
         UniqueFile file(fd ? fdopen(fd.Get(), "r") : nullptr);
         if (file == nullptr) {
-            Tell(0, "cannot be read, or is no regular file");
+            char reason[256] = "it is no regular file";
+            if (errno != 0) SystemErrorText(errno, reason, sizeof reason);
+            Tell(0, std::string("cannot be read: ") + reason);
             return false;
         }
         fd.Release();
@@ -158,8 +190,7 @@ class ConfigChecker {
             Tell(number, "a comment begins with its very first character, this one with a blank");
             return;
         }
-        std::string wanted;
-        for (char c : written) wanted += LowerAscii(c);
+        const std::string wanted = Lower(written);
         std::string_view nearest;
         size_t least = wanted.size() / 3 + 1;
         for (const ConfigKey& key : ConfigKeys()) {
@@ -214,7 +245,7 @@ class ConfigChecker {
                 Tell(number, std::string(key) + ": 0.0.0.0 ends the list and admits nobody");
                 return;
             }
-            if (IsAddress(first) && (!range || IsAddress(TrimView(ends)))) continue;
+            if (IsListed(first) && (!range || IsListed(TrimView(ends)))) continue;
             Tell(number, std::string(key) + ": " + Quoted(item) +
                              " is no address and no range such as 192.0.2.1-192.0.2.9; names and "
                              "networks do not count here");
@@ -239,10 +270,9 @@ class ConfigChecker {
         const bool loads = LoadConfig(settings, errorText);
         if (Find("port") == nullptr) Tell(0, "port is missing");
         if (settings.password.Empty()) Tell(LineOf("password"), "password is missing or empty");
-        if (const Place* host = Find("host");
-            host != nullptr && !host->value.empty() && !IsAddress(host->value) &&
-            host->value.find_first_not_of("0123456789.:/-") == std::string::npos) {
-            Tell(host->line, "host: " + Quoted(host->value) + " is no IPv4 address");
+        if (const Place* host = Find("host"); host != nullptr && !host->value.empty() &&
+                                              !IsAddress(host->value) && !IsName(host->value)) {
+            Tell(host->line, "host: " + Quoted(host->value) + " is no IPv4 address and no name");
         }
         CheckAgentPath(settings.agentPath);
         CheckScript("cpuusagescript", settings.cpuUsageScript);
@@ -255,7 +285,10 @@ class ConfigChecker {
         for (const char* key : {"verboselogfile", "oklogfile", "badlogfile", "pidfile"}) {
             CheckFolderOf(key);
         }
-        if (settings.auditLog != "syslog") CheckFolderOf("auditlog");
+        CheckFolderOf("auditlog");
+        if (settings.auditLog != "syslog" && Lower(settings.auditLog) == "syslog") {
+            Tell(LineOf("auditlog"), "auditlog: the system's log is \"syslog\"");
+        }
         CheckFilter(settings);
         if (!loads && mistakes_.empty()) Tell(0, std::string(TrimView(errorText)));
     }
@@ -273,18 +306,24 @@ class ConfigChecker {
 
     void CheckScript(std::string_view key, VyString path) {
         const Place* place = Find(key);
-        if (place == nullptr || place->value.empty() || IsRegularFile(path.Terminate())) return;
-        Tell(place->line, std::string(key) + ": there is no file " + std::string(path.View()));
+        if (place == nullptr || place->value.empty()) return;
+        const bool there = IsRegularFile(path.Terminate());
+        if (there && access(path.Terminate(), X_OK) == 0) return;
+        Tell(place->line, std::string(key) +
+                              (there ? ": not executable: " : ": there is no file ") +
+                              std::string(path.View()));
     }
 
     // A file without a folder lies beside the configuration.
     void CheckFolderOf(std::string_view key) {
         const Place* place = Find(key);
         if (place == nullptr) return;
-        size_t slash = place->value.rfind('/');
-        if (slash == std::string::npos || slash == 0) return;
-        std::string folder = place->value.substr(0, slash);
-        if (!IsDirectory(folder.c_str())) {
+        const size_t slash = place->value.rfind('/');
+        if (slash == std::string::npos) return;
+        const std::string folder = place->value.substr(0, slash + 1);
+        if (IsDirectory(place->value.c_str())) {
+            Tell(place->line, std::string(key) + " is a file, not a folder");
+        } else if (!IsDirectory(folder.c_str())) {
             Tell(place->line, std::string(key) + ": there is no folder " + folder);
         }
     }
@@ -303,11 +342,13 @@ class ConfigChecker {
         }
         if (marks != nullptr && marks->value.find_first_not_of("01") != std::string::npos) {
             Tell(marks->line, "filtermarks is a 1 or a 0 for each entry of filterlist");
-        } else if ((list != nullptr) != (marks != nullptr) ||
-                   (marks != nullptr && marks->value.size() != entries)) {
+        } else if ((list != nullptr) != (marks != nullptr)) {
             Tell(std::max(LineOf("filterlist"), LineOf("filtermarks")),
-                 "filterlist has " + std::to_string(entries) + " entries, filtermarks " +
-                     std::to_string(marks != nullptr ? marks->value.size() : 0) + " marks");
+                 "filterlist and filtermarks need each other: set both");
+        } else if (marks != nullptr && marks->value.size() != entries) {
+            Tell(std::max(list->line, marks->line),
+                 "entries of filterlist: " + std::to_string(entries) +
+                     ", marks in filtermarks: " + std::to_string(marks->value.size()));
         }
         bool admits = !settings.filterActive;
         for (std::string_view rest = settings.activeFilter; !rest.empty() && !admits;) {

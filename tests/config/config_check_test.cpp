@@ -46,11 +46,12 @@ class ConfigCheck : public ::testing::Test {
 
 TEST_F(ConfigCheck, AGoodFileHasNoMistakes) {
     EXPECT_EQ(Check(Good()), "");
-    EXPECT_EQ(Check("# \xC3\xA4\r\n;x\r\n\r\nPort = 1055 \r\npassword=p\r\nZOTPATH=" + agent_ +
-                    "\r\nfilteractive=1\nfilterlist=192.0.2.1 192.0.2.2\nfiltermarks=10\n"
-                    "manageaddr=192.0.2.1, 192.0.2.3 - 192.0.2.9\nupdateaddr=\n"
-                    "auditlog=syslog\noklogfile=ok.txt\ncomment=\nhost=localhost\nunc=0"),
-              "");
+    EXPECT_EQ(
+        Check("# \xC3\xA4\r\n;x\r\n\r\nPort = 1055 \r\npassword=p\r\nZOTPATH=" + agent_ +
+              "\r\nfilteractive=1\nfilterlist=192.0.2.1 192.0.2.2\nfiltermarks=10\n"
+              "manageaddr=192.0.2.1, 192.0.2.3 - 192.0.2.9\nupdateaddr=\n"
+              "auditlog=syslog\ntimeout=-1\noklogfile=ok.txt\ncomment=\nhost=localhost\nunc=0"),
+        "");
 }
 
 TEST_F(ConfigCheck, EachMistakeIsToldWithItsLine) {
@@ -73,7 +74,9 @@ TEST_F(ConfigCheck, EachMistakeIsToldWithItsLine) {
              Case{"unc=1 # on", "unc is 1 or 0; \"1 # on\" counts as 1\n"},
              Case{"port=1056", "port stands on line 1 already; the first one counts\n"},
              Case{"password=q", "password stands on line 2 already; the last one counts\n"},
-             Case{"timeout=4s", "timeout is a number from 0 to 2147483647, not \"4s\"\n"},
+             Case{"\xC2\xA0shellscript=0",
+                  "unknown key \"\\xc2\\xa0shellscript\", did you mean shellscript?\n"},
+             Case{"replaywindow=4s", "replaywindow is a number from 0 to 2147483647, not \"4s\"\n"},
              Case{"minrequestkey=65536",
                   "minrequestkey is a number from 0 to 65535, not \"65536\"\n"},
              Case{"manageaddr=192.0.2.0/24,192.0.2.1", "manageaddr: \"192.0.2.0/24\"" + kNoAddress},
@@ -81,12 +84,18 @@ TEST_F(ConfigCheck, EachMistakeIsToldWithItsLine) {
              Case{"manageaddr=0.0.0.0-255.255.255.255",
                   "manageaddr: 0.0.0.0 ends the list and admits nobody\n"},
              Case{"unc=0\rpassword=q", "holds a carriage return: lines end with LF or CR LF\n"},
+             Case{"manageaddr=1.0.0.0-255.255.255.255",
+                  "manageaddr: \"1.0.0.0-255.255.255.255\"" + kNoAddress},
              Case{"tmpdir=/gone", "tmpdir: there is no folder /gone\n"},
-             Case{"auditlog=/gone/audit", "auditlog: there is no folder /gone\n"},
+             Case{"badlogfile=/etc", "badlogfile is a file, not a folder\n"},
+             Case{"auditlog=Syslog", "auditlog: the system's log is \"syslog\"\n"},
+             Case{"auditlog=/gone/audit", "auditlog: there is no folder /gone/\n"},
              Case{"proccntscript=/gone.sh", "proccntscript: there is no file /gone.sh\n"},
-             Case{"host=192.0.2.300", "host: \"192.0.2.300\" is no IPv4 address\n"},
+             Case{"proclistscript=/etc/passwd", "proclistscript: not executable: /etc/passwd\n"},
+             Case{"host=192.0.2.300", "host: \"192.0.2.300\" is no IPv4 address and no name\n"},
+             Case{"host=a b", "host: \"a b\" is no IPv4 address and no name\n"},
              Case{"filteractive=1", "filteractive=1, and no active entry: nobody may connect\n"},
-             Case{"filterlist=192.0.2.1", "filterlist has 1 entries, filtermarks 0 marks\n"},
+             Case{"filterlist=192.0.2.1", "filterlist and filtermarks need each other: set both\n"},
              Case{"comment=" + std::string(1020, 'x'),
                   "is longer than 1023 bytes: the rest counts as a line of its own\n"},
          }) {
@@ -94,7 +103,7 @@ TEST_F(ConfigCheck, EachMistakeIsToldWithItsLine) {
     }
     EXPECT_EQ(Check(Good() + "filterlist=10.0.0.0/8 192.0.2.1\nfiltermarks=111\n"),
               "4 filterlist: \"10.0.0.0/8\" is no address; ranges, names and networks do not count "
-              "here\n5 filterlist has 2 entries, filtermarks 3 marks\n");
+              "here\n5 entries of filterlist: 2, marks in filtermarks: 3\n");
 }
 
 TEST_F(ConfigCheck, WhatConcernsTheWholeFile) {
@@ -112,7 +121,7 @@ TEST_F(ConfigCheck, WhatConcernsTheWholeFile) {
               "0 holds NUL bytes, as UTF-16 does: write it as plain text (UTF-8)\n");
     std::vector<ConfigMistake> gone = CheckConfig("/gone");
     ASSERT_EQ(gone.size(), 1U);
-    EXPECT_EQ(gone[0].text, "cannot be read, or is no regular file");
+    EXPECT_EQ(gone[0].text, "cannot be read: No such file or directory");
 }
 
 }  // namespace
