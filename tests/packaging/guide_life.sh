@@ -68,4 +68,11 @@ if command -v logrotate >/dev/null; then
     logrotate -f -s /package-test/state /etc/logrotate.d/zot-unprivileged
     [ -s /var/log/zot-unprivileged/failed.log.1.gz ] || { echo "FAILED: no rotated log"; exit 1; }
 fi
-systemctl stop zot
+# The package knows of the service that somebody has chosen instead.
+systemctl disable zot
+systemctl enable zot-unprivileged
+before=$(cat /run/zot-unprivileged/zot.pid)
+dpkg -i zot_*.deb >/dev/null
+[ "$(cat /run/zot-unprivileged/zot.pid)" != "$before" ] || { echo "FAILED: not restarted"; exit 1; }
+dpkg -P zot >/dev/null
+if pgrep -x zot || getent passwd zot-unprivileged; then echo "FAILED: left after the purge"; exit 1; fi

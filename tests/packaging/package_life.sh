@@ -23,7 +23,9 @@ sed -i -e 's|^\(.*script=\)/usr/libexec/zot/|\1|' -e 's/^external=0/external=1/'
 start_agent
 cp $config before.cfg
 first=$(cat /run/zot.pid)
+touch /usr/sbin/zot.previous
 dpkg -i zot_2.deb zotq_2.deb >/dev/null
+[ ! -e /usr/sbin/zot.previous ] || fail "the next start would undo the upgrade"
 cmp before.cfg $config || fail "the upgrade changed the configuration"
 [ -e /etc/systemd/system/zot.service.d/programs.conf ] || fail "programs lost their rights"
 [ "$(printf %s "$ZOT_PASSWORD" | tr -dc 0-9a-f | wc -c)" -eq 40 ] || fail "password"
