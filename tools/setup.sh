@@ -67,6 +67,7 @@ install_tools() {
             want prometheus-alertmanager command -v prometheus-alertmanager
             want icinga2-bin command -v icinga2
             want nagios4-core command -v nagios4
+            want cron command -v cron
             want zabbix-agent command -v zabbix_agentd
             want stunnel4 command -v stunnel4
         fi
