@@ -16,7 +16,7 @@ if(ZOT_EXPORTER)
   install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8
     COMPONENT exporter)
   install(FILES packaging/prometheus/scrape.yml packaging/prometheus/alerts.yml
-    packaging/icinga2/zot.conf packaging/grafana/fleet.json
+    packaging/icinga2/zot.conf packaging/grafana/fleet.json packaging/zabbix/zabbix.yaml
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter COMPONENT exporter)
 endif()
 

@@ -68,7 +68,12 @@ install_tools() {
             want icinga2-bin command -v icinga2
             want nagios4-core command -v nagios4
             want cron command -v cron
-            want zabbix-agent command -v zabbix_agentd
+            want zabbix-server-pgsql command -v zabbix_server
+            want zabbix-frontend-php test -d /usr/share/zabbix
+            want php-cgi command -v php-cgi
+            want php-cli command -v php
+            want php-pgsql sh -c 'php -m | grep -q pgsql'
+            want postgresql test -d /usr/lib/postgresql
             want stunnel4 command -v stunnel4
         fi
     else

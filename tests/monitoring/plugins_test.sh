@@ -1,10 +1,9 @@
 #!/bin/sh
-# plugins_test.sh SOURCE BUILD: the guide's definitions, run by the programs that they are for: Nagios,
-# Icinga 2, Zabbix's agent and the shell that cron gives a line to.
+# plugins_test.sh SOURCE BUILD: the guide's definitions for Nagios and Icinga 2, run by these.
 set -eu
 source=$1
 build=$2
-for tool in nagios4 icinga2 zabbix_agentd; do
+for tool in nagios4 icinga2; do
     command -v $tool >/dev/null || { echo "SKIPPED: needs $tool"; exit 77; }
 done
 work=$(mktemp -d)
@@ -113,16 +112,3 @@ icinga2 daemon -C -c "$work/icinga2.conf" -D "DataDir=$work" -D "LogDir=$work" -
     >"$work/icinga2.log" 2>&1 || fail "icinga2"
 grep -q 'Instantiated 2 Services' "$work/icinga2.log" || fail "services of icinga2"
 if grep -i warning "$work/icinga2.log"; then fail "warnings of icinga2"; fi
-
-cp "$work/hosts/web1" "$work/hosts/127.0.0.1"
-{
-    printf 'Server=127.0.0.1\nLogFile=%s\nAllowRoot=1\n' "$work/zabbix.log"
-    grep '^UserParameter=' "$work/guide"
-} >"$work/zabbix.conf"
-zabbix_agentd -c "$work/zabbix.conf" -t 'zot.disk[127.0.0.1,/]' >"$work/zabbix.out.log" 2>&1 ||
-    fail "zabbix_agentd"
-grep -q '"code":"200","values":\["[0-9]' "$work/zabbix.out.log" || fail "value for Zabbix"
-
-line=$(sed -n 's/^\*.* monitor //p' "$work/guide")
-[ -z "$(sh -c "$line")" ] || fail "cron's line speaks although all is well"
-[ "$(sh -c "$(echo "$line" | sed 's/-c 100/-c 0/')")" = "web1 is short of space" ] || fail "cron's line"

@@ -77,6 +77,7 @@ if [ -e "$work/zot-exporter_1.deb" ]; then
 -rw-r--r-- root/root ./usr/share/zot-exporter/alerts.yml
 -rw-r--r-- root/root ./usr/share/zot-exporter/fleet.json
 -rw-r--r-- root/root ./usr/share/zot-exporter/scrape.yml
+-rw-r--r-- root/root ./usr/share/zot-exporter/zabbix.yaml
 -rw-r--r-- root/root ./usr/share/zot-exporter/zot.conf
 END
     run_in_private_root "$here/exporter_life.sh" "$work"
