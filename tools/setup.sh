@@ -62,19 +62,6 @@ install_tools() {
             want shellcheck command -v shellcheck
             want curl command -v curl
             want openssl command -v openssl
-            want prometheus command -v promtool
-            want systemd test -x /lib/systemd/systemd
-            want prometheus-alertmanager command -v prometheus-alertmanager
-            want icinga2-bin command -v icinga2
-            want nagios4-core command -v nagios4
-            want cron command -v cron
-            want zabbix-server-pgsql command -v zabbix_server
-            want zabbix-frontend-php test -d /usr/share/zabbix
-            want php-cgi command -v php-cgi
-            want php-cli command -v php
-            want php-pgsql sh -c 'php -m | grep -q pgsql'
-            want postgresql test -d /usr/lib/postgresql
-            want stunnel4 command -v stunnel4
         fi
     else
         want cli11 have_header CLI/CLI.hpp
@@ -89,5 +76,26 @@ install_tools() {
             want curl command -v curl
         fi
     fi
+    install_missing
+}
+
+# The programs that tests hold zot against; without them these tests are skipped. Some of them are
+# services, which the system starts: for machines that are there for tests.
+install_peers() {
+    missing=
+    command -v apt-get >/dev/null 2>&1 || return 0
+    want cron command -v cron
+    want icinga2-bin command -v icinga2
+    want nagios4-core command -v nagios4
+    want php-cgi command -v php-cgi
+    want php-cli command -v php
+    want php-pgsql sh -c 'php -m | grep -q pgsql'
+    want postgresql test -d /usr/lib/postgresql
+    want prometheus command -v promtool
+    want prometheus-alertmanager command -v prometheus-alertmanager
+    want stunnel4 command -v stunnel4
+    want systemd test -x /lib/systemd/systemd
+    want zabbix-frontend-php test -d /usr/share/zabbix
+    want zabbix-server-pgsql command -v zabbix_server
     install_missing
 }
