@@ -4,6 +4,7 @@
 #include <istream>
 #include <optional>
 
+#include "base/vystring.h"
 #include "client/host_names.h"
 
 namespace zot::client {
@@ -69,9 +70,11 @@ class PasswordReader {
             bool forOthers = false;
             ReadPasswordFile(host.passwordFile, chosen.target.password, forOthers, chosen.fault);
             if (forOthers) open_.push_back(host.name);
-        } else if (call_.environment.password && *call_.environment.password) {
-            chosen.target.password = call_.environment.password;
-        } else {
+        } else if (call_.environment.password) {
+            // Cut out of a configuration with CR LF, it would have a CR at its end.
+            chosen.target.password = TrimView(call_.environment.password);
+        }
+        if (chosen.target.password.empty() && chosen.fault.empty()) {
             chosen.fault = "no password: name a file with -P or set ZOT_PASSWORD";
         }
         return chosen;

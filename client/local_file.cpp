@@ -9,6 +9,7 @@
 
 #include "base/files.h"
 #include "base/owners.h"
+#include "base/vystring.h"
 #include "client/agent_socket.h"
 
 namespace zot::client {
@@ -64,7 +65,7 @@ bool ReadFirstLine(const std::string& path, std::string& line, std::string& erro
         return false;
     }
     line.resize(std::min(line.find('\n'), line.size()));
-    if (line.ends_with('\r')) line.pop_back();
+    line = std::string(TrimView(line));  // as the agent reads its own
     return true;
 }
 

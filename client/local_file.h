@@ -11,7 +11,7 @@ namespace zot::client {
 bool ReadWholeFile(const std::string& path, size_t maxSize, std::string& content,
                    std::string& error);
 
-// Reads the first line, without its line end, of anything that can be read, even a pipe.
+// Reads the first line, without the blanks around it, of anything that can be read, even a pipe.
 bool ReadFirstLine(const std::string& path, std::string& line, std::string& error);
 
 // Replaces a file by one with this content, readable only by its owner. Readers find either the old

@@ -60,8 +60,9 @@ start_agent() {
 }
 
 agent_listens() {
-    # An upgrade replaces the agent's file, so it runs from a copy.
-    cp "$build/zot" "$demo/zot"
+    # An upgrade replaces the agent's file, so it runs from a copy. The scripts' folder must have a
+    # name without blanks.
+    cp "$build/zot" scripts/zot_proc*.sh "scripts/$system/zot_cpu.sh" "$demo"
     cat >"$demo/zot.cfg" <<END
 host=127.0.0.1
 port=$port
@@ -75,9 +76,9 @@ filtermarks=1
 executeaction=1
 tcpudpaction=1
 syslogaction=1
-proccntscript=$PWD/scripts/zot_proccnt.sh
-proclistscript=$PWD/scripts/zot_proclist.sh
-cpuusagescript=$PWD/scripts/$system/zot_cpu.sh
+proccntscript=zot_proccnt.sh
+proclistscript=zot_proclist.sh
+cpuusagescript=zot_cpu.sh
 END
     "$demo/zot" -i "$demo/zot.cfg" >"$demo/output" 2>&1 &
     agent=$!

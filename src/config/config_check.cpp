@@ -304,14 +304,18 @@ class ConfigChecker {
         }
     }
 
-    void CheckScript(std::string_view key, VyString path) {
+    void CheckScript(const std::string& key, VyString path) {
         const Place* place = Find(key);
         if (place == nullptr || place->value.empty()) return;
-        const bool there = IsRegularFile(path.Terminate());
-        if (there && access(path.Terminate(), X_OK) == 0) return;
-        Tell(place->line, std::string(key) +
-                              (there ? ": not executable: " : ": there is no file ") +
-                              std::string(path.View()));
+        const char* trouble = nullptr;
+        if (!IsRegularFile(path.Terminate())) {
+            trouble = ": there is no file ";
+        } else if (access(path.Terminate(), X_OK) != 0) {
+            trouble = ": not executable: ";
+        } else if (path.Pos(" ") != 0) {
+            trouble = ": a blank ends the path: ";
+        }
+        if (trouble != nullptr) Tell(place->line, key + trouble + std::string(path.View()));
     }
 
     // A file without a folder lies beside the configuration.

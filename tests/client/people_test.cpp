@@ -236,6 +236,9 @@ TEST_F(Fleet, TheUsualListHasThePasswordOfASingleHost) {
     environment.hosts = hosts.c_str();
     EXPECT_EQ(ProgramRun({"-H", "web1", "cpu"}, environment).status, kReplyOk);
     EXPECT_EQ(ProgramRun({"-H", "web1", "--plugin", "cpu"}, environment).status, 0);
+    dir_.Write("pw", std::string(" ") + kTestPassword + " \r\n");
+    EXPECT_EQ(ProgramRun({"-H", "web1", "cpu"}, environment).status, kReplyOk);
+    EXPECT_EQ(ProgramRun(Words(agent.PortOption() + "|cpu"), {"secret\r"}).status, kReplyOk);
     EXPECT_NE(ProgramRun({"-H", "web2", "cpu"}, environment).err.find("web2 is not in "),
               std::string::npos);
     dir_.Write("hosts", "web1:x\n");

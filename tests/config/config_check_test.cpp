@@ -59,6 +59,8 @@ TEST_F(ConfigCheck, EachMistakeIsToldWithItsLine) {
         std::string line;  // the fourth of the file
         std::string told;
     };
+    const std::string blank = dir_.Write("a script", "#!/bin/sh\n");
+    chmod(blank.c_str(), 0700);
     const std::string kNoAddress =
         " is no address and no range such as 192.0.2.1-192.0.2.9; names and networks do not count "
         "here\n";
@@ -92,6 +94,8 @@ TEST_F(ConfigCheck, EachMistakeIsToldWithItsLine) {
              Case{"auditlog=/gone/audit", "auditlog: there is no folder /gone/\n"},
              Case{"proccntscript=/gone.sh", "proccntscript: there is no file /gone.sh\n"},
              Case{"proclistscript=/etc/passwd", "proclistscript: not executable: /etc/passwd\n"},
+             Case{"cpuusagescript=" + blank,
+                  "cpuusagescript: a blank ends the path: " + blank + "\n"},
              Case{"host=192.0.2.300", "host: \"192.0.2.300\" is no IPv4 address and no name\n"},
              Case{"host=a b", "host: \"a b\" is no IPv4 address and no name\n"},
              Case{"filteractive=1", "filteractive=1, and no active entry: nobody may connect\n"},
