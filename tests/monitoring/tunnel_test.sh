@@ -24,11 +24,10 @@ echo "zot:$(openssl rand -hex 32)" >"$work/other.psk"
 chmod 600 "$work"/*.psk
 # tunnel NAME KEY PORT: starts one end, the server's at PORT.
 tunnel() {
-    {
-        echo 'foreground = yes'
-        sed -n "/^; .*$1.conf/,/^\`\`\`/p" "$source/docs/guide.md" | sed '/^```/d'
-    } | sed -e "s#/etc/stunnel/zot.psk#$work/$2#; s#192.0.2.11:1056#127.0.0.2:$((port + 1))#" \
-        -e "s#:1055#:$port#; s#:11055#:$3#" >"$work/$3.conf"
+    sed -n "/^; .*$1.conf/,/^\`\`\`/p" "$source/docs/guide.md" |
+        sed -e '/^```/d' -e "s#/etc/stunnel/zot.psk#$work/$2#" \
+            -e "s#192.0.2.11:1056#127.0.0.2:$((port + 1))#; s#:1055#:$port#; s#:11055#:$3#" \
+            >"$work/$3.conf"
     stunnel4 "$work/$3.conf" >>"$work/log" 2>&1 &
     processes="$processes $!"
 }
