@@ -7,7 +7,7 @@ guide=$2
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/../packaging/private_root.sh"
 require_private_root
-for tool in zabbix_server psql php curl ip; do
+for tool in zabbix_server psql php curl; do
     command -v $tool >/dev/null || { echo "SKIPPED: needs $tool"; exit 77; }
 done
 [ -d /usr/share/zabbix ] || { echo "SKIPPED: needs the pages of Zabbix"; exit 77; }

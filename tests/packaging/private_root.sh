@@ -13,22 +13,24 @@ can_layer() {
     ' sh "$1" 2>/dev/null
 }
 
-# require_private_root: ends the test as skipped where there is no dpkg, where we may not use it, or
-# where the machine, a container for example, allows no private system.
+# require_private_root: ends the test as skipped where there are no dpkg and ip, where we may not use
+# them, or where the machine, a container for example, allows no private system.
 require_private_root() {
     probe=$(mktemp -d)
-    if [ "$(id -u)" -ne 0 ] || ! command -v dpkg-deb >/dev/null || ! can_layer "$probe"; then
+    if [ "$(id -u)" -ne 0 ] || ! command -v dpkg-deb >/dev/null || ! command -v ip >/dev/null ||
+        ! can_layer "$probe"; then
         rmdir "$probe"
-        echo "SKIPPED: needs root on a system with dpkg and with overlays of its own"
+        echo "SKIPPED: needs root on a system with dpkg and ip, and with overlays of its own"
         exit 77
     fi
     rmdir "$probe"
 }
 
 # build_packages BUILD RELEASE DIRECTORY: leaves zot_RELEASE.deb, zotq_RELEASE.deb and, where it was
-# built, zot-exporter_RELEASE.deb in the directory.
+# built, zot-exporter_RELEASE.deb in the directory. Installing writes into the build directory too, so
+# whoever does it locks its list of packages.
 build_packages() {
-    cpack --config "$1/CPackConfig.cmake" -G DEB -B "$3/$2" -D "CPACK_DEBIAN_PACKAGE_RELEASE=$2" \
+    flock "$1/CPackConfig.cmake" cpack --config "$1/CPackConfig.cmake" -G DEB -B "$3/$2" -D "CPACK_DEBIAN_PACKAGE_RELEASE=$2" \
         >"$3/cpack-$2.log" 2>&1 || { cat "$3/cpack-$2.log"; exit 1; }
     for package in "$3/$2"/*.deb; do
         mv "$package" "$3/$(dpkg-deb -f "$package" Package)_$2.deb"
@@ -36,15 +38,13 @@ build_packages() {
 }
 
 # run_in_private_root SCRIPT DIRECTORY [TREE]: runs the script as root there, in a copy of the
-# directory. The tree is there too, at its own place, on whatever file system it is.
+# directory, with a network of its own. The tree is there too, at its own place, on whatever file
+# system it is.
 run_in_private_root() {
-    # A network of its own too, where the tool for that exists.
-    network=
-    if command -v ip >/dev/null; then network=--net; fi
     # The inner shell expands what is in single quotes.
     # shellcheck disable=SC2016
-    unshare --mount --pid --fork --kill-child $network sh -euc '
-        if command -v ip >/dev/null; then ip link set lo up; fi
+    unshare --mount --pid --fork --kill-child --net sh -euc '
+        ip link set lo up
         mkdir -p "$2/layer"
         mount -t tmpfs tmpfs "$2/layer"
         mkdir "$2/layer/upper" "$2/layer/work" "$2/layer/root"
@@ -66,8 +66,8 @@ run_in_private_root() {
 
 # require_systemd: ends the test as skipped where boot.sh could not boot a system.
 require_systemd() {
-    if [ ! -x /lib/systemd/systemd ] || ! command -v ip >/dev/null; then
-        echo "SKIPPED: needs systemd and ip"
+    if [ ! -x /lib/systemd/systemd ]; then
+        echo "SKIPPED: needs systemd"
         exit 77
     fi
 }

@@ -12,7 +12,8 @@ fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cpack --config "$build/CPackConfig.cmake" -G RPM -B "$work/rpm" >"$work/cpack.log" 2>&1 ||
+flock "$build/CPackConfig.cmake" \
+    cpack --config "$build/CPackConfig.cmake" -G RPM -B "$work/rpm" >"$work/cpack.log" 2>&1 ||
     { cat "$work/cpack.log"; exit 1; }
 if grep -i warning "$work/cpack.log" | grep -v RELOCATABLE; then exit 1; fi
 for package in "$work"/rpm/*.rpm; do

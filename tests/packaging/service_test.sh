@@ -16,7 +16,7 @@ finish() {
 }
 trap finish EXIT
 tree=$work/tree
-DESTDIR=$tree cmake --install "$build" --prefix /usr >/dev/null
+DESTDIR=$tree flock "$build/CPackConfig.cmake" cmake --install "$build" --prefix /usr >/dev/null
 sed "s/^password=.*/password=of the trial/; s/^executeaction=.*/executeaction=1/" \
     "$tree/etc/zot/zot.cfg.sample" >"$tree/etc/zot/zot.cfg"
 chmod 600 "$tree/etc/zot/zot.cfg"
