@@ -84,8 +84,12 @@ install_tools() {
 install_peers() {
     missing=
     command -v apt-get >/dev/null 2>&1 || return 0
+    want chromium command -v chromium
     want cron command -v cron
+    want dpkg-dev command -v dpkg-shlibdeps
     want icinga2-bin command -v icinga2
+    want iproute2 command -v ip
+    want lintian command -v lintian
     want nagios4-core command -v nagios4
     want php-cgi command -v php-cgi
     want php-cli command -v php
@@ -93,6 +97,7 @@ install_peers() {
     want postgresql test -d /usr/lib/postgresql
     want prometheus command -v promtool
     want prometheus-alertmanager command -v prometheus-alertmanager
+    want rpm command -v rpmbuild
     want stunnel4 command -v stunnel4
     want systemd test -x /lib/systemd/systemd
     want zabbix-frontend-php test -d /usr/share/zabbix
