@@ -8,7 +8,9 @@ mount -t tmpfs tmpfs "$layer"
 mkdir "$layer/upper" "$layer/work" "$root"
 mount -t overlay overlay -o "lowerdir=/,upperdir=$layer/upper,workdir=$layer/work" "$root"
 # Of this machine nothing is started.
-rm -rf "$root/etc/fstab" "$root"/etc/systemd/system/* "$root/usr/sbin/policy-rc.d"
+rm -rf "$root/etc/fstab" "$root"/etc/systemd/system/* "$root"/etc/rc?.d/* "$root/usr/sbin/policy-rc.d"
+# An installation need not read the lists of packages nor all manual pages.
+rm -rf "$root"/var/lib/apt/lists/* "$root/var/lib/man-db/auto-update"
 cp -a "$1/tree/." "$root"
 mkdir -p "$root/trial/output" "$1/output"
 mount --bind "$1/output" "$root/trial/output"
@@ -20,6 +22,9 @@ done
 mkdir "$root/dev/shm" "$root/dev/pts"
 ln -s /proc/self/fd "$root/dev/fd"
 mount -t proc proc "$root/proc"
+# The kernel's settings are this machine's.
+mount --bind "$root/proc/sys" "$root/proc/sys"
+mount -o remount,ro,bind "$root/proc/sys"
 mount -t sysfs -o ro sysfs "$root/sys"
 mount -t cgroup2 cgroup2 "$root/mnt"
 mkdir "$root/mnt/$2"
