@@ -84,6 +84,7 @@ install_tools() {
 install_peers() {
     missing=
     command -v apt-get >/dev/null 2>&1 || return 0
+    want ansible-core command -v ansible-playbook
     want chromium command -v chromium
     want cron command -v cron
     want dpkg-dev command -v dpkg-shlibdeps
@@ -97,6 +98,7 @@ install_peers() {
     want postgresql test -d /usr/lib/postgresql
     want prometheus command -v promtool
     want prometheus-alertmanager command -v prometheus-alertmanager
+    want python3-apt python3 -c 'import apt'
     want rpm command -v rpmbuild
     want stunnel4 command -v stunnel4
     want systemd test -x /lib/systemd/systemd

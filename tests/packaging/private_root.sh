@@ -26,11 +26,12 @@ require_private_root() {
     rmdir "$probe"
 }
 
-# build_packages BUILD RELEASE DIRECTORY: leaves zot_RELEASE.deb, zotq_RELEASE.deb and, where it was
-# built, zot-exporter_RELEASE.deb in the directory. Installing writes into the build directory too, so
-# whoever does it locks its list of packages.
+# build_packages BUILD RELEASE DIRECTORY [PARTS]: leaves zot_RELEASE.deb, zotq_RELEASE.deb and, where
+# it was built, zot-exporter_RELEASE.deb in the directory, or only what is in the list of parts.
+# Installing writes into the build directory too, so whoever does it locks its list of packages.
 build_packages() {
-    flock "$1/CPackConfig.cmake" cpack --config "$1/CPackConfig.cmake" -G DEB -B "$3/$2" -D "CPACK_DEBIAN_PACKAGE_RELEASE=$2" \
+    flock "$1/CPackConfig.cmake" cpack --config "$1/CPackConfig.cmake" -G DEB -B "$3/$2" \
+        -D "CPACK_DEBIAN_PACKAGE_RELEASE=$2" ${4:+-D "CPACK_COMPONENTS_ALL=$4"} \
         >"$3/cpack-$2.log" 2>&1 || { cat "$3/cpack-$2.log"; exit 1; }
     for package in "$3/$2"/*.deb; do
         mv "$package" "$3/$(dpkg-deb -f "$package" Package)_$2.deb"
