@@ -33,6 +33,7 @@ namespace {
 constexpr char kTitle[] = "zot-upgrade-guard ";  // followed by the configuration file
 constexpr char kKeptSuffix[] = ".previous";
 constexpr char kLockSuffix[] = ".upgrading";
+constexpr char kPreviousStarted[] = "Upgrade failed, previous agent started\n";
 constexpr int64_t kPatienceMs = 30000;
 constexpr timespec kPause = {0, 20L * 1000 * 1000};
 
@@ -220,6 +221,9 @@ void UpgradeGuard::Run() noexcept {
     bool served = true;
     if (AwaitNewAgent()) {
         AfterCopy();
+        if (OldIsInPlace()) {
+            services_.log.WriteFromSignal(*settings_, LogKind::kFailure, kPreviousStarted);
+        }
         unlink(kept_.c_str());
     } else {
         EndWhatWasStarted();
@@ -288,6 +292,15 @@ void UpgradeGuard::AfterCopy() noexcept {
     [[maybe_unused]] int given =
         fchownat(AT_FDCWD, program_.c_str(), old_.st_uid, old_.st_gid, AT_SYMLINK_NOFOLLOW);
     chmod(program_.c_str(), old_.st_mode & 07777);
+}
+
+// Whether the script could not replace the old executable, an immutable one for example, and has
+// started it again.
+bool UpgradeGuard::OldIsInPlace() const noexcept {
+    struct stat now {};
+    return hadOld_ && stat(program_.c_str(), &now) == 0 && now.st_dev == old_.st_dev &&
+           now.st_ino == old_.st_ino && now.st_size == old_.st_size &&
+           now.st_mtim.tv_sec == old_.st_mtim.tv_sec && now.st_mtim.tv_nsec == old_.st_mtim.tv_nsec;
 }
 
 void UpgradeGuard::DropReserve() noexcept {
@@ -389,8 +402,7 @@ bool UpgradeGuard::StartPrevious() noexcept {
     close(ends[1]);
     char failed;
     if (pid < 0 || read(ends[0], &failed, 1) != 0) return false;
-    services_.log.WriteFromSignal(*settings_, LogKind::kFailure,
-                                  "Upgrade failed, previous agent started\n");
+    services_.log.WriteFromSignal(*settings_, LogKind::kFailure, kPreviousStarted);
     return AwaitPrevious(pid);
 }
 

@@ -58,6 +58,7 @@ class UpgradeGuard {
     int LookInterval(bool pipeEnded) const noexcept;
     bool MayStillListen() const noexcept;
     void AfterCopy() noexcept;
+    bool OldIsInPlace() const noexcept;
     void DropReserve() noexcept;
     bool Listens() noexcept;
     bool HoldsPidFile() const noexcept;

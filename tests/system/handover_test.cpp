@@ -82,11 +82,13 @@ class HandOver : public testing::Test {
         std::filesystem::permissions(Program(), std::filesystem::perms(0751));
     }
     std::string Program() const { return home_ / "zot"; }
-    void Start(const std::string& mode, const std::string& settings = "") {
+    void Start(const std::string& mode, const std::string& settings = "",
+               std::vector<std::string> environment = {}) {
+        for (const std::string& variable : faults_.Environment()) environment.push_back(variable);
         agent_.emplace(
             AgentOptions{.arguments = {mode},
                          .settings = "zotpath=" + Program() + "\nbadlogfile=bad.txt\n" + settings,
-                         .environment = faults_.Environment()});
+                         .environment = environment});
     }
     void TransferModule(const std::string& module, uint16_t port = 0) {
         Upgrade upgrade(*agent_, port);
@@ -247,6 +249,24 @@ TEST_F(HandOver, AnUpgradeThatDoesNotStartIsUndone) {
         ExpectNothingLeft();
         Stop();
     }
+}
+
+// As with an immutable executable: the script removes and copies in vain, and starts it again.
+TEST_F(HandOver, AnUpgradeThatReplacesNothingIsToldOf) {
+    const std::string old = ReadFile(Program());
+    for (const char* name : {"rm", "cp", "sleep"}) {
+        home_.Write(
+            name, "#!/bin/sh\ncase $* in */zot) exit 1 ;; 1) ;; *) exec /bin/rm \"$@\" ;; esac\n");
+        std::filesystem::permissions(home_ / name, std::filesystem::perms(0755));
+    }
+    Start("-d", "", {"PATH=" + home_.Path() + ":/usr/bin:/bin"});
+    AgeAgent();
+    TransferModule(Wrapper("the second agent"));
+    EXPECT_TRUE(WaitUntil([&] { return Failures() == 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return FreshAgentAnswers(); }));
+    ExpectProgram(old);
+    ExpectNothingLeft();
+    Stop();
 }
 
 // An agent that does not know the guard is found where its file says, not where the old agent was.
