@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "base/platform/system.h"
+
 namespace zot {
 namespace {
 
@@ -39,9 +41,12 @@ MappedBytes::MappedBytes(int fd, int64_t offset, size_t size) noexcept {
     size_ = size + static_cast<size_t>(before);
     void* mapped = mmap(nullptr, size_, PROT_READ, MAP_SHARED, fd, offset - before);
     if (mapped == MAP_FAILED) return;
+    if (!ExpectMapped(mapped, size_)) {
+        munmap(mapped, size_);
+        return;
+    }
     begin_ = static_cast<char*>(mapped);
     view_ = {begin_ + before, size};
-    madvise(begin_, size_, MADV_SEQUENTIAL);
     current = this;
 }
 

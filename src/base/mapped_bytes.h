@@ -17,7 +17,8 @@ void GuardMappedBytes();
 // Belongs to the thread that made it, which has one at a time.
 class MappedBytes {
   public:
-    // `size` bytes from `offset` on; the file must have them. Empty when they cannot be mapped.
+    // `size` bytes from `offset` on; the file must have them. Empty when they cannot be mapped or
+    // should rather be read.
     MappedBytes(int fd, int64_t offset, size_t size) noexcept;
     ~MappedBytes();
     MappedBytes(const MappedBytes&) = delete;

@@ -35,6 +35,11 @@ int MoreFollowsFlag();
 // no end, whatever its size says.
 bool IsMadeUpFile(int fd);
 
+// Says that these bytes, just mapped from a file, will be looked at from front to back. False when
+// reading them is better: FreeBSD fetches what is not in memory a block at a time, and ZFS keeps
+// what is mapped a second time.
+bool ExpectMapped(void* begin, size_t size) noexcept;
+
 // The nice value of the calling thread, and setting it: only a permitted process may set a smaller
 // one than it has (false, with errno). On FreeBSD a thread has none of its own, and needs none,
 // since the scheduler favours threads that mostly sleep.

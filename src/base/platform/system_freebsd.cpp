@@ -1,9 +1,12 @@
 #include <assert.h>
 #include <errno.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/param.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <initializer_list>
 
 #include "base/platform/system.h"
@@ -57,6 +60,27 @@ bool IsErrorOfPeer(int acceptError) {
 }
 
 int MoreFollowsFlag() { return 0; }
+
+bool ExpectMapped(void* begin, size_t size) noexcept {
+    constexpr size_t kLooked = 128;
+    static const auto pageSize = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t pages = (size + pageSize - 1) / pageSize;
+    const size_t looked = std::min(pages, kLooked);
+    // The end is never read ahead. Both ends together tell of the rest: what was written or read
+    // last stays in memory as a whole.
+    for (const size_t first : {pages - looked, size_t{0}}) {
+        char* const from = static_cast<char*>(begin) + first * pageSize;
+        // Enters the pages that are in memory; mincore tells of no others.
+        madvise(from, looked * pageSize, MADV_WILLNEED);
+        char inMemory[kLooked];
+        if (mincore(from, looked * pageSize, inMemory) != 0) return false;
+        auto missing = std::count_if(inMemory, inMemory + looked,
+                                     [](char page) { return (page & MINCORE_INCORE) == 0; });
+        // The last page of a file that grows is seldom complete.
+        if (missing > 1) return false;
+    }
+    return true;
+}
 
 bool IsMadeUpFile(int fd) {
     struct statfs info {};

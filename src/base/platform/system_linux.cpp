@@ -5,6 +5,7 @@
 #include <linux/magic.h>
 #include <malloc.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/vfs.h>
@@ -87,6 +88,11 @@ bool IsMadeUpFile(int fd) {
         default:
             return false;
     }
+}
+
+bool ExpectMapped(void* begin, size_t size) noexcept {
+    madvise(begin, size, MADV_SEQUENTIAL);
+    return true;
 }
 
 int MoreFollowsFlag() { return MSG_MORE; }
