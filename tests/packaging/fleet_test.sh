@@ -32,6 +32,8 @@ finish() {
     rm -rf "$work"
 }
 trap finish EXIT
+# Systems in the background do not end by themselves when somebody interrupts the test.
+trap 'exit 1' HUP INT TERM
 agents=$(seq -f web%.0f "$count")
 hosts="$agents monitor"
 number=10
