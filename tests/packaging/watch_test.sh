@@ -41,6 +41,7 @@ attempt() { # COMMAND ...: until it succeeds, for 20 seconds
 ask() { "$build/zotq" -H 127.0.0.1 -p "$port" -P password "$@" >/dev/null 2>&1; }
 old() { cat zot.pid; }
 replaced() { [ -e zot.pid ] && [ "$(cat zot.pid)" != "$before" ] && ask GetInfo; }
+unguarded() { ! pgrep -f "zot-upgrade-guard $work/" >/dev/null; }
 unwatched() { ! pgrep -f "zot_watch.sh $work/" >/dev/null; }
 watch() { setsid /bin/sh zot_watch.sh "$work/zot.pid" "$work/zot.cfg" -v </dev/null >/dev/null 2>&1 & }
 
@@ -59,6 +60,8 @@ for event in "kill -9" ReloadApp "kill -9" "kill -ABRT" upgrade "kill -9"; do
     *) attempt ask "$event" ;;
     esac
     attempt replaced
+    # As long as the upgrade's guard is there, it is the one to start the agent again.
+    attempt unguarded
 done
 [ "$(grep -c 'ended unasked' said)" = 4 ]
 # Asked to end.
