@@ -132,7 +132,14 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
     });
 
     std::printf("Ok\nSettings checking .. ");
-    if (!LoadSettings(store)) return kExitConfig;
+    if (!LoadSettings(store)) {
+        // What took a daemon's place has no terminal to tell it.
+        zot::VyString reason = store.Snapshot()->loadError.ReplaceAll("\n", " ", true);
+        if (handOver.Expected()) {
+            log.WriteLog(zot::LogKind::kFailure, 0, "Restart failed: %s\n", reason.Terminate());
+        }
+        return kExitConfig;
+    }
     std::puts("CPU testing .. Ok");
     if (commandLine.debug) zot::PrintSizes();
     zot::RunCipherChecks();

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <fstream>
 #include <string>
 
 #include "tests/support/agent_process.h"
@@ -112,6 +113,19 @@ TEST(Management, ARestartReapsWhatItsPredecessorLeft) {
     const pid_t child = std::stoi(ReadFile(pidFile));
     EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
     EXPECT_TRUE(WaitUntil([child] { return kill(child, 0) != 0; })) << "a process without an end";
+}
+
+TEST(Management, ARestartThatCannotLoadItsConfigurationTellsWhy) {
+    AgentProcess agent({.arguments = {"-d"}, .settings = "badlogfile=bad.txt\n"});
+    std::ofstream(agent.ConfigPath(), std::ios::app) << "password=\n";
+    EXPECT_EQ(agent.Ask("ReloadApp").code, "200");
+    EXPECT_TRUE(agent.WaitForDaemonEnd());
+    std::string log;
+    EXPECT_TRUE(WaitUntil([&] {
+        log = ReadFile(agent.Dir() / "bad.txt");
+        return log.find("Restart failed: ") != std::string::npos;
+    }));
+    EXPECT_NE(log.find("Password is not specified!"), std::string::npos) << log;
 }
 
 TEST(Management, AFailedRestartLeavesTheListenerClosed) {
