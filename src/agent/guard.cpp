@@ -12,19 +12,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
-#include <string_view>
 
 #include "agent/daemon.h"
 #include "agent/front.h"
 #include "base/clock.h"
 #include "base/files.h"
-#include "base/numbers.h"
 #include "base/platform/child.h"
-#include "base/resolver.h"
 #include "base/sockets.h"
 #include "base/vystring.h"
-#include "config/config_keys.h"
-#include "config/config_lines.h"
 #include "config/log.h"
 
 namespace zot {
@@ -55,42 +50,6 @@ void SetHandler(int number, void (*handler)(int)) {
     sigaction(number, &action, nullptr);
 }
 
-// What the configuration file says now: an agent started next will obey it.
-struct NextStart {
-    VyString host, pidFile;
-    int32_t port;  // from the command line, else from the file
-};
-
-NextStart ReadNextStart(const AgentSettings& settings, int32_t port) {
-    NextStart next{.host = {}, .pidFile = {}, .port = port};
-    ConfigReader file;
-    bool opened = file.Open(settings.configPath);
-    ConfigLine parts;
-    for (std::string_view line; opened && file.Next(line);) {
-        const ConfigKey* key = SplitConfigLine(line, parts) ? FindConfigKey(parts.key) : nullptr;
-        if (key == nullptr) continue;
-        if (key->name == "host") next.host = parts.value;
-        if (key->name == "pidfile") next.pidFile = parts.value;
-        if (key->name == "port" && next.port == 0) next.port = ToInt(parts.value);
-    }
-    return next;
-}
-
-// Where to reach an agent that listens there.
-sockaddr_in AddressOf(const NextStart& next) {
-    constexpr int64_t kResolveMs = 2000;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(next.port));
-    VyString ignoredError;
-    if (next.host.Empty() ||
-        ResolveHostWithin(next.host, kResolveMs, address.sin_addr.s_addr, ignoredError) != kNetOk ||
-        address.sin_addr.s_addr == INADDR_ANY) {
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    }
-    return address;
-}
-
 bool SameFile(const char* a, const char* b) {
     struct stat first {};
     struct stat second {};
@@ -119,10 +78,8 @@ UpgradeGuard::UpgradeGuard(AgentServices& services, const StartArguments& argume
       program_(settings_->agentPath.View()),
       kept_(program_ + kKeptSuffix),
       lockPath_(program_ + kLockSuffix),
-      title_(std::string(kTitle) + settings_->configPath) {
-    NextStart next = ReadNextStart(*settings_, arguments.port);
-    address_ = AddressOf(next);
-    if (!settings_->interactive) pidFile_ = next.pidFile.View();
+      title_(std::string(kTitle) + settings_->configPath),
+      next_(*settings_, arguments.port) {
     socklen_t size = sizeof reserveAddress_;
     holdsReserve_ = reserve_ >= 0;
     getsockname(reserve_, reinterpret_cast<sockaddr*>(&reserveAddress_), &size);
@@ -262,7 +219,7 @@ bool UpgradeGuard::AwaitNewAgent() noexcept {
         }
         if (pipeEnded || !LeadsTo(order_.modulePath.c_str(), order_.module.Get())) AfterCopy();
         if (pipeEnded && !MayStillListen()) {
-            if (pidFile_.empty()) nextProbe_ = 0;
+            if (!next_.HasPidFile()) nextProbe_ = 0;
             return Listens();
         }
         if (copied_ && Listens()) return true;
@@ -285,7 +242,7 @@ bool UpgradeGuard::MayStillListen() const noexcept {
 void UpgradeGuard::AfterCopy() noexcept {
     if (copied_) return;
     copied_ = true;
-    const int64_t delay = pidFile_.empty() ? 0 : kPidFileMs;
+    const int64_t delay = next_.HasPidFile() ? kPidFileMs : 0;
     nextProbe_ = MonotonicMs() + (takesOver_ ? kLongIntervalMs : delay);
     if (!takesOver_) DropReserve();
     if (!hadOld_) return;
@@ -309,48 +266,11 @@ void UpgradeGuard::DropReserve() noexcept {
 }
 
 bool UpgradeGuard::Listens() noexcept {
-    if (!pidFile_.empty() && HoldsPidFile()) return true;
+    if (next_.HoldsPidFile()) return true;
     const int64_t now = MonotonicMs();
     if (now < nextProbe_) return false;
-    nextProbe_ = now + (pidFile_.empty() && !takesOver_ ? 0 : kLongIntervalMs);
-    return Answers();
-}
-
-// Whether an agent has locked the pid file, which it does once it listens.
-bool UpgradeGuard::HoldsPidFile() const noexcept {
-    UniqueFd file(open(pidFile_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    return file && fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
-
-// Whether somebody accepts connections where the new agent should.
-bool UpgradeGuard::Answers() const noexcept {
-    constexpr int kAnswerMs = 200;
-    UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    int on = 1;
-    setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    auto* target = reinterpret_cast<const sockaddr*>(&address_);
-    pollfd event = {socket.Get(), POLLOUT, 0};
-    if (connect(socket.Get(), target, sizeof address_) != 0 &&
-        (errno != EINPROGRESS || poll(&event, 1, kAnswerMs) <= 0)) {
-        return false;
-    }
-    // If nobody listens there, the system may have chosen that very port for this end, which has
-    // then connected to itself.
-    sockaddr_in own{};
-    socklen_t size = sizeof own;
-    if (getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&own), &size) != 0) return false;
-    if (own.sin_port == address_.sin_port && own.sin_addr.s_addr == address_.sin_addr.s_addr) {
-        return false;
-    }
-    // An agent that only tries the port at its start resets the connections that it got.
-    event.events = POLLIN;
-    poll(&event, 1, kAnswerMs);
-    int error = 0;
-    size = sizeof error;
-    return getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+    nextProbe_ = now + (!next_.HasPidFile() && !takesOver_ ? 0 : kLongIntervalMs);
+    return next_.Answers();
 }
 
 // Ends the script and everything that it started.
@@ -417,7 +337,7 @@ bool UpgradeGuard::AwaitPrevious(pid_t starter) const noexcept {
             if (status != 0) return false;
             detached = true;
         }
-        if (detached && (pidFile_.empty() || HoldsPidFile())) break;
+        if (detached && (!next_.HasPidFile() || next_.HoldsPidFile())) break;
         nanosleep(&kPause, nullptr);
     }
     return true;

@@ -22,6 +22,7 @@
 
 #include "agent/agent_control.h"
 #include "agent/handover.h"
+#include "agent/next_agent.h"
 #include "agent/service_manager.h"
 #include "agent/signals.h"
 #include "agent/upgrade.h"
@@ -61,8 +62,6 @@ class UpgradeGuard {
     bool OldIsInPlace() const noexcept;
     void DropReserve() noexcept;
     bool Listens() noexcept;
-    bool HoldsPidFile() const noexcept;
-    bool Answers() const noexcept;
     void EndWhatWasStarted() const noexcept;
     void PutBack() noexcept;
     bool StartPrevious() noexcept;
@@ -77,15 +76,14 @@ class UpgradeGuard {
     bool holdsReserve_ = false;
 
     std::string program_, kept_, lockPath_, title_;
-    std::string pidFile_;  // of the new agent; empty if it will have none
+    const NextAgent next_;
     struct stat old_ {};
     bool hadOld_ = false;
     int64_t deadline_ = 0;          // on the clock of MonotonicMs
     int64_t nextProbe_ = 0;         // with a connection
     bool copied_ = false;           // the script has put the new executable in place
     bool takesOver_ = false;        // the new agent takes a hand-over
-    sockaddr_in address_{};         // where the new agent will listen
-    sockaddr_in reserveAddress_{};  // where the old one listened
+    sockaddr_in reserveAddress_{};  // where the old agent listened
     UniqueFd lock_;  // on a file of its own: anybody who may read the executable could lock that
     UniqueFd ear_;
     UniqueFd mouth_;
