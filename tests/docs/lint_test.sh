@@ -22,11 +22,12 @@ for page in docs/man/*.[1-9]; do
     failed=1
 done
 
-# The two formatters that readers have must show the same; they break and hyphenate lines differently.
+# The two formatters that readers have must show the same, and tell nothing else; they break and
+# hyphenate lines differently.
 characters() { col -bx | sed '1d;$d' | tr '`' "'" | tr -d ' \n-'; }
 for page in docs/man/*.[1-9]; do
     command -v groff >/dev/null || break
-    [ "$(groff -mdoc -Tascii -P-c "$page" 2>/dev/null | characters)" = \
+    [ "$(groff -mdoc -Tascii -P-c "$page" 2>&1 | characters)" = \
         "$(mandoc -Tascii "$page" | characters)" ] && continue
     echo "$page: groff and mandoc show it differently"
     failed=1
