@@ -6,6 +6,7 @@ install(FILES packaging/completion/zotq.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zotq COMPONENT client)
 install(FILES docs/man/zot-commands.7 docs/man/zot-expr.7
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT client)
+install(FILES packaging/icinga2/zot.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/zotq COMPONENT client)
 install(FILES docs/man/zot.cfg.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT agent)
 install(FILES docs/man/zot.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT agent)
 install(FILES docs/guide.md docs/reliability.md docs/architecture.md docs/performance.md
@@ -16,7 +17,7 @@ if(ZOT_EXPORTER)
   install(FILES docs/man/zot-exporter.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8
     COMPONENT exporter)
   install(FILES packaging/prometheus/scrape.yml packaging/prometheus/alerts.yml
-    packaging/icinga2/zot.conf packaging/grafana/fleet.json packaging/zabbix/zabbix.yaml
+    packaging/grafana/fleet.json packaging/zabbix/zabbix.yaml
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zot-exporter COMPONENT exporter)
 endif()
 

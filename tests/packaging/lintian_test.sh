@@ -11,4 +11,4 @@ trap 'rm -rf "$work"' EXIT
     cpack --config "$1/CPackConfig.cmake" -G DEB -B "$work" >"$work/log" 2>&1) ||
     { cat "$work/log"; exit 1; }
 [ "$(find "$work" -maxdepth 1 -name '*.deb' | wc -l)" -ge 2 ]
-lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$work"/*.deb
+TMPDIR=$work lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$work"/*.deb

@@ -52,6 +52,7 @@ expect_contents zotq <<END
 -rw-r--r-- root/root ./usr/share/man/man7/zot-expr.7.gz
 -rw-r--r-- root/root ./usr/share/bash-completion/completions/zotq
 -rw-r--r-- root/root ./usr/share/zsh/vendor-completions/_zotq
+-rw-r--r-- root/root ./usr/share/zotq/zot.conf
 END
 # A monitored host gets none of the libraries of the others.
 dpkg-deb -f "$work/zot_1.deb" Depends | tr ',' '\n' | sed 's/^ *//; s/ .*//' | sort >"$work/needs.txt"
@@ -78,7 +79,6 @@ if [ -e "$work/zot-exporter_1.deb" ]; then
 -rw-r--r-- root/root ./usr/share/zot-exporter/fleet.json
 -rw-r--r-- root/root ./usr/share/zot-exporter/scrape.yml
 -rw-r--r-- root/root ./usr/share/zot-exporter/zabbix.yaml
--rw-r--r-- root/root ./usr/share/zot-exporter/zot.conf
 END
     run_in_private_root "$here/exporter_life.sh" "$work"
 fi
