@@ -39,7 +39,8 @@ std::string_view ValueFault(const WireSetting& setting, std::string_view value) 
             if (setting.name == "Port") {
                 return IsNumber(value, 1, kMaxPort) ? "" : "must be 1 to 65535";
             }
-            return IsNumber(value, 0, INT32_MAX) ? "" : "must be a whole number";
+            // Timeout: below 0 it means without end.
+            return IsNumber(value, INT32_MIN, INT32_MAX) ? "" : "must be a whole number";
         case WireKind::kText:
             if (value.find_first_of("\r\n") != std::string_view::npos) return "takes no line break";
             return setting.name == kPassword && value.empty() ? "must not be empty" : "";

@@ -72,9 +72,10 @@ TEST(Settings, WhatTheAgentWouldIgnoreIsRefused) {
           Case{"TCP=yes", "must be 0 or 1"}, Case{"TCP=", "must be 0 or 1"},
           Case{"TCP=01", "must be 0 or 1"}, Case{"Port=0", "must be 1 to 65535"},
           Case{"Port=65536", "must be 1 to 65535"}, Case{"Timeout=5s", "whole number"},
-          Case{"Timeout=2147483648", "whole number"}, Case{"Comment=a\nTCP=0", "no line break"},
-          Case{"Password=", "must not be empty"}, Case{"Port=", "must be 1 to 65535"},
-          Case{"Password=secret", "others can see"}, Case{"Password=@/no/such", "cannot read"}}) {
+          Case{"Timeout=-2147483649", "whole number"}, Case{"Timeout=2147483648", "whole number"},
+          Case{"Comment=a\nTCP=0", "no line break"}, Case{"Password=", "must not be empty"},
+          Case{"Port=", "must be 1 to 65535"}, Case{"Password=secret", "others can see"},
+          Case{"Password=@/no/such", "cannot read"}}) {
         ProgramRun run({agent.PortOption(), "set", "UDP=1", c.word});
         EXPECT_EQ(run.status, kWrongUsage) << c.word;
         EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
@@ -115,6 +116,7 @@ TEST(Settings, WhoeverAsksIsNotLockedOut) {
         {"IPFilterAddr=127.0.0.10", ""},  // the agent compares text
         {"IPFilterAddr=10.0.0.1|IPFiltering=0", ""},
         {"UpdateAddr=10.0.0.2", ""},  // it did not name us before
+        {"Timeout=-1", ""},
         {"ManageAddr=127.0.0.0-127.0.0.255", ""},
     };
     for (const Case& c : cases) {
