@@ -3,10 +3,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "commands/command_table.h"
+#include "tests/support/temp_dir.h"
 
 namespace zot {
 namespace {
@@ -25,6 +27,8 @@ struct RecordedControl : ProcessControl {
 class DispatcherTest : public testing::Test {
   protected:
     DispatcherTest() {
+        // After a reload in vain the failure log has its default name, in this folder.
+        std::filesystem::current_path(home_.Path());
         store_.Change([](AgentSettings& settings) {
             settings.password = "p";
             settings.allowManage = settings.allowUpdates = true;
@@ -33,6 +37,8 @@ class DispatcherTest : public testing::Test {
             return true;
         });
     }
+
+    ~DispatcherTest() override { std::filesystem::current_path(before_); }
 
     // The reply text, followed by "!" when the command was not recognised.
     std::string Ask(std::string_view request, const char* peer = "10.0.0.2") {
@@ -52,6 +58,8 @@ class DispatcherTest : public testing::Test {
 
     SettingsStore store_;
     Log log_{store_};
+    test::TempDir home_;
+    const std::filesystem::path before_ = std::filesystem::current_path();
     ConnectionCounters counters_;
     RecordedControl control_;
 };
