@@ -13,6 +13,10 @@
 
 extern char** environ;
 
+// For the allocator: pages of large blocks go back at once. Those of others follow some seconds
+// later, but only while requests come.
+const char* malloc_conf = "oversize_threshold:1048576";
+
 namespace zot {
 
 bool SystemErrorText(int errorNumber, char* buffer, size_t size) {
@@ -37,7 +41,7 @@ bool FileSystemSpace(const char* path, int64_t& total, int64_t& free, int64_t& a
     return true;
 }
 
-// The allocator returns unused pages by itself after some seconds.
+// malloc_conf does it.
 void LimitFreedMemory() {}
 
 bool IsErrorOfPeer(int acceptError) {
