@@ -404,7 +404,7 @@ TEST_F(HandOver, NobodyTakesThePortMeanwhile) {
         [&] { result = AsOrdinaryUser([&] { return TakePort(agent_->Port(), home_ / "stop"); }); });
     for (int i = 0; i < 4; ++i) {
         const pid_t before = agent_->Pid();
-        EXPECT_TRUE(TryAsk(agent_->Target(), "ReloadApp"));
+        EXPECT_EQ(agent_->Ask("ReloadApp").code, "200");
         WaitUntil([&] { return agent_->Pid() != 0 && agent_->Pid() != before; });
     }
     home_.Write("stop", "");
