@@ -35,6 +35,7 @@ namespace {
 constexpr size_t kRequestsAtOnce = 1024;
 constexpr size_t kRequestsPerHost = 4;
 constexpr int kOwnDescriptors = 64;  // files, streams, wake-ups
+constexpr int kExitListen = 4;       // as the agent
 
 struct CommandLine {
     std::string configFile = "/etc/zot/zot-exporter.yml";
@@ -201,7 +202,7 @@ int Serve(const CommandLine& line, std::shared_ptr<const Fleet> fleet, const Web
     Service service(line, std::move(fleet), HalfOfDescriptors());
     if (!service.Listen(web, error)) {
         Tell(error);
-        return 1;
+        return kExitListen;
     }
     for (int signal = 0; sigwait(&signals, &signal) == 0 && signal == SIGHUP;) service.Reload();
     return 0;

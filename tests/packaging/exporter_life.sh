@@ -47,6 +47,10 @@ until fetch /-/healthy >/dev/null 2>&1; do
     kill -0 $exporter || fail "the exporter ended"
     sleep 0.1
 done
+code=0
+# shellcheck disable=SC2046
+(as_service $(sed -n 's/^ExecStart=//p' $unit)) 2>/dev/null || code=$?
+[ "$code" = "$(sed -n 's/^RestartForceExitStatus=//p' $unit)" ] || fail "port taken: exit code $code"
 fetch '/probe?target=127.0.0.1&module=base,logs' | tr -d '\r' >page.txt
 grep -qx 'probe_success 1' page.txt || { cat page.txt; fail "probe"; }
 [ -n "$(find /var/lib/zot-exporter -type f -size +0)" ] || fail "no position of a log was kept"
