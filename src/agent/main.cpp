@@ -133,9 +133,9 @@ int Run(int argc, char** argv, char** envp, zot::HandOver& handOver) {
 
     std::printf("Ok\nSettings checking .. ");
     if (!LoadSettings(store)) {
-        // What took a daemon's place has no terminal to tell it.
-        zot::VyString reason = store.Snapshot()->loadError.ReplaceAll("\n", " ", true);
         if (handOver.Expected()) {
+            // What took a daemon's place has no terminal to tell it.
+            zot::VyString reason = store.Snapshot()->loadError.ReplaceAll("\n", " ", true);
             log.WriteLog(zot::LogKind::kFailure, 0, "Restart failed: %s\n", reason.Terminate());
         }
         return kExitConfig;
