@@ -81,11 +81,10 @@ api() {
 number() { grep -o "\"$1\":\[*\"[0-9]*" reply | head -n 1 | grep -o '[0-9]*$'; }
 api user.login '{"user":"Admin","password":"zabbix"}'
 session=$(sed 's/.*"result":"\([^"]*\)".*/,"auth":"\1"/' reply)
-rules='"groups templates items triggers discoveryRules"'
-rules=$(echo "$rules" | sed 's/ /":{"createMissing":true},"/g; s/"$/":{"createMissing":true}/')
+rules=$(printf ',"%s":{"createMissing":true}' groups templates items triggers discoveryRules)
 # The variable is PHP's.
 # shellcheck disable=SC2016
-api configuration.import "{\"format\":\"yaml\",\"rules\":{$rules},\"source\":$(
+api configuration.import "{\"format\":\"yaml\",\"rules\":{${rules#,}},\"source\":$(
     php -r 'echo json_encode(file_get_contents($argv[1]));' /usr/share/zot-exporter/zabbix.yaml)}"
 api template.get '{}'
 template=$(number templateid)
